@@ -1,0 +1,319 @@
+#include "infra/Logger.h"
+
+#include <log4cplus/consoleappender.h>
+#include <log4cplus/fileappender.h>
+#include <log4cplus/initializer.h>
+#include <log4cplus/layout.h>
+#include <log4cplus/logger.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <map>
+#include <mutex>
+
+namespace Quorvex
+{
+
+namespace
+{
+
+constexpr const char* kPattern = "%D{%Y-%m-%dT%H:%M:%S.%q} %-5p [%t] %c: %m%n";
+
+std::atomic<bool> s_bClosed{false};
+
+struct CaptureSlot
+{
+    std::mutex m_mutex;
+    Logging::Capture m_capture = nullptr;
+    void* m_pContext = nullptr;
+    std::atomic<bool> m_bActive{false};
+};
+
+CaptureSlot& captureSlot()
+{
+    static auto* s_pSlot = new CaptureSlot;
+    return *s_pSlot;
+}
+
+/// All nodes and configured levels. Never destroyed, so that loggers work until the process is gone.
+class LoggerTree
+{
+public:
+    static LoggerTree& instance()
+    {
+        static auto* s_pTree = new LoggerTree;
+        return *s_pTree;
+    }
+
+    LoggerNode* node(std::string_view in_name)
+    {
+        const std::lock_guard guard(m_mutex);
+        auto it = m_nodes.find(in_name);
+        if (it == m_nodes.end())
+        {
+            std::string name(in_name);
+            auto* pNode = new LoggerNode(name, levelOf(name));
+            it = m_nodes.emplace(std::move(name), pNode).first;
+        }
+        return it->second;
+    }
+
+    void setRootLevel(int in_iLevel)
+    {
+        const std::lock_guard guard(m_mutex);
+        m_iRootLevel = in_iLevel;
+        apply();
+    }
+
+    void setLevel(std::string_view in_name, int in_iLevel)
+    {
+        const std::lock_guard guard(m_mutex);
+        m_levels[std::string(in_name)] = in_iLevel;
+        apply();
+    }
+
+    void clearLevels()
+    {
+        const std::lock_guard guard(m_mutex);
+        m_levels.clear();
+        apply();
+    }
+
+private:
+    LoggerTree()
+    {
+        static log4cplus::Initializer s_initializer;
+        log4cplus::Logger root = log4cplus::Logger::getRoot();
+        root.setLogLevel(log4cplus::TRACE_LOG_LEVEL);
+        log4cplus::SharedAppenderPtr appender(new log4cplus::ConsoleAppender(true, true));
+        appender->setLayout(std::make_unique<log4cplus::PatternLayout>(kPattern));
+        root.addAppender(appender);
+        // Runs before the back end's own end, so that what is logged after it goes nowhere instead of wrong.
+        std::atexit([] { s_bClosed.store(true); });
+    }
+
+    int levelOf(std::string_view in_name) const
+    {
+        while (true)
+        {
+            const auto it = m_levels.find(in_name);
+            if (it != m_levels.end())
+            {
+                return it->second;
+            }
+            const std::size_t dot = in_name.rfind('.');
+            if (dot == std::string_view::npos)
+            {
+                return m_iRootLevel;
+            }
+            in_name = in_name.substr(0, dot);
+        }
+    }
+
+    void apply()
+    {
+        for (const auto& [name, pNode] : m_nodes)
+        {
+            pNode->setLevel(levelOf(name));
+        }
+    }
+
+    std::mutex m_mutex;
+    std::map<std::string, LoggerNode*, std::less<>> m_nodes;
+    std::map<std::string, int, std::less<>> m_levels;
+    int m_iRootLevel = eINFO_LEVEL;
+};
+
+}  // namespace
+
+struct LoggerNode::BackEnd
+{
+    log4cplus::Logger m_logger;
+};
+
+LoggerNode::LoggerNode(std::string in_strName, int in_iLevel)
+    : m_strName(std::move(in_strName)),
+      m_iLevel(in_iLevel),
+      m_pBackEnd(new BackEnd{log4cplus::Logger::getInstance(m_strName)})
+{
+}
+
+LoggerNode::~LoggerNode() = default;
+
+void LoggerNode::append(int in_iLevel,
+                        const std::string& in_strText,
+                        const char* in_szFile,
+                        int in_iLine) const
+{
+    if (s_bClosed.load(std::memory_order_relaxed))
+    {
+        return;
+    }
+    CaptureSlot& slot = captureSlot();
+    if (slot.m_bActive.load(std::memory_order_acquire))
+    {
+        const std::lock_guard guard(slot.m_mutex);
+        if (slot.m_capture != nullptr)
+        {
+            slot.m_capture(slot.m_pContext, in_iLevel, m_strName, in_strText);
+        }
+    }
+    m_pBackEnd->m_logger.forcedLog(in_iLevel, in_strText, in_szFile, in_iLine);
+}
+
+Logger::Logger(std::string_view in_name) : m_pNode(LoggerTree::instance().node(in_name))
+{
+}
+
+void LoggingIdLogger::addLoggingId(std::string_view in_id)
+{
+    m_strIds.append("[").append(in_id).append("] ");
+    rebuildPrefix();
+}
+
+void LoggingIdLogger::clearLoggingIds()
+{
+    m_strIds.clear();
+    rebuildPrefix();
+}
+
+void LoggingIdLogger::setLeadingId(std::string_view in_id)
+{
+    m_strLeadingId.clear();
+    if (!in_id.empty())
+    {
+        m_strLeadingId.append("[").append(in_id).append("] ");
+    }
+    rebuildPrefix();
+}
+
+void LoggingIdLogger::rebuildPrefix()
+{
+    if (m_strLeadingId.empty() && m_strIds.empty())
+    {
+        m_pPrefix.reset();
+    }
+    else
+    {
+        m_pPrefix = std::make_shared<const std::string>(m_strLeadingId + m_strIds);
+    }
+}
+
+void LoggingIdLogger::log(int in_iLevel,
+                          const std::string& in_strText,
+                          const char* in_szFile,
+                          int in_iLine) const
+{
+    if (m_pPrefix == nullptr)
+    {
+        m_logger.log(in_iLevel, in_strText, in_szFile, in_iLine);
+    }
+    else
+    {
+        m_logger.log(in_iLevel, *m_pPrefix + in_strText, in_szFile, in_iLine);
+    }
+}
+
+void CallLogger::callStart(std::string_view in_callId)
+{
+    m_strCallId = in_callId;
+    setLeadingId("call=" + m_strCallId);
+}
+
+void CallLogger::callEnd()
+{
+    m_strCallId.clear();
+    setLeadingId({});
+}
+
+void CallLogger::refreshLevel() const
+{
+}
+
+bool Logging::setOutput(const std::string& in_strFile, std::string& out_strError)
+{
+    static_cast<void>(LoggerTree::instance());
+    log4cplus::SharedAppenderPtr appender;
+    if (in_strFile.empty())
+    {
+        appender = new log4cplus::ConsoleAppender(true, true);
+    }
+    else
+    {
+        // The back end reports an unwritable file to standard error only: find out first.
+        errno = 0;
+        if (!std::ofstream(in_strFile, std::ios::app))
+        {
+            out_strError =
+                std::strerror(errno);  // NOLINT(concurrency-mt-unsafe): its text is not shared on glibc
+            return false;
+        }
+        appender = new log4cplus::FileAppender(in_strFile, std::ios_base::app, true);
+    }
+    appender->setLayout(std::make_unique<log4cplus::PatternLayout>(kPattern));
+    log4cplus::Logger root = log4cplus::Logger::getRoot();
+    root.removeAllAppenders();
+    root.addAppender(appender);
+    return true;
+}
+
+void Logging::setRootLevel(int in_iLevel)
+{
+    LoggerTree::instance().setRootLevel(in_iLevel);
+}
+
+void Logging::setLevel(std::string_view in_name, int in_iLevel)
+{
+    LoggerTree::instance().setLevel(in_name, in_iLevel);
+}
+
+void Logging::clearLevels()
+{
+    LoggerTree::instance().clearLevels();
+}
+
+bool Logging::parseLevel(std::string_view in_text, int& out_iLevel)
+{
+    static constexpr std::pair<std::string_view, int> kLevels[] = {
+        {"TRACE", eTRACE_LEVEL},
+        {"DEBUG", eDEBUG_LEVEL},
+        {"INFO",  eINFO_LEVEL },
+        {"WARN",  eWARN_LEVEL },
+        {"ERROR", eERROR_LEVEL},
+        {"OFF",   eOFF_LEVEL  },
+    };
+    std::string text(in_text);
+    std::transform(text.begin(),
+                   text.end(),
+                   text.begin(),
+                   [](char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; });
+    for (const auto& [name, level] : kLevels)
+    {
+        if (name == text)
+        {
+            out_iLevel = level;
+            return true;
+        }
+    }
+    return false;
+}
+
+void Logging::setCapture(Capture in_capture, void* in_pContext)
+{
+    CaptureSlot& slot = captureSlot();
+    const std::lock_guard guard(slot.m_mutex);
+    slot.m_capture = in_capture;
+    slot.m_pContext = in_pContext;
+    slot.m_bActive.store(in_capture != nullptr, std::memory_order_release);
+}
+
+void Logging::shutdown()
+{
+    s_bClosed.store(true);
+    log4cplus::Logger::shutdown();
+}
+
+}  // namespace Quorvex

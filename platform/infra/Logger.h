@@ -1,0 +1,195 @@
+#pragma once
+
+#include <atomic>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace Quorvex
+{
+
+/// Log levels: the numbers of the logging library.
+enum LogLevel : int
+{
+    eTRACE_LEVEL = 0,
+    eDEBUG_LEVEL = 10000,
+    eINFO_LEVEL = 20000,
+    eWARN_LEVEL = 30000,
+    eERROR_LEVEL = 40000,
+    eOFF_LEVEL = 60000
+};
+
+/// One name of the logger hierarchy: the level in force, and the way to the back end. Nodes are shared by all
+/// loggers of a name, are made on first use and live as long as the process. Levels may be changed at any
+/// time.
+class LoggerNode
+{
+public:
+    LoggerNode(std::string in_strName, int in_iLevel);
+    LoggerNode(const LoggerNode&) = delete;
+    LoggerNode& operator=(const LoggerNode&) = delete;
+    ~LoggerNode();
+
+    const std::string& getName() const { return m_strName; }
+    int getLevel() const { return m_iLevel.load(std::memory_order_relaxed); }
+    void setLevel(int in_iLevel) { m_iLevel.store(in_iLevel, std::memory_order_relaxed); }
+    void append(int in_iLevel, const std::string& in_strText, const char* in_szFile, int in_iLine) const;
+
+private:
+    struct BackEnd;
+    const std::string m_strName;
+    std::atomic<int> m_iLevel;
+    const std::unique_ptr<BackEnd> m_pBackEnd;
+};
+
+/// A named logger: a cheap value, copied freely. Loggers form a hierarchy by the dots of their names; a
+/// logger without a level of its own takes that of the nearest configured ancestor ("quorvex.voip" for
+/// "quorvex.voip.SipLeg"). Safe on any thread, at any moment of the process's life, static initialisation and
+/// exit included.
+class Logger
+{
+public:
+    explicit Logger(std::string_view in_name);
+
+    bool isEnabled(int in_iLevel) const { return in_iLevel >= m_pNode->getLevel(); }
+
+    /// Writes one record, whatever the level in force: ask isEnabled() first (the QLOG_ macros do).
+    /// `in_szFile` must be a literal.
+    void log(int in_iLevel, const std::string& in_strText, const char* in_szFile, int in_iLine) const
+    {
+        m_pNode->append(in_iLevel, in_strText, in_szFile, in_iLine);
+    }
+
+    const std::string& getName() const { return m_pNode->getName(); }
+
+private:
+    LoggerNode* m_pNode;
+};
+
+/// A logger with a namespace-scope or class-scope life: the same as Logger, named for how it is used.
+using StaticLogger = Logger;
+
+/// A logger whose records begin with identifiers ("sip_call_id=abc"), so that every line tells what it
+/// belongs to. One thread at a time.
+class LoggingIdLogger
+{
+public:
+    explicit LoggingIdLogger(const Logger& in_logger) : m_logger(in_logger) {}
+    explicit LoggingIdLogger(std::string_view in_name) : m_logger(in_name) {}
+
+    /// Adds one identifier to the beginning of every later record.
+    void addLoggingId(std::string_view in_id);
+    void clearLoggingIds();
+
+    bool isEnabled(int in_iLevel) const { return m_logger.isEnabled(in_iLevel); }
+    void log(int in_iLevel, const std::string& in_strText, const char* in_szFile, int in_iLine) const;
+    const std::string& getName() const { return m_logger.getName(); }
+    const Logger& getPlainLogger() const { return m_logger; }
+
+protected:
+    /// The identifier of the call, which stands before all others.
+    void setLeadingId(std::string_view in_id);
+
+private:
+    void rebuildPrefix();
+
+    Logger m_logger;
+    // Shared between copies: a copied logger costs no copy of the texts.
+    std::shared_ptr<const std::string> m_pPrefix;
+    std::string m_strLeadingId;
+    std::string m_strIds;
+};
+
+/// The logger of one call: between callStart() and callEnd() every record begins with the call's identifier.
+class CallLogger : public LoggingIdLogger
+{
+public:
+    explicit CallLogger(const Logger& in_logger) : LoggingIdLogger(in_logger) {}
+    explicit CallLogger(std::string_view in_name) : LoggingIdLogger(in_name) {}
+
+    void callStart(std::string_view in_callId);
+    void callEnd();
+    /// The identifier of the call that runs; empty when none does.
+    const std::string& getCallId() const { return m_strCallId; }
+    /// Takes the level in force for the logger's name from its chain again. Levels are shared by name and
+    /// followed at once, so this only matters to a back end that was configured behind our back.
+    void refreshLevel() const;
+
+private:
+    std::string m_strCallId;
+};
+
+/// Base of the objects that log under their own logger.
+template <class L>
+class ObjectWithLogger
+{
+public:
+    explicit ObjectWithLogger(L in_logger) : m_logger(std::move(in_logger)) {}
+    ObjectWithLogger(const ObjectWithLogger&) = default;
+    ObjectWithLogger& operator=(const ObjectWithLogger&) = default;
+    virtual ~ObjectWithLogger() = default;
+
+    const L& getLogger() const { return m_logger; }
+    L& getLogger() { return m_logger; }
+    void setLogger(const L& in_logger) { m_logger = in_logger; }
+
+private:
+    L m_logger;
+};
+
+template <class L>
+using ObjectWithLoggerImpl = ObjectWithLogger<L>;
+
+/// Where records go and from which level on; process-wide. Every operation may be called on any thread.
+class Logging
+{
+public:
+    /// Sends records to a file (appended to), or to standard error when the name is empty. False, with the
+    /// reason in `out_strError`, when the file cannot be written; the former output then stays.
+    static bool setOutput(const std::string& in_strFile, std::string& out_strError);
+
+    /// Sets the level of everything that has none of its own.
+    static void setRootLevel(int in_iLevel);
+    /// Sets the level of a name and what stands below it.
+    static void setLevel(std::string_view in_name, int in_iLevel);
+    /// Takes all levels set by setLevel() back.
+    static void clearLevels();
+
+    /// "TRACE", "DEBUG", "INFO", "WARN", "ERROR", "OFF" in any case; false when it is none of them.
+    static bool parseLevel(std::string_view in_text, int& out_iLevel);
+
+    /// Also hands every record to `in_capture` (tests look at records this way); null ends it. The capture is
+    /// called on the thread that logs, one record at a time.
+    using Capture = void (*)(void* io_pContext,
+                             int in_iLevel,
+                             const std::string& in_strLogger,
+                             const std::string& in_strText);
+    static void setCapture(Capture in_capture, void* in_pContext);
+
+    /// Flushes and closes the back end; later records go nowhere.
+    static void shutdown();
+};
+
+}  // namespace Quorvex
+
+/// Streams an expression into a record when the level is enabled, and does nothing else:
+/// QLOG_INFO(getLogger(), "n=" << n).
+#define QUORVEX_LOG(in_logger, in_level, in_expression)                                      \
+    do                                                                                       \
+    {                                                                                        \
+        const auto& quorvexLogger_ = (in_logger);                                            \
+        if (quorvexLogger_.isEnabled(in_level)) [[unlikely]]                                 \
+        {                                                                                    \
+            std::ostringstream quorvexText_;                                                 \
+            quorvexText_ << in_expression; /* NOLINT(bugprone-macro-parentheses) */          \
+            quorvexLogger_.log(in_level, std::move(quorvexText_).str(), __FILE__, __LINE__); \
+        }                                                                                    \
+    } while (false)
+
+#define QLOG_TRACE(in_logger, in_expression) QUORVEX_LOG(in_logger, ::Quorvex::eTRACE_LEVEL, in_expression)
+#define QLOG_DEBUG(in_logger, in_expression) QUORVEX_LOG(in_logger, ::Quorvex::eDEBUG_LEVEL, in_expression)
+#define QLOG_INFO(in_logger, in_expression) QUORVEX_LOG(in_logger, ::Quorvex::eINFO_LEVEL, in_expression)
+#define QLOG_WARN(in_logger, in_expression) QUORVEX_LOG(in_logger, ::Quorvex::eWARN_LEVEL, in_expression)
+#define QLOG_ERROR(in_logger, in_expression) QUORVEX_LOG(in_logger, ::Quorvex::eERROR_LEVEL, in_expression)
