@@ -1,0 +1,4 @@
+extern "C" int SomethingElse()
+{
+    return 0;
+}

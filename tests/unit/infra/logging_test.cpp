@@ -1,0 +1,172 @@
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "infra/Assertion.h"
+#include "infra/Parameter.h"
+#include "infra/RecursivityGuard.h"
+#include "infra/TraceScope.h"
+
+using namespace Quorvex;
+
+namespace
+{
+
+/// Collects records while it lives.
+class Records
+{
+public:
+    Records()
+    {
+        Logging::setCapture(
+            [](void* io_pContext,
+               int in_iLevel,
+               const std::string& in_strLogger,
+               const std::string& in_strText)
+            {
+                static_cast<Records*>(io_pContext)
+                    ->m_vRecords.push_back(std::to_string(in_iLevel) + " " + in_strLogger + " " + in_strText);
+            },
+            this);
+    }
+    Records(const Records&) = delete;
+    Records& operator=(const Records&) = delete;
+    ~Records()
+    {
+        Logging::setCapture(nullptr, nullptr);
+        Logging::clearLevels();
+        Logging::setRootLevel(eINFO_LEVEL);
+    }
+    std::vector<std::string> m_vRecords;
+};
+
+}  // namespace
+
+TEST(LoggerTest, LevelsComeFromTheNearestConfiguredAncestorAndChangeAtOnce)
+{
+    const Logger logger("quorvex.test.levels.Leaf");
+    const Records records;
+    EXPECT_FALSE(logger.isEnabled(eDEBUG_LEVEL));
+    Logging::setLevel("quorvex.test", eDEBUG_LEVEL);
+    EXPECT_TRUE(logger.isEnabled(eDEBUG_LEVEL));
+    EXPECT_FALSE(Logger("quorvex.testing").isEnabled(eDEBUG_LEVEL))
+        << "a name is not a prefix of another part";
+    Logging::setLevel("quorvex.test.levels", eERROR_LEVEL);
+    EXPECT_FALSE(logger.isEnabled(eWARN_LEVEL));
+    EXPECT_FALSE(Logger("quorvex.test.levels.Later").isEnabled(eWARN_LEVEL));
+    Logging::clearLevels();
+    EXPECT_TRUE(logger.isEnabled(eINFO_LEVEL));
+}
+
+TEST(LoggerTest, NothingIsFormattedBelowTheLevel)
+{
+    const Logger logger("quorvex.test.format");
+    int evaluated = 0;
+    QLOG_DEBUG(logger, ++evaluated);
+    EXPECT_EQ(evaluated, 0);
+}
+
+TEST(CallLoggerTest, EveryLineOfACallCarriesItsIdentifiers)
+{
+    const Records records;
+    CallLogger logger("quorvex.test.call");
+    logger.addLoggingId("sip_call_id=abc");
+    logger.callStart("42");
+    const CallLogger copy(logger);
+    logger.callEnd();
+    logger.clearLoggingIds();
+    QLOG_INFO(copy, "hello");
+    QLOG_INFO(logger, "bye");
+    EXPECT_EQ(records.m_vRecords,
+              (std::vector<std::string>{"20000 quorvex.test.call [call=42] [sip_call_id=abc] hello",
+                                        "20000 quorvex.test.call bye"}));
+    EXPECT_EQ(copy.getCallId(), "42");
+}
+
+TEST(TraceScopeTest, LogsEntryAndExitOnlyAtTrace)
+{
+    const Records records;
+    const Logger logger("quorvex.test.trace");
+    {
+        TRACE_SCOPE(logger, "Class::quiet");
+    }
+    EXPECT_TRUE(records.m_vRecords.empty());
+    Logging::setLevel("quorvex.test.trace", eTRACE_LEVEL);
+    {
+        TRACE_SCOPE(logger, "Class::method");
+        EXPECT_EQ(records.m_vRecords.size(), 1U);
+    }
+    ASSERT_EQ(records.m_vRecords.size(), 2U);
+    EXPECT_NE(records.m_vRecords[1].find("Class::method"), std::string::npos);
+}
+
+TEST(AssertionTest, ReportsConditionFileAndLineAndGoesOn)
+{
+    const Records records;
+    const Logger logger("quorvex.test.assert");
+    const std::uint64_t before = Assertion::failureCount();
+    int evaluated = 0;
+    EXPECT_TRUE(QUORVEX_ASSERT(logger, ++evaluated == 1));
+    EXPECT_FALSE(QUORVEX_ASSERT(logger, ++evaluated == 1));
+    EXPECT_EQ(evaluated, 2);
+    EXPECT_EQ(Assertion::failureCount(), before + 1);
+    ASSERT_EQ(records.m_vRecords.size(), 1U);
+    EXPECT_NE(records.m_vRecords[0].find("++evaluated == 1"), std::string::npos);
+    EXPECT_NE(records.m_vRecords[0].find("logging_test.cpp:"), std::string::npos);
+}
+
+TEST(RecursivityGuardTest, ReportsTheSecondEntryAndOnlyTheOuterOneClears)
+{
+    const std::uint64_t before = Assertion::failureCount();
+    bool inside = false;
+    {
+        const RecursivityGuard outer(inside);
+        {
+            const RecursivityGuard inner(inside);
+        }
+        EXPECT_TRUE(inside);
+    }
+    EXPECT_FALSE(inside);
+    EXPECT_EQ(Assertion::failureCount(), before + 1);
+}
+
+TEST(LoggingTest, UnwritableFileIsRefusedWithAReason)
+{
+    std::string error;
+    EXPECT_FALSE(Logging::setOutput("/nonexistent/dir/file.log", error));
+    EXPECT_EQ(error, "No such file or directory");
+
+    const std::string path = ::testing::TempDir() + "/quorvex_logging_test.log";
+    std::remove(path.c_str());
+    ASSERT_TRUE(Logging::setOutput(path, error)) << error;
+    QLOG_INFO(Logger("quorvex.test.file"), "to the file");
+    ASSERT_TRUE(Logging::setOutput("", error));
+    std::ifstream file(path);
+    std::string line;
+    std::getline(file, line);
+    EXPECT_NE(line.find("INFO  ["), std::string::npos) << line;
+    EXPECT_NE(line.find("quorvex.test.file: to the file"), std::string::npos) << line;
+}
+
+TEST(LoggingTest, LevelNames)
+{
+    int level = -1;
+    EXPECT_TRUE(Logging::parseLevel("debug", level));
+    EXPECT_EQ(level, eDEBUG_LEVEL);
+    EXPECT_FALSE(Logging::parseLevel("verbose", level));
+    EXPECT_FALSE(Logging::parseLevel("", level));
+    EXPECT_EQ(level, eDEBUG_LEVEL);
+}
+
+TEST(ParameterTest, PerlTruth)
+{
+    for (const char* szTrue : {"1", "true", "no", "00", " "})
+    {
+        EXPECT_TRUE(ParameterValue::isPerlTrue(szTrue)) << szTrue;
+    }
+    EXPECT_FALSE(ParameterValue::isPerlTrue(""));
+    EXPECT_FALSE(ParameterValue::isPerlTrue("0"));
+}
