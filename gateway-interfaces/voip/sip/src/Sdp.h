@@ -1,0 +1,67 @@
+#pragma once
+
+#include <cstdint>
+#include <iosfwd>
+#include <string>
+#include <vector>
+
+#include "LocalSdpInfo.h"
+#include "SdpInfoVector.h"
+#include "infra/CountedObjPtr.h"
+#include "infra/Logger.h"
+#include "sipstack/DsSdpMsg.h"
+
+namespace Quorvex
+{
+
+class DsSipMessage;
+
+/// The session descriptions of one call, ours and the far end's (RFC 3264). Copyable: a copy is a state that
+/// can be gone back to. Task thread.
+class Sdp
+{
+public:
+    using LocalSdpInfoVector = std::vector<CountedObjPtr<LocalSdpInfo>>;
+
+    /// Writes our offer, made of the local streams. False when there are none.
+    bool generateSdpOffer(const std::string& in_strLocalAddress, std::ostream& out_stream);
+
+    /// Writes our answer, one section per offered one. False when there is no offer to answer, or when every
+    /// stream is rejected (the text has been written then).
+    bool generateSdpAnswer(const std::string& in_strLocalAddress, std::ostream& out_stream);
+
+    /// Takes the remote description out of a message. False, with the former one untouched, when there is
+    /// none or it cannot be read.
+    bool initRemoteSdp(const DsHandle<DsSipMessage>& in_hMsg);
+    bool clearRemoteSdp();
+
+    void setLocalSdp(LocalSdpInfoVector in_vLocalSdpInfo) { m_vLocalSdpInfo = std::move(in_vLocalSdpInfo); }
+    const LocalSdpInfoVector& getLocalSdp() const { return m_vLocalSdpInfo; }
+    const SdpInfoVector& getRemoteSdp() const { return m_vRemoteSdpInfo; }
+    /// Nil when there is none.
+    const DsHandle<DsSdpMsg>& getRemoteSdpMsg() const { return m_hRemoteSdpMsg; }
+
+    /// How long a host name in a remote connection line may take to resolve; 250 ms unless set.
+    void setResolveTimeoutMs(int in_iTimeoutMs) { m_iResolveTimeoutMs = in_iTimeoutMs; }
+
+    /// The audio codecs (static payload types) that a media line names, in its order; false when it names
+    /// none or is not RTP audio.
+    static bool isMediaKnown(const DsSdpMediaField& in_field, std::vector<unsigned>& out_vPayloadType);
+
+    /// Where the outcomes that an operator looks for are logged, one line each.
+    static const StaticLogger& getSummaryLogger();
+
+private:
+    void beginLocalMsg(const std::string& in_strLocalAddress);
+    void addMediaDescriptions(const std::string& in_strConnectionAddress);
+
+    DsHandle<DsSdpMsg> m_hLocalSdpMsg;
+    DsHandle<DsSdpMsg> m_hRemoteSdpMsg;
+    LocalSdpInfoVector m_vLocalSdpInfo;
+    SdpInfoVector m_vRemoteSdpInfo;
+    std::uint64_t m_uiSessionId = 0;
+    std::uint64_t m_uiSessionVersion = 0;
+    int m_iResolveTimeoutMs = 250;
+};
+
+}  // namespace Quorvex
