@@ -4,6 +4,7 @@
 
 #include <cstdint>
 
+#include "infra/MemAccount.h"
 #include "quorvex/TaskObjectPool.h"
 #include "thread/IDGenerator.h"
 #include "thread/Task.h"

@@ -1,0 +1,68 @@
+#include "net/Net.h"
+
+#include <ace/ACE.h>
+#include <ace/INET_Addr.h>
+#include <ace/Init_ACE.h>
+#include <ace/OS_NS_sys_socket.h>
+#include <ace/OS_NS_unistd.h>
+
+#include <array>
+#include <cstdint>
+
+#include "net/HostResolver.h"
+
+namespace Quorvex::Net
+{
+
+bool initializeLibrary()
+{
+    // Counted by ACE itself; on Windows this is also where sockets begin to work.
+    return ACE::init() >= 0;
+}
+
+void closeLibrary()
+{
+    ACE::fini();
+}
+
+bool Interface::getForDestination(const std::string& in_strDestination, Interface& out_interface)
+{
+    std::string strHost = in_strDestination;
+    if (strHost.size() > 2 && strHost.front() == '[' && strHost.back() == ']')
+    {
+        strHost = strHost.substr(1, strHost.size() - 2);
+    }
+    if (!HostResolver::isAddress(strHost))
+    {
+        return false;
+    }
+    const bool bIPv6 = strHost.find(':') != std::string::npos;
+    // Connecting a datagram socket sends nothing, and makes the system choose the route. Any port does.
+    constexpr std::uint16_t kAnyPort = 9;
+    ACE_INET_Addr destination;
+    if (destination.set(kAnyPort, strHost.c_str(), 1, bIPv6 ? AF_INET6 : AF_INET) != 0)
+    {
+        return false;
+    }
+    const ACE_HANDLE hSocket = ACE_OS::socket(bIPv6 ? AF_INET6 : AF_INET, SOCK_DGRAM, 0);
+    if (hSocket == ACE_INVALID_HANDLE)
+    {
+        return false;
+    }
+    ACE_INET_Addr local(std::uint16_t{0}, bIPv6 ? "::" : "0.0.0.0", bIPv6 ? AF_INET6 : AF_INET);
+    int iLength = local.get_size();
+    std::array<char, 64> szAddress{};
+    const bool bFound =
+        ACE_OS::connect(hSocket, static_cast<sockaddr*>(destination.get_addr()), destination.get_size()) ==
+            0 &&
+        ACE_OS::getsockname(hSocket, static_cast<sockaddr*>(local.get_addr()), &iLength) == 0 &&
+        local.get_host_addr(szAddress.data(), static_cast<int>(szAddress.size())) != nullptr;
+    ACE_OS::closesocket(hSocket);
+    if (bFound)
+    {
+        out_interface.m_strAddress = szAddress.data();
+    }
+    return bFound;
+}
+
+}  // namespace Quorvex::Net
