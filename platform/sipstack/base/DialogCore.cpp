@@ -1,0 +1,551 @@
+#include "sipstack/base/DialogCore.h"
+
+#include "infra/Logger.h"
+#include "sipstack/DsException.h"
+#include "sipstack/DsSipAckMessage.h"
+#include "sipstack/DsSipInviteMessage.h"
+#include "sipstack/DsSipRequest.h"
+#include "sipstack/DsSipResponse.h"
+#include "sipstack/DsSipServerTransaction.h"
+#include "sipstack/base/MessageBridge.h"
+#include "sipstack/base/ServerTransactionCore.h"
+#include "sipstack/base/SipAgent.h"
+
+namespace Quorvex
+{
+
+namespace
+{
+
+StaticLogger s_logger("quorvex.sip.Dialog");
+
+}  // namespace
+
+DialogCore::DialogCore(SipAgent& in_agent, DialogOwner& in_owner)
+    : m_agent(in_agent), m_pAgent(in_agent.weak_from_this()), m_pOwner(&in_owner)
+{
+    m_agent.dialogCreated();
+}
+
+DialogCore::~DialogCore() = default;
+
+std::shared_ptr<DialogCore> DialogCore::fromInvite(SipAgent& in_agent, DialogOwner& in_owner, nta_incoming_t* in_pIrq,
+                                                   const sip_t* in_pSip)
+{
+    auto dialog = std::make_shared<DialogCore>(in_agent, in_owner);
+    dialog->m_strPort = in_agent.portOf(in_pIrq);
+    const char* const tag = nta_incoming_tag(in_pIrq, nullptr);
+    dialog->m_strLocalTag = tag != nullptr ? tag : "";
+
+    su_home_t home[1] = {SU_HOME_INIT(home)};
+    sip_to_t* const local = sip_to_dup(home, in_pSip->sip_to);
+    if (local != nullptr)
+    {
+        sip_to_tag(home, local, tag);
+        // The tag is the leg's from its beginning, so that a second INVITE without a tag is none of its requests.
+        dialog->m_pLeg = nta_leg_tcreate(in_agent.nta(), &LegHandler::callback, dialog.get(), SIPTAG_FROM(local),
+                                         SIPTAG_TO(in_pSip->sip_from), SIPTAG_CALL_ID(in_pSip->sip_call_id),
+                                         NTATAG_REMOTE_CSEQ(in_pSip->sip_cseq->cs_seq), TAG_END());
+        dialog->m_strLocal = MessageBridge::headerValue(reinterpret_cast<const sip_header_t*>(local));
+        dialog->m_strRemote = MessageBridge::headerValue(reinterpret_cast<const sip_header_t*>(in_pSip->sip_from));
+    }
+    su_home_deinit(home);
+    if (dialog->m_pLeg == nullptr)
+    {
+        dialog->end();
+        return nullptr;
+    }
+    nta_leg_server_route(dialog->m_pLeg, in_pSip->sip_record_route, in_pSip->sip_contact);
+    dialog->m_strCallId = in_pSip->sip_call_id->i_id;
+    dialog->m_strRemoteTag = in_pSip->sip_from->a_tag != nullptr ? in_pSip->sip_from->a_tag : "";
+    dialog->m_strTarget = MessageBridge::urlText(in_pSip->sip_contact->m_url);
+    dialog->m_hDialog = DsHandle<DsSipDialog>(new DsSipDialog(dialog));
+    return dialog;
+}
+
+std::shared_ptr<DialogCore> DialogCore::fromResponse(SipAgent& in_agent, DialogOwner& in_owner, const sip_t* in_pSip,
+                                                     const std::string& in_strPort)
+{
+    auto dialog = std::make_shared<DialogCore>(in_agent, in_owner);
+    dialog->m_strPort = in_strPort;
+    dialog->m_pLeg = nta_leg_tcreate(in_agent.nta(), &LegHandler::callback, dialog.get(),
+                                     SIPTAG_FROM(in_pSip->sip_from), SIPTAG_TO(in_pSip->sip_to),
+                                     SIPTAG_CALL_ID(in_pSip->sip_call_id), SIPTAG_CSEQ(in_pSip->sip_cseq), TAG_END());
+    if (dialog->m_pLeg == nullptr)
+    {
+        dialog->end();
+        return nullptr;
+    }
+    dialog->m_strLocal = MessageBridge::headerValue(reinterpret_cast<const sip_header_t*>(in_pSip->sip_from));
+    dialog->m_strRemote = MessageBridge::headerValue(reinterpret_cast<const sip_header_t*>(in_pSip->sip_to));
+    dialog->m_strCallId = in_pSip->sip_call_id->i_id;
+    dialog->m_strLocalTag = in_pSip->sip_from->a_tag != nullptr ? in_pSip->sip_from->a_tag : "";
+    dialog->m_strRemoteTag = in_pSip->sip_to->a_tag != nullptr ? in_pSip->sip_to->a_tag : "";
+    dialog->refreshTarget(in_pSip, true);
+    dialog->m_hDialog = DsHandle<DsSipDialog>(new DsSipDialog(dialog));
+    return dialog;
+}
+
+void DialogCore::refreshTarget(const sip_t* in_pSip, bool in_bWithRoute)
+{
+    if (m_pLeg == nullptr)
+    {
+        return;
+    }
+    if (in_bWithRoute)
+    {
+        nta_leg_client_reroute(m_pLeg, in_pSip->sip_record_route, in_pSip->sip_contact,
+                               in_pSip->sip_status->st_status < 200 ? 1 : 2);
+    }
+    else if (in_pSip->sip_contact != nullptr)
+    {
+        nta_leg_server_route(m_pLeg, nullptr, in_pSip->sip_contact);
+    }
+    if (in_pSip->sip_contact != nullptr)
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_strTarget = MessageBridge::urlText(in_pSip->sip_contact->m_url);
+    }
+}
+
+void DialogCore::confirm()
+{
+    State expected = State::eEarly;
+    m_state.compare_exchange_strong(expected, State::eConfirmed);
+}
+
+void DialogCore::end()
+{
+    if (m_state.exchange(State::eEnded) == State::eEnded)
+    {
+        return;
+    }
+    const auto self = weak_from_this().lock();
+    m_pOwner = nullptr;
+    m_byeTimer.stop();
+    m_reinviteTimer.stop();
+    m_retryTimer.stop();
+    if (m_pByeIrq != nullptr)
+    {
+        nta_incoming_treply(m_pByeIrq, SIP_200_OK, TAG_END());
+        nta_incoming_destroy(m_pByeIrq);
+        m_pByeIrq = nullptr;
+    }
+    m_bByePending = false;
+    if (m_pReinviteIrq != nullptr && !m_bReinviteAnswered)
+    {
+        nta_incoming_treply(m_pReinviteIrq, SIP_488_NOT_ACCEPTABLE, TAG_END());
+    }
+    finishReinvite();
+    if (m_bAckDue && m_pLeg != nullptr)
+    {
+        sendAck(DsHandle<DsSipMessage>());
+    }
+    m_pBye.reset();
+    m_pOurReinvite.reset();
+    m_hOurReinvite = DsHandle<DsSipInviteMessage>();
+    m_bOurReinvitePending = false;
+    m_vRequests.clear();
+    m_inviteAnswer = nullptr;
+    if (m_pLeg != nullptr)
+    {
+        nta_leg_destroy(m_pLeg);
+        m_pLeg = nullptr;
+    }
+    m_hDialog = DsHandle<DsSipDialog>();
+    m_agent.dialogEnded();
+}
+
+void DialogCore::hangup(const DsHandle<DsSipRequest>& in_hBye)
+{
+    if (m_state == State::eEnded || m_pBye)
+    {
+        return;
+    }
+    if (m_pByeIrq != nullptr)
+    {
+        answerBye(DsHandle<DsSipResponse>());
+        return;
+    }
+    if (m_state != State::eConfirmed)
+    {
+        return;
+    }
+    if (m_pReinviteIrq != nullptr)
+    {
+        if (!m_bReinviteAnswered)
+        {
+            nta_incoming_treply(m_pReinviteIrq, SIP_488_NOT_ACCEPTABLE, TAG_END());
+        }
+        finishReinvite();
+    }
+    m_retryTimer.stop();
+    if (m_bAckDue)
+    {
+        sendAck(DsHandle<DsSipMessage>());
+    }
+    m_state = State::eEnding;
+    sendBye(in_hBye);
+}
+
+void DialogCore::sendBye(const DsHandle<DsSipRequest>& in_hBye)
+{
+    m_pBye = std::make_unique<ClientRequest>([this](const sip_t* in_pSip) {
+        const bool internal = ClientRequest::isInternal(in_pSip);
+        if (!internal && in_pSip->sip_status->st_status < 200)
+        {
+            return;
+        }
+        const auto self = shared_from_this();
+        DsHandle<DsSipMessage> response;
+        if (!internal)
+        {
+            response = m_agent.bridge().fromResponse(m_pBye->get());
+        }
+        DialogOwner* const owner = m_pOwner;
+        if (owner != nullptr)
+        {
+            owner->onDialogByeAnswered(*this, response);
+        }
+        end();
+    });
+    if (!send(*m_pBye, SIP_METHOD_BYE, in_hBye.isNil() ? DsHandle<DsSipMessage>() : DsHandle<DsSipMessage>(in_hBye)))
+    {
+        // It could not even be made: the answer is a time-out at once, though not from inside this call.
+        m_byeTimer.start(m_agent.thread(), 0, [this] {
+            const auto self = shared_from_this();
+            if (m_pOwner != nullptr)
+            {
+                m_pOwner->onDialogByeAnswered(*this, DsHandle<DsSipMessage>());
+            }
+            end();
+        });
+    }
+}
+
+bool DialogCore::send(ClientRequest& in_request, sip_method_t in_method, const char* in_szMethod,
+                      const DsHandle<DsSipMessage>& in_hMessage)
+{
+    if (m_pLeg == nullptr)
+    {
+        return false;
+    }
+    su_home_t home[1] = {SU_HOME_INIT(home)};
+    const OutgoingParts parts(home, in_hMessage);
+    const bool made = in_request.take(nta_outgoing_tcreate(
+        m_pLeg, &OutgoingHandler::callback, &in_request, nullptr, in_method, in_szMethod, nullptr,
+        TAG_IF(!m_strAckAuthorization.empty(), SIPTAG_HEADER_STR(m_strAckAuthorization.c_str())),
+        TAG_IF(parts.hasHeaders(), SIPTAG_HEADER_STR(parts.headers())),
+        TAG_IF(parts.hasBody(), SIPTAG_PAYLOAD(parts.body())), TPTAG_IDENT(m_strPort.c_str()), TAG_END()));
+    su_home_deinit(home);
+    return made;
+}
+
+void DialogCore::rememberInvite(std::uint32_t in_uiCSeq, std::string in_strBranch, std::string in_strAuthorization)
+{
+    m_uiAckCSeq = in_uiCSeq;
+    m_strAckBranch = std::move(in_strBranch);
+    m_strAckAuthorization = std::move(in_strAuthorization);
+    m_bAckDue = true;
+}
+
+void DialogCore::sendAck(const DsHandle<DsSipMessage>& in_hAck)
+{
+    if (!m_bAckDue || m_pLeg == nullptr)
+    {
+        return;
+    }
+    m_bAckDue = false;
+    su_home_t home[1] = {SU_HOME_INIT(home)};
+    const OutgoingParts parts(home, in_hAck);
+    const std::string cseq = std::to_string(m_uiAckCSeq) + " ACK";
+    // The branch tells the base library which INVITE is meant; without it, it insists on finding that INVITE.
+    nta_outgoing_t* const ack = nta_outgoing_tcreate(
+        m_pLeg, nullptr, nullptr, nullptr, SIP_METHOD_ACK, nullptr, SIPTAG_CSEQ_STR(cseq.c_str()),
+        NTATAG_ACK_BRANCH(m_strAckBranch.c_str()),
+        TAG_IF(!m_strAckAuthorization.empty(), SIPTAG_HEADER_STR(m_strAckAuthorization.c_str())),
+        TAG_IF(parts.hasHeaders(), SIPTAG_HEADER_STR(parts.headers())),
+        TAG_IF(parts.hasBody(), SIPTAG_PAYLOAD(parts.body())), TPTAG_IDENT(m_strPort.c_str()), TAG_END());
+    su_home_deinit(home);
+    // It stays in the base library to acknowledge further copies of the 2xx.
+    nta_outgoing_destroy(ack);
+}
+
+int DialogCore::onLegRequest(nta_leg_t*, nta_incoming_t* in_pIrq, const sip_t* in_pSip)
+{
+    const auto self = shared_from_this();
+    const sip_method_t method = in_pSip->sip_request->rq_method;
+    if (method == sip_method_ack)
+    {
+        return 481;  // nothing is sent for an ACK
+    }
+    if (method == sip_method_cancel)
+    {
+        return 481;
+    }
+    if (m_state == State::eEnded || m_pOwner == nullptr || m_pByeIrq != nullptr)
+    {
+        return 481;
+    }
+    if (!m_agent.checkRequire(in_pIrq, in_pSip))
+    {
+        return 420;
+    }
+    if (method == sip_method_bye)
+    {
+        return onBye(in_pIrq);
+    }
+    if (m_pBye)
+    {
+        return 481;
+    }
+    if (method == sip_method_invite)
+    {
+        return onReinvite(in_pIrq, in_pSip);
+    }
+    return onOtherRequest(in_pIrq, in_pSip);
+}
+
+int DialogCore::onBye(nta_incoming_t* in_pIrq)
+{
+    if (m_pBye)
+    {
+        return 200;  // both hung up; the answer to ours ends the dialog
+    }
+    m_pByeIrq = in_pIrq;
+    m_bByePending = true;
+    m_state = State::eEnding;
+    m_retryTimer.stop();
+    if (m_pReinviteIrq != nullptr)
+    {
+        if (!m_bReinviteAnswered)
+        {
+            nta_incoming_treply(m_pReinviteIrq, SIP_487_REQUEST_CANCELLED, TAG_END());
+        }
+        finishReinvite();
+    }
+    m_byeTimer.start(m_agent.thread(), m_agent.timeoutMs(), [this] { answerBye(DsHandle<DsSipResponse>()); });
+    m_pOwner->onDialogBye(*this, m_agent.bridge().fromRequest(in_pIrq));
+    return 0;
+}
+
+void DialogCore::answerBye(const DsHandle<DsSipResponse>& in_hResponse)
+{
+    if (m_pByeIrq == nullptr)
+    {
+        return;
+    }
+    const auto self = shared_from_this();
+    if (in_hResponse.isNil())
+    {
+        nta_incoming_treply(m_pByeIrq, SIP_200_OK, TAG_END());
+    }
+    else
+    {
+        MessageBridge::reply(m_pByeIrq, in_hResponse);
+        if (in_hResponse->getStatusCode() < 200)
+        {
+            return;
+        }
+    }
+    nta_incoming_destroy(m_pByeIrq);
+    m_pByeIrq = nullptr;
+    m_bByePending = false;
+    DialogOwner* const owner = m_pOwner;
+    if (owner != nullptr)
+    {
+        owner->onDialogEnded(*this);
+    }
+    end();
+}
+
+int DialogCore::onOtherRequest(nta_incoming_t* in_pIrq, const sip_t* in_pSip)
+{
+    const auto request = m_agent.bridge().fromRequest(in_pIrq).dynamicCast<DsSipRequest>();
+    const auto transaction = ServerTransactionCore::create(m_agent, in_pIrq, request);
+    switch (in_pSip->sip_request->rq_method)
+    {
+    case sip_method_refer:
+        m_pOwner->onDialogRefer(*this, transaction, request);
+        break;
+    case sip_method_notify:
+        if (in_pSip->sip_event != nullptr && in_pSip->sip_event->o_type != nullptr &&
+            su_casematch(in_pSip->sip_event->o_type, "refer") != 0)
+        {
+            m_pOwner->onDialogNotify(*this, transaction, request);
+            break;
+        }
+        [[fallthrough]];
+    default:
+        m_pOwner->onDialogRequest(*this, transaction, request);
+        break;
+    }
+    return 0;
+}
+
+void DialogCore::onRequestOutcome(sip_method_t in_method, const sip_t* in_pSip)
+{
+    const auto self = shared_from_this();
+    const bool internal = ClientRequest::isInternal(in_pSip);
+    const int status = internal ? 408 : in_pSip->sip_status->st_status;
+    if (!internal && status < 200)
+    {
+        return;
+    }
+    nta_outgoing_t* orq = nullptr;
+    for (auto i = m_vRequests.begin(); i != m_vRequests.end(); ++i)
+    {
+        nta_outgoing_t* const candidate = (*i)->get();
+        if (candidate != nullptr && (nta_outgoing_status(candidate) >= 200))
+        {
+            orq = candidate;
+            DsHandle<DsSipResponse> response;
+            if (!internal)
+            {
+                response = m_agent.bridge().fromResponse(orq).dynamicCast<DsSipResponse>();
+            }
+            const auto request = std::move(*i);  // lives until the end of this function
+            m_vRequests.erase(i);
+            if (m_pOwner != nullptr && !response.isNil())
+            {
+                if (in_method == sip_method_notify)
+                {
+                    m_pOwner->onDialogNotifyResponse(*this, response);
+                }
+                else if (in_method == sip_method_refer)
+                {
+                    m_pOwner->onDialogReferResponse(*this, response);
+                }
+            }
+            break;
+        }
+    }
+    // RFC 3261 12.2.1.2: the far end does not know the dialog, or has gone.
+    if ((status == 481 || status == 408) && m_state == State::eConfirmed)
+    {
+        QLOG_INFO(s_logger, "dialog " << m_strCallId << " is ended after " << status << " to a request of ours");
+        hangup(DsHandle<DsSipRequest>());
+    }
+}
+
+std::string DialogCore::getRemoteTag() const
+{
+    return m_strRemoteTag;
+}
+
+void DialogCore::checkNotEnded() const
+{
+    const State state = getState();
+    if (state != State::eConfirmed)
+    {
+        throw DsException(state == State::eEarly ? "the dialog is not established" : "the dialog is over");
+    }
+}
+
+DsHandle<DsSipRequest> DialogCore::createRequest(const std::string& in_strMethod) const
+{
+    const State state = getState();
+    std::string target;
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        target = m_strTarget;
+    }
+    if (target.empty() || (state != State::eConfirmed && state != State::eEarly))
+    {
+        return DsHandle<DsSipRequest>();
+    }
+    return MessageBridge::makeRequest(in_strMethod, target, m_strLocal, m_strRemote, m_strCallId);
+}
+
+void DialogCore::postRequest(const DsHandle<DsSipRequest>& in_hRequest)
+{
+    checkNotEnded();
+    if (in_hRequest.isNil())
+    {
+        throw DsException("no request to send");
+    }
+    const auto agent = SipAgent::lock(m_pAgent);
+    agent->post([self = shared_from_this(), in_hRequest] {
+        if (self->m_state != State::eConfirmed)
+        {
+            return;
+        }
+        const std::string name = in_hRequest->getMethod();
+        const sip_method_t method = sip_method_code(name.c_str());
+        auto request = std::make_unique<ClientRequest>(
+            [core = self.get(), method](const sip_t* in_pSip) { core->onRequestOutcome(method, in_pSip); });
+        ClientRequest& reference = *request;
+        self->m_vRequests.push_back(std::move(request));
+        if (!self->send(reference, method, name.c_str(), in_hRequest))
+        {
+            QLOG_ERROR(s_logger, "cannot send " << name << " in dialog " << self->m_strCallId);
+            self->m_vRequests.pop_back();
+        }
+    });
+}
+
+void DialogCore::postAck(const DsHandle<DsSipAckMessage>& in_hAck)
+{
+    const State state = getState();
+    if (state == State::eEnded)
+    {
+        throw DsException("the dialog is over");
+    }
+    const auto agent = SipAgent::lock(m_pAgent);
+    agent->post([self = shared_from_this(), in_hAck] {
+        self->sendAck(in_hAck.isNil() ? DsHandle<DsSipMessage>() : DsHandle<DsSipMessage>(in_hAck));
+    });
+}
+
+void DialogCore::postByeResponse(const DsHandle<DsSipResponse>& in_hResponse)
+{
+    if (in_hResponse.isNil() || !m_bByePending.load())
+    {
+        throw DsException("no BYE waits for an answer");
+    }
+    SipAgent::lock(m_pAgent)->post([self = shared_from_this(), in_hResponse] { self->answerBye(in_hResponse); });
+}
+
+void DialogCore::postInviteResponse(const DsHandle<DsSipResponse>& in_hResponse)
+{
+    if (in_hResponse.isNil() || getState() == State::eEnded)
+    {
+        throw DsException("no INVITE of this dialog waits for an answer");
+    }
+    SipAgent::lock(m_pAgent)->post([self = shared_from_this(), in_hResponse] {
+        if (self->m_inviteAnswer)
+        {
+            const auto answer = self->m_inviteAnswer;
+            answer(in_hResponse);
+        }
+    });
+}
+
+void DialogCore::postHangup(const DsHandle<DsSipRequest>& in_hBye)
+{
+    if (getState() == State::eEnded)
+    {
+        return;
+    }
+    if (const auto agent = m_pAgent.lock())
+    {
+        agent->post([self = shared_from_this(), in_hBye] { self->hangup(in_hBye); });
+    }
+}
+
+void DialogCore::setLogger(CallLogger* in_pLogger)
+{
+    std::unique_ptr<CallLogger> logger(in_pLogger);
+    if (const auto agent = m_pAgent.lock())
+    {
+        agent->post([self = shared_from_this(), shared = std::make_shared<std::unique_ptr<CallLogger>>(
+                                                    std::move(logger))] { self->m_pLogger = std::move(*shared); });
+    }
+}
+
+void DialogCore::setInviteAnswer(std::function<void(const DsHandle<DsSipResponse>&)> in_function)
+{
+    m_inviteAnswer = std::move(in_function);
+}
+
+}  // namespace Quorvex

@@ -1,0 +1,154 @@
+#pragma once
+
+#include <atomic>
+#include <list>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "sipstack/DsHandle.h"
+#include "sipstack/DsSipDialog.h"
+#include "sipstack/base/ClientRequest.h"
+#include "sipstack/base/DialogOwner.h"
+#include "sipstack/base/Sofia.h"
+#include "sipstack/base/StackThread.h"
+
+namespace Quorvex
+{
+
+class CallLogger;
+class SipAgent;
+
+/// The stack's side of a dialog: the leg of the base library, and the transactions in it. SIP stack thread, except
+/// where noted. Lives as long as its call or a DsSipDialog holds it; end() releases everything of the base library.
+class DialogCore final : public LegHandler,
+                         public IncomingHandler,
+                         public std::enable_shared_from_this<DialogCore>
+{
+public:
+    enum class State
+    {
+        eEarly,
+        eConfirmed,
+        eEnding,  // a BYE was sent or received and is not answered
+        eEnded
+    };
+
+    DialogCore(SipAgent& in_agent, DialogOwner& in_owner);
+    ~DialogCore();
+    DialogCore(const DialogCore&) = delete;
+    DialogCore& operator=(const DialogCore&) = delete;
+
+    /// The dialog of an INVITE that was received (RFC 3261 12.1.1): the request gets its To tag here.
+    static std::shared_ptr<DialogCore> fromInvite(SipAgent& in_agent, DialogOwner& in_owner, nta_incoming_t* in_pIrq,
+                                                  const sip_t* in_pSip);
+
+    /// The dialog of a response to an INVITE of ours (RFC 3261 12.1.2).
+    static std::shared_ptr<DialogCore> fromResponse(SipAgent& in_agent, DialogOwner& in_owner, const sip_t* in_pSip,
+                                                    const std::string& in_strPort);
+
+    const DsHandle<DsSipDialog>& getHandle() const { return m_hDialog; }
+    State getState() const { return m_state.load(std::memory_order_acquire); }  // any thread
+    DialogOwner* getOwner() const { return m_pOwner; }
+    const std::string& getPort() const { return m_strPort; }
+    nta_leg_t* getLeg() const { return m_pLeg; }
+
+    /// The INVITE was answered 2xx: the dialog stands.
+    void confirm();
+    /// A 2xx to our INVITE: its Contact and route set are the dialog's from now on (RFC 3261 13.2.2.4).
+    void refreshTarget(const sip_t* in_pSip, bool in_bWithRoute);
+
+    /// Sends BYE, if the dialog stands; answers what is pending of the far end's.
+    void hangup(const DsHandle<DsSipRequest>& in_hBye);
+    /// Releases leg, transactions and the owner; nothing is reported any more.
+    void end();
+
+    /// Remembers an INVITE of ours for its ACK.
+    void rememberInvite(std::uint32_t in_uiCSeq, std::string in_strBranch, std::string in_strAuthorization);
+    void sendAck(const DsHandle<DsSipMessage>& in_hAck);
+
+    // Any thread, for DsSipDialog. They throw what is wrong at once.
+    const std::string& getCallId() const { return m_strCallId; }
+    const std::string& getLocalTag() const { return m_strLocalTag; }
+    std::string getRemoteTag() const;
+    DsHandle<DsSipRequest> createRequest(const std::string& in_strMethod) const;
+    void postRequest(const DsHandle<DsSipRequest>& in_hRequest);
+    void postReinvite(const DsHandle<DsSipInviteMessage>& in_hInvite);
+    void postAck(const DsHandle<DsSipAckMessage>& in_hAck);
+    void postReinviteResponse(const DsHandle<DsSipResponse>& in_hResponse);
+    void postByeResponse(const DsHandle<DsSipResponse>& in_hResponse);
+    void postInviteResponse(const DsHandle<DsSipResponse>& in_hResponse);
+    void postHangup(const DsHandle<DsSipRequest>& in_hBye);
+    void setLogger(CallLogger* in_pLogger);
+
+    /// Set for a dialog that was offered in the place of another: takes the answer to its INVITE.
+    void setInviteAnswer(std::function<void(const DsHandle<DsSipResponse>&)> in_function);
+
+    int onLegRequest(nta_leg_t* in_pLeg, nta_incoming_t* in_pIrq, const sip_t* in_pSip) override;
+
+private:
+    void onIncoming(nta_incoming_t* in_pIrq, const sip_t* in_pSip) override;  // the far end's re-INVITE
+
+    int onBye(nta_incoming_t* in_pIrq);
+    int onReinvite(nta_incoming_t* in_pIrq, const sip_t* in_pSip);
+    int onOtherRequest(nta_incoming_t* in_pIrq, const sip_t* in_pSip);
+    void onReinviteOutcome(const sip_t* in_pSip);
+    void onRequestOutcome(sip_method_t in_method, const sip_t* in_pSip);
+    void finishReinvite();
+    void answerBye(const DsHandle<DsSipResponse>& in_hResponse);
+    void answerReinvite(const DsHandle<DsSipResponse>& in_hResponse);
+    void sendBye(const DsHandle<DsSipRequest>& in_hBye);
+    void sendReinvite(const DsHandle<DsSipInviteMessage>& in_hInvite);
+    bool send(ClientRequest& in_request, sip_method_t in_method, const char* in_szMethod,
+              const DsHandle<DsSipMessage>& in_hMessage);
+    void checkNotEnded() const;
+    void fillFromLeg(const sip_t* in_pSip, bool in_bUas);
+
+    SipAgent& m_agent;
+    std::weak_ptr<SipAgent> m_pAgent;
+    DialogOwner* m_pOwner;
+    DsHandle<DsSipDialog> m_hDialog;
+    nta_leg_t* m_pLeg = nullptr;
+    std::atomic<State> m_state{State::eEarly};
+
+    // Set before the handle is given away, constant afterwards.
+    std::string m_strCallId;
+    std::string m_strLocalTag;
+    std::string m_strLocal;   // From of our requests
+    std::string m_strRemote;  // To of our requests
+    std::string m_strRemoteTag;
+    std::string m_strPort;
+
+    mutable std::mutex m_mutex;  // guards the one below
+    std::string m_strTarget;
+
+    // The far end's BYE.
+    nta_incoming_t* m_pByeIrq = nullptr;
+    std::atomic<bool> m_bByePending{false};
+    StackTimer m_byeTimer;
+
+    // The far end's re-INVITE.
+    nta_incoming_t* m_pReinviteIrq = nullptr;
+    DsHandle<DsSipInviteMessage> m_hReinvite;
+    std::atomic<bool> m_bReinvitePending{false};
+    bool m_bReinviteAnswered = false;
+    StackTimer m_reinviteTimer;
+
+    // Ours.
+    std::unique_ptr<ClientRequest> m_pBye;
+    std::unique_ptr<ClientRequest> m_pOurReinvite;
+    DsHandle<DsSipInviteMessage> m_hOurReinvite;
+    std::atomic<bool> m_bOurReinvitePending{false};
+    bool m_bReinviteRetried = false;
+    StackTimer m_retryTimer;
+    std::list<std::unique_ptr<ClientRequest>> m_vRequests;
+    std::uint32_t m_uiAckCSeq = 0;
+    std::string m_strAckBranch;
+    std::string m_strAckAuthorization;
+    bool m_bAckDue = false;
+
+    std::function<void(const DsHandle<DsSipResponse>&)> m_inviteAnswer;
+    std::unique_ptr<CallLogger> m_pLogger;
+};
+
+}  // namespace Quorvex

@@ -1,0 +1,405 @@
+#include "sipstack/base/SipAgent.h"
+
+#include <condition_variable>
+#include <cstring>
+#include <mutex>
+#include <set>
+
+#include "infra/Logger.h"
+#include "sipstack/DsException.h"
+#include "sipstack/DsSipIncomingCall.h"
+#include "sipstack/DsSipInviteMessage.h"
+#include "sipstack/DsSipNewCallinterface.h"
+#include "sipstack/DsSipResponse.h"
+#include "sipstack/DsInetAddress.h"
+#include "sipstack/base/IncomingCallCore.h"
+#include "sipstack/base/ServerTransactionCore.h"
+
+namespace Quorvex
+{
+
+namespace
+{
+
+StaticLogger s_logger("quorvex.sip.Stack");
+
+constexpr const char* kAllow = "INVITE, ACK, BYE, CANCEL, NOTIFY, INFO, OPTIONS, REFER";
+
+std::string portName(std::size_t in_iPort)
+{
+    return "p" + std::to_string(in_iPort);
+}
+
+std::string bracketed(const std::string& in_strAddress)
+{
+    return in_strAddress.find(':') == std::string::npos ? in_strAddress : "[" + in_strAddress + "]";
+}
+
+}  // namespace
+
+SipAgent::SipAgent(DsSipStackConfig in_config, DsHandle<DsSipNewCallinterface> in_hNewCall)
+    : m_config(std::move(in_config)), m_hNewCall(std::move(in_hNewCall)), m_bridge(*this)
+{
+}
+
+SipAgent::~SipAgent() = default;
+
+std::shared_ptr<SipAgent> SipAgent::lock(const std::weak_ptr<SipAgent>& in_pAgent)
+{
+    auto agent = in_pAgent.lock();
+    if (!agent)
+    {
+        throw DsException("the SIP stack is not running");
+    }
+    return agent;
+}
+
+bool SipAgent::start(std::string& out_strError)
+{
+    return m_thread.start([&](su_root_t* in_pRoot) { return open(in_pRoot, out_strError); }, [this] { close(); });
+}
+
+bool SipAgent::open(su_root_t* in_pRoot, std::string& out_strError)
+{
+    if (m_config.m_vListenPorts.empty())
+    {
+        out_strError = "no port to listen on: at least one is needed";
+        return false;
+    }
+    for (std::size_t i = 0; i < m_config.m_vListenPorts.size(); ++i)
+    {
+        if (!addPort(in_pRoot, i, out_strError))
+        {
+            if (m_pNta != nullptr)
+            {
+                nta_agent_destroy(m_pNta);
+                m_pNta = nullptr;
+            }
+            return false;
+        }
+    }
+    m_pDefaultLeg = nta_leg_tcreate(m_pNta, &LegHandler::callback, this, NTATAG_NO_DIALOG(1), TAG_END());
+    for (tport_t* port = tport_primaries(nta_agent_tports(m_pNta)); port != nullptr; port = tport_next(port))
+    {
+        const char* const name = tport_name(port)->tpn_ident;
+        if (name != nullptr && name[0] == 'p')
+        {
+            const std::size_t i = std::strtoul(name + 1, nullptr, 10);
+            if (i < m_config.m_vListenPorts.size())
+            {
+                m_config.m_vListenPorts[i].m_uiPort =
+                    static_cast<std::uint16_t>(std::strtoul(tport_name(port)->tpn_port, nullptr, 10));
+            }
+        }
+    }
+    return true;
+}
+
+bool SipAgent::addPort(su_root_t* in_pRoot, std::size_t in_iPort, std::string& out_strError)
+{
+    const DsSipListenPort& port = m_config.m_vListenPorts[in_iPort];
+    const char* const transport = port.m_transport == DsSipTransport::eTCP ? "tcp" : "udp";
+    const std::string number = port.m_uiPort == 0 ? "*" : std::to_string(port.m_uiPort);
+    const std::string url = "sip:" + bracketed(port.m_strAddress) + ":" + number + ";transport=" + transport;
+    const std::string name = portName(in_iPort);
+    const unsigned int t1 = m_config.m_uiT1Ms;
+    errno = 0;
+    bool ok = false;
+    if (m_pNta == nullptr)
+    {
+        m_pNta = nta_agent_create(
+            in_pRoot, URL_STRING_MAKE(url.c_str()), nullptr, nullptr, TPTAG_IDENT(name.c_str()), NTATAG_UA(1),
+            NTATAG_CANCEL_487(0), NTATAG_PROGRESS(UINT_MAX), NTATAG_MERGE_482(1), NTATAG_MAXSIZE(m_config.m_uiMaxMessageBytes),
+            NTATAG_SIPFLAGS(MSG_DO_EXTRACT_COPY), NTATAG_UDP_MTU(65535), NTATAG_CLIENT_RPORT(1), NTATAG_SERVER_RPORT(1),
+            NTATAG_SIP_T1(t1), NTATAG_SIP_T2(8 * t1), NTATAG_SIP_T4(10 * t1), NTATAG_SIP_T1X64(64 * t1),
+            NTATAG_USE_NAPTR(1), NTATAG_USE_SRV(1), TPTAG_UDP_RMEM(4 * 1024 * 1024), TPTAG_IDLE(m_config.m_uiTcpIdleMs),
+            TPTAG_TIMEOUT(m_config.m_uiTcpIdleMs), TAG_END());
+        ok = m_pNta != nullptr;
+    }
+    else
+    {
+        ok = nta_agent_add_tport(m_pNta, URL_STRING_MAKE(url.c_str()), TPTAG_IDENT(name.c_str()),
+                                 TPTAG_UDP_RMEM(4 * 1024 * 1024), TPTAG_IDLE(m_config.m_uiTcpIdleMs),
+                                 TPTAG_TIMEOUT(m_config.m_uiTcpIdleMs), TAG_END()) >= 0;
+    }
+    if (!ok)
+    {
+        out_strError = std::string("cannot listen on ") + transport + ":" + bracketed(port.m_strAddress) + ":" +
+                       std::to_string(port.m_uiPort) + ": " + std::strerror(errno);
+    }
+    return ok;
+}
+
+void SipAgent::stop(unsigned int in_uiTimeoutMs)
+{
+    m_bDraining = true;
+    struct Wait
+    {
+        std::mutex m_mutex;
+        std::condition_variable m_condition;
+        bool m_bDone = false;
+    };
+    const auto wait = std::make_shared<Wait>();
+    const auto deadline = StackThread::Clock::now() + std::chrono::milliseconds(in_uiTimeoutMs);
+    const auto finish = [wait] {
+        const std::lock_guard<std::mutex> lock(wait->m_mutex);
+        wait->m_bDone = true;
+        wait->m_condition.notify_all();
+    };
+    const auto self = shared_from_this();
+    if (m_thread.post([this, self, finish] {
+            const auto calls = m_calls;
+            for (const auto& [key, call] : calls)
+            {
+                call->shutdown();
+            }
+            m_onEmpty = finish;
+            checkEmpty();
+        }))
+    {
+        std::unique_lock<std::mutex> lock(wait->m_mutex);
+        wait->m_condition.wait_until(lock, deadline, [&] { return wait->m_bDone; });
+    }
+    m_thread.join();
+}
+
+void SipAgent::checkEmpty()
+{
+    if (m_onEmpty && m_calls.empty() && m_serverTransactions.empty())
+    {
+        const auto onEmpty = std::move(m_onEmpty);
+        m_onEmpty = nullptr;
+        onEmpty();
+    }
+}
+
+void SipAgent::close()
+{
+    m_onEmpty = nullptr;
+    const auto calls = m_calls;
+    for (const auto& [key, call] : calls)
+    {
+        call->abort();
+    }
+    const auto transactions = m_serverTransactions;
+    for (const auto& [key, transaction] : transactions)
+    {
+        transaction->close();
+    }
+    m_hNewCall = nullptr;
+    if (m_pDefaultLeg != nullptr)
+    {
+        nta_leg_destroy(m_pDefaultLeg);
+        m_pDefaultLeg = nullptr;
+    }
+    nta_agent_destroy(m_pNta);
+    m_pNta = nullptr;
+}
+
+std::string SipAgent::portOf(nta_incoming_t* in_pIrq) const
+{
+    std::string name;
+    msg_t* const msg = nta_incoming_getrequest(in_pIrq);
+    if (tport_t* const transport = nta_incoming_transport(m_pNta, in_pIrq, msg))
+    {
+        const tport_t* const port = tport_parent(transport);
+        if (port != nullptr && tport_name(port)->tpn_ident != nullptr)
+        {
+            name = tport_name(port)->tpn_ident;
+        }
+        tport_unref(transport);
+    }
+    msg_destroy(msg);
+    return name;
+}
+
+void SipAgent::boundAddress(const char* in_szPort, DsInetAddress& out_address) const
+{
+    if (in_szPort == nullptr || in_szPort[0] != 'p')
+    {
+        return;
+    }
+    const std::size_t i = std::strtoul(in_szPort + 1, nullptr, 10);
+    if (i < m_config.m_vListenPorts.size())
+    {
+        const DsSipListenPort& port = m_config.m_vListenPorts[i];
+        DsInetAddress::parseLiteral(port.m_strAddress, port.m_uiPort, out_address);
+    }
+}
+
+const char* SipAgent::keptPhrase(unsigned int in_uiStatusCode, const std::string& in_strPhrase)
+{
+    const char* const usual = DsSipResponse::getDefaultReason(in_uiStatusCode);
+    if (in_strPhrase == usual)
+    {
+        return usual;
+    }
+    constexpr std::size_t kMost = 1024;
+    static std::mutex s_mutex;  // two stacks may run
+    static std::set<std::string> s_phrases;
+    const std::lock_guard<std::mutex> lock(s_mutex);
+    if (const auto known = s_phrases.find(in_strPhrase); known != s_phrases.end())
+    {
+        return known->c_str();
+    }
+    return s_phrases.size() < kMost ? s_phrases.insert(in_strPhrase).first->c_str() : usual;
+}
+
+std::string SipAgent::contactFor(const std::string& in_strPort) const
+{
+    for (std::size_t i = 0; i < m_config.m_vListenPorts.size(); ++i)
+    {
+        if (portName(i) == in_strPort)
+        {
+            const DsSipListenPort& port = m_config.m_vListenPorts[i];
+            const std::string user = m_config.m_strContactUser.empty() ? "" : m_config.m_strContactUser + "@";
+            return "<sip:" + user + bracketed(port.m_strAddress) + ":" + std::to_string(port.m_uiPort) +
+                   (port.m_transport == DsSipTransport::eTCP ? ";transport=tcp>" : ">");
+        }
+    }
+    return std::string();
+}
+
+bool SipAgent::checkRequire(nta_incoming_t* in_pIrq, const sip_t* in_pSip) const
+{
+    if (in_pSip->sip_require == nullptr)
+    {
+        return true;
+    }
+    su_home_t home[1] = {SU_HOME_INIT(home)};
+    const sip_supported_t* const supported = sip_supported_make(home, "100rel, replaces, timer");
+    const int status = nta_check_required(in_pIrq, in_pSip, supported, TAG_END());
+    su_home_deinit(home);
+    return status == 0;
+}
+
+DsHandle<DsSipIncomingCall> SipAgent::newCall(const DsHandle<DsSipInviteMessage>& in_hInvite)
+{
+    return m_hNewCall.isNil() ? DsHandle<DsSipIncomingCall>() : m_hNewCall->newCall(in_hInvite);
+}
+
+void SipAgent::addCall(const std::shared_ptr<CallCore>& in_pCall)
+{
+    m_calls.emplace(in_pCall.get(), in_pCall);
+    ++m_ulCalls;
+}
+
+void SipAgent::removeCall(const CallCore& in_call)
+{
+    if (m_calls.erase(&in_call) != 0)
+    {
+        --m_ulCalls;
+        checkEmpty();
+    }
+}
+
+void SipAgent::addServerTransaction(const std::shared_ptr<ServerTransactionCore>& in_pTransaction)
+{
+    m_serverTransactions.emplace(in_pTransaction.get(), in_pTransaction);
+    ++m_ulServerTransactions;
+}
+
+void SipAgent::removeServerTransaction(const ServerTransactionCore& in_transaction)
+{
+    if (m_serverTransactions.erase(&in_transaction) != 0)
+    {
+        --m_ulServerTransactions;
+        checkEmpty();
+    }
+}
+
+int SipAgent::refuse(nta_incoming_t* in_pIrq, int in_iStatus, const char* in_szPhrase, bool in_bRetryAfter)
+{
+    const std::string retryAfter = std::to_string(m_config.m_uiRetryAfterS);
+    ++m_ulRefused;
+    nta_incoming_treply(in_pIrq, in_iStatus, in_szPhrase,
+                        TAG_IF(in_bRetryAfter, SIPTAG_RETRY_AFTER_STR(retryAfter.c_str())),
+                        TAG_IF(in_iStatus == 405, SIPTAG_ALLOW_STR(kAllow)), TAG_END());
+    return in_iStatus;
+}
+
+int SipAgent::onLegRequest(nta_leg_t*, nta_incoming_t* in_pIrq, const sip_t* in_pSip)
+{
+    const sip_method_t method = in_pSip->sip_request->rq_method;
+    if (method == sip_method_ack)
+    {
+        return 481;  // nothing is sent for an ACK
+    }
+    if (method == sip_method_cancel || in_pSip->sip_to->a_tag != nullptr)
+    {
+        ++m_ulNoDialog;
+        return 481;
+    }
+    switch (method)
+    {
+    case sip_method_bye:
+    case sip_method_info:
+    case sip_method_notify:
+    case sip_method_prack:
+    case sip_method_update:
+        ++m_ulNoDialog;
+        return 481;
+    case sip_method_invite:
+    case sip_method_options:
+        break;
+    default:
+        return refuse(in_pIrq, SIP_405_METHOD_NOT_ALLOWED);
+    }
+    const url_type_e scheme = static_cast<url_type_e>(in_pSip->sip_request->rq_url->url_type);
+    if (scheme != url_sip && scheme != url_sips && scheme != url_tel)
+    {
+        return refuse(in_pIrq, SIP_416_UNSUPPORTED_URI);
+    }
+    if (!checkRequire(in_pIrq, in_pSip))
+    {
+        ++m_ulRefused;
+        return 420;
+    }
+    return method == sip_method_options ? onOptions(in_pIrq) : onInvite(in_pIrq, in_pSip);
+}
+
+int SipAgent::onOptions(nta_incoming_t* in_pIrq)
+{
+    if (isDraining())
+    {
+        return refuse(in_pIrq, SIP_503_SERVICE_UNAVAILABLE, true);
+    }
+    nta_incoming_treply(in_pIrq, SIP_200_OK, SIPTAG_ALLOW_STR(kAllow), SIPTAG_SUPPORTED_STR("replaces, 100rel, timer"),
+                        SIPTAG_ACCEPT_LANGUAGE_STR("en"), SIPTAG_ACCEPT_ENCODING_STR("identity"),
+                        SIPTAG_ACCEPT_STR("application/sdp"), TAG_END());
+    return 200;
+}
+
+int SipAgent::onInvite(nta_incoming_t* in_pIrq, const sip_t* in_pSip)
+{
+    ++m_ulInvitesReceived;
+    if (isDraining() || m_hNewCall.isNil())
+    {
+        return refuse(in_pIrq, SIP_503_SERVICE_UNAVAILABLE, true);
+    }
+    if (m_config.m_overloaded && m_config.m_overloaded())
+    {
+        ++m_ulOverloadRefused;
+        return refuse(in_pIrq, SIP_503_SERVICE_UNAVAILABLE, true);
+    }
+    if (in_pSip->sip_contact == nullptr || in_pSip->sip_contact->m_url->url_type == url_any)
+    {
+        return refuse(in_pIrq, 400, "Missing Contact Header");
+    }
+    return IncomingCallCore::begin(*this, in_pIrq, in_pSip);
+}
+
+DsSipStackStatistics SipAgent::statistics() const
+{
+    DsSipStackStatistics statistics;
+    statistics.m_ulInvitesReceived = m_ulInvitesReceived;
+    statistics.m_ulOverloadRefused = m_ulOverloadRefused;
+    statistics.m_ulNoDialog481 = m_ulNoDialog;
+    statistics.m_ulRefused = m_ulRefused;
+    statistics.m_ulCalls = m_ulCalls;
+    statistics.m_ulDialogs = m_ulDialogs;
+    statistics.m_ulServerTransactions = m_ulServerTransactions;
+    return statistics;
+}
+
+}  // namespace Quorvex

@@ -1,0 +1,109 @@
+#pragma once
+
+#include <atomic>
+#include <memory>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "sipstack/DsHandle.h"
+#include "sipstack/DsSipStack.h"
+#include "sipstack/base/MessageBridge.h"
+#include "sipstack/base/Sofia.h"
+#include "sipstack/base/StackThread.h"
+
+namespace Quorvex
+{
+
+class CallCore;
+class ClientTransactionCore;
+class DsInetAddress;
+class DsSipIncomingCall;
+class DsSipInviteMessage;
+class ServerTransactionCore;
+
+/// The base library's agent with its ports, the requests that belong to no dialog, and the tables of what is alive.
+/// SIP stack thread, except where noted.
+class SipAgent final : public LegHandler, public std::enable_shared_from_this<SipAgent>
+{
+public:
+    SipAgent(DsSipStackConfig in_config, DsHandle<DsSipNewCallinterface> in_hNewCall);
+    ~SipAgent();
+    SipAgent(const SipAgent&) = delete;
+    SipAgent& operator=(const SipAgent&) = delete;
+
+    // Any thread: the owner's.
+    bool start(std::string& out_strError);
+    void drain() { m_bDraining = true; }
+    void stop(unsigned int in_uiTimeoutMs);
+    bool post(std::function<void()> in_job) { return m_thread.post(std::move(in_job)); }
+    const DsSipStackConfig& config() const { return m_config; }
+    DsSipStackStatistics statistics() const;
+    bool isDraining() const { return m_bDraining.load(std::memory_order_relaxed); }
+
+    /// Any thread: the agent of an object that may outlive it. Throws when the stack is gone.
+    static std::shared_ptr<SipAgent> lock(const std::weak_ptr<SipAgent>& in_pAgent);
+
+    nta_agent_t* nta() const { return m_pNta; }
+    StackThread& thread() { return m_thread; }
+    const MessageBridge& bridge() const { return m_bridge; }
+    unsigned int timerCMs() const { return m_config.m_uiTimerCMs; }
+    /// 64 * T1: how long a transaction waits for its other side.
+    unsigned int timeoutMs() const { return 64 * m_config.m_uiT1Ms; }
+
+    /// The name of the listen port that a request came in on, by which the base library is told to use it again.
+    std::string portOf(nta_incoming_t* in_pIrq) const;
+    /// The address that a port is bound to; left alone when the name is none of ours.
+    void boundAddress(const char* in_szPort, DsInetAddress& out_address) const;
+    /// A reason phrase that lives as long as the program: the one asked for, or the usual one when too many different
+    /// ones have been asked for.
+    static const char* keptPhrase(unsigned int in_uiStatusCode, const std::string& in_strPhrase);
+    /// The Contact of the layer's own for a port.
+    std::string contactFor(const std::string& in_strPort) const;
+
+    /// False when the request requires what the layer does not have; it has been answered then.
+    bool checkRequire(nta_incoming_t* in_pIrq, const sip_t* in_pSip) const;
+
+    DsHandle<DsSipIncomingCall> newCall(const DsHandle<DsSipInviteMessage>& in_hInvite);
+
+    void addCall(const std::shared_ptr<CallCore>& in_pCall);
+    void removeCall(const CallCore& in_call);
+    void addServerTransaction(const std::shared_ptr<ServerTransactionCore>& in_pTransaction);
+    void removeServerTransaction(const ServerTransactionCore& in_transaction);
+    void dialogCreated() { ++m_ulDialogs; }
+    void dialogEnded() { --m_ulDialogs; }
+
+    int onLegRequest(nta_leg_t* in_pLeg, nta_incoming_t* in_pIrq, const sip_t* in_pSip) override;
+
+private:
+    bool open(su_root_s* in_pRoot, std::string& out_strError);
+    bool addPort(su_root_s* in_pRoot, std::size_t in_iPort, std::string& out_strError);
+    void close();
+    void checkEmpty();
+
+    int onInvite(nta_incoming_t* in_pIrq, const sip_t* in_pSip);
+    int onOptions(nta_incoming_t* in_pIrq);
+    int refuse(nta_incoming_t* in_pIrq, int in_iStatus, const char* in_szPhrase, bool in_bRetryAfter = false);
+
+    DsSipStackConfig m_config;
+    DsHandle<DsSipNewCallinterface> m_hNewCall;
+    StackThread m_thread;
+    MessageBridge m_bridge;
+    nta_agent_t* m_pNta = nullptr;
+    nta_leg_t* m_pDefaultLeg = nullptr;
+    std::atomic<bool> m_bDraining{false};
+    std::function<void()> m_onEmpty;  // asked for while stopping
+
+    std::unordered_map<const CallCore*, std::shared_ptr<CallCore>> m_calls;
+    std::unordered_map<const ServerTransactionCore*, std::shared_ptr<ServerTransactionCore>> m_serverTransactions;
+
+    std::atomic<std::uint64_t> m_ulInvitesReceived{0};
+    std::atomic<std::uint64_t> m_ulOverloadRefused{0};
+    std::atomic<std::uint64_t> m_ulNoDialog{0};
+    std::atomic<std::uint64_t> m_ulRefused{0};
+    std::atomic<std::uint64_t> m_ulCalls{0};
+    std::atomic<std::uint64_t> m_ulDialogs{0};
+    std::atomic<std::uint64_t> m_ulServerTransactions{0};
+};
+
+}  // namespace Quorvex

@@ -1,0 +1,269 @@
+#include "sipstack/base/StackThread.h"
+
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <future>
+
+#include "infra/Logger.h"
+#include "sipstack/base/Sofia.h"
+
+namespace Quorvex
+{
+
+namespace
+{
+
+StaticLogger s_logger("quorvex.sip.Stack");
+
+thread_local std::uint64_t s_ulEvents = 0;
+
+// How long the loop rests when the base library's next timer is less than a millisecond away. Its own loop would ask
+// again and again; this costs at most as much delay.
+constexpr long kRestNs = 250000;
+constexpr std::int64_t kForeverMs = 3600000;
+
+int drainWakeFd(su_root_magic_t*, su_wait_t*, su_wakeup_arg_t* in_pFd)
+{
+    const int fd = static_cast<int>(reinterpret_cast<std::intptr_t>(in_pFd));
+    std::uint64_t count = 0;
+    StackThread::countEvent();
+    return ::read(fd, &count, sizeof count) > 0 ? 0 : -1;
+}
+
+}  // namespace
+
+void StackTimer::start(StackThread& in_thread, std::uint64_t in_ulMs, std::function<void()> in_function)
+{
+    stop();
+    m_function = std::move(in_function);
+    m_pThread = &in_thread;
+    m_position =
+        in_thread.m_timers.emplace(StackThread::nowNs() + static_cast<std::int64_t>(in_ulMs) * 1000000, this);
+}
+
+void StackTimer::stop()
+{
+    if (m_pThread != nullptr)
+    {
+        m_pThread->m_timers.erase(m_position);
+        m_pThread = nullptr;
+    }
+}
+
+StackThread::~StackThread()
+{
+    join();
+}
+
+void StackThread::countEvent()
+{
+    ++s_ulEvents;
+}
+
+std::int64_t StackThread::nowNs()
+{
+    return std::chrono::duration_cast<std::chrono::nanoseconds>(Clock::now().time_since_epoch()).count();
+}
+
+bool StackThread::start(const std::function<bool(su_root_t*)>& in_init, std::function<void()> in_exit)
+{
+    m_iWakeFd = ::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
+    if (m_iWakeFd < 0)
+    {
+        return false;
+    }
+    std::promise<bool> started;
+    auto result = started.get_future();
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_bOpen = true;
+        m_bEnd = false;
+    }
+    m_thread = std::thread([this, &started, &in_init, exit = std::move(in_exit)] {
+        bool reported = false;
+        run(
+            [&](su_root_t* in_pRoot) {
+                const bool ok = in_init(in_pRoot);
+                reported = true;
+                started.set_value(ok);
+                return ok;
+            },
+            exit);
+        if (!reported)
+        {
+            started.set_value(false);
+        }
+    });
+    if (!result.get())
+    {
+        join();
+        return false;
+    }
+    return true;
+}
+
+void StackThread::join()
+{
+    if (m_thread.joinable())
+    {
+        {
+            const std::lock_guard<std::mutex> lock(m_mutex);
+            m_bEnd = true;
+        }
+        wake();
+        m_thread.join();
+    }
+    if (m_iWakeFd >= 0)
+    {
+        ::close(m_iWakeFd);
+        m_iWakeFd = -1;
+    }
+}
+
+bool StackThread::post(std::function<void()> in_job)
+{
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        if (!m_bOpen)
+        {
+            return false;
+        }
+        m_vJobs.push_back(std::move(in_job));
+        // Under the lock: the descriptor is closed only after m_bOpen was cleared under it.
+        if (m_bAsleep.exchange(false))
+        {
+            wake();
+        }
+    }
+    return true;
+}
+
+void StackThread::wake()
+{
+    const std::uint64_t one = 1;
+    if (::write(m_iWakeFd, &one, sizeof one) < 0)
+    {
+        // The counter is full, so the thread is going to wake anyway.
+    }
+}
+
+void StackThread::run(const std::function<bool(su_root_t*)>& in_init, const std::function<void()>& in_exit)
+{
+    m_id.store(std::this_thread::get_id());
+    su_root_t* const root = su_root_create(nullptr);
+    if (root == nullptr)
+    {
+        QLOG_ERROR(s_logger, "cannot create the event loop of the SIP stack");
+        return;
+    }
+    su_wait_t wait[1] = {SU_WAIT_INIT};
+    su_wait_create(wait, m_iWakeFd, SU_WAIT_IN);
+    const int registration = su_root_register(
+        root, wait, drainWakeFd, reinterpret_cast<su_wakeup_arg_t*>(static_cast<std::intptr_t>(m_iWakeFd)), 0);
+    if (registration > 0 && in_init(root))
+    {
+        loop(root);
+        in_exit();
+        {
+            const std::lock_guard<std::mutex> lock(m_mutex);
+            m_bOpen = false;
+        }
+        runJobs();
+    }
+    else
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_bOpen = false;
+    }
+    su_root_deregister(root, registration);
+    su_root_destroy(root);
+    m_id.store(std::thread::id());
+}
+
+void StackThread::loop(su_root_t* in_pRoot)
+{
+    for (;;)
+    {
+        runTimers();
+        const bool worked = runJobs();
+        {
+            const std::lock_guard<std::mutex> lock(m_mutex);
+            if (m_bEnd && m_vJobs.empty())
+            {
+                return;
+            }
+            m_bAsleep.store(m_vJobs.empty());
+        }
+        const std::int64_t wait = m_bAsleep.load() && !worked ? msToNextTimer() : 0;
+        const std::uint64_t seen = s_ulEvents;
+        const su_duration_t next = su_root_step(in_pRoot, static_cast<su_duration_t>(wait));
+        const bool close = next <= 0 || (!m_timers.empty() && msToNextTimer() <= 0);
+        if (close && !worked && seen == s_ulEvents && m_bAsleep.load())
+        {
+            pollfd wakeFd = {m_iWakeFd, POLLIN, 0};
+            const timespec rest = {0, kRestNs};
+            ::ppoll(&wakeFd, 1, &rest, nullptr);
+        }
+        m_bAsleep.store(false);
+    }
+}
+
+bool StackThread::runJobs()
+{
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_vBatch.swap(m_vJobs);
+    }
+    if (m_vBatch.empty())
+    {
+        return false;
+    }
+    for (auto& job : m_vBatch)
+    {
+        try
+        {
+            job();
+        }
+        catch (const std::exception& exception)
+        {
+            QLOG_ERROR(s_logger, "exception in a SIP job: " << exception.what());
+        }
+        catch (...)
+        {
+            QLOG_ERROR(s_logger, "exception of an unknown kind in a SIP job");
+        }
+    }
+    m_vBatch.clear();
+    return true;
+}
+
+void StackThread::runTimers()
+{
+    if (m_timers.empty())
+    {
+        return;
+    }
+    const std::int64_t now = nowNs();
+    while (!m_timers.empty() && m_timers.begin()->first <= now)
+    {
+        StackTimer* const timer = m_timers.begin()->second;
+        timer->stop();
+        // The function may destroy the timer, or start it again.
+        const auto function = std::move(timer->m_function);
+        function();
+    }
+}
+
+std::int64_t StackThread::msToNextTimer() const
+{
+    if (m_timers.empty())
+    {
+        return kForeverMs;
+    }
+    const std::int64_t ns = m_timers.begin()->first - nowNs();
+    return ns <= 0 ? 0 : std::min<std::int64_t>((ns + 999999) / 1000000, kForeverMs);
+}
+
+}  // namespace Quorvex
