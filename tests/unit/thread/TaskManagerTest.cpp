@@ -36,13 +36,14 @@ public:
 
     bool start() override
     {
+        const bool bHold = m_bHold;  // before anybody is told, who may change it
         m_journal.add("start " + m_strName);
         if (m_bFailStart)
         {
             return false;
         }
         setTaskState(STARTING_STATE);
-        if (!m_bHold)
+        if (!bHold)
         {
             setTaskState(RUNNING_STATE);
         }
@@ -51,13 +52,14 @@ public:
 
     bool stop() override
     {
+        const bool bHold = m_bHold;  // before anybody is told, who may change it
         m_journal.add("stop " + m_strName);
         if (m_bRefuseStop)
         {
             return false;
         }
         setTaskState(STOPPING_STATE);
-        if (!m_bHold)
+        if (!bHold)
         {
             setTaskState(STOPPED_STATE);
         }
@@ -66,8 +68,9 @@ public:
 
     bool kill() override
     {
+        const bool bHold = m_bHold;  // before anybody is told, who may change it
         m_journal.add("kill " + m_strName);
-        if (!m_bHold)
+        if (!bHold)
         {
             setTaskState(STOPPED_STATE);
         }
