@@ -95,6 +95,7 @@ public:
 
     /// The text as it goes on the wire, lines in the standard's order and ended by CR LF.
     std::string toString() const;
+    std::ostream& display(std::ostream& out_stream) const override;
 
 protected:
     ~DsSdpMsg() override = default;
@@ -109,7 +110,5 @@ private:
     DsSdpAttributeVector m_vAttributes;
     std::vector<DsHandle<DsSdpMediaDescription>> m_vMedia;
 };
-
-std::ostream& operator<<(std::ostream& out_stream, const DsSdpMsg& in_msg);
 
 }  // namespace Quorvex

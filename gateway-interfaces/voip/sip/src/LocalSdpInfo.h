@@ -46,12 +46,20 @@ public:
     const MediaEndpointCapacity& getCapacity() const { return m_capacity; }
 
 private:
+    /// What we offered: what each answer to it is measured against.
+    struct Offer
+    {
+        std::vector<unsigned> m_vPayloadType;
+        Media::StreamMode m_mode;
+        RtpMediaConfigData m_config;
+    };
+
     bool initLocal_i(const MediaEndpointCapacity& in_capacity,
                      const ROConfiguration& in_config,
                      Media::StreamMode in_mode);
     bool initPayloadTypes(const ROConfiguration& in_config);
     void initPacketTime(const ROConfiguration& in_config);
-    void initTelephoneEvents();
+    bool initTelephoneEvents();
     bool applyRemoteSdp(const SdpInfo& in_remote, bool in_bRemoteAnswer);
     bool negotiate(const SdpInfo& in_remote, bool in_bRemoteAnswer);
     bool negotiateMode(Media::StreamMode in_remoteMode, bool in_bRemoteAnswer);
@@ -61,6 +69,7 @@ private:
     MediaEndpointCapacity m_capacity;
     std::string m_strLocalAddress;
     Fallible<RtpMediaConfigData> m_remoteConfig;
+    Fallible<Offer> m_offer;
 };
 
 }  // namespace Quorvex

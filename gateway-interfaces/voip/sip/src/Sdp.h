@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <iosfwd>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -51,9 +52,15 @@ public:
     /// Where the outcomes that an operator looks for are logged, one line each.
     static const StaticLogger& getSummaryLogger();
 
+    /// Copies the local streams, so that the copies made of this object before keep theirs as they are.
+    void detachLocalSdp();
+    /// Goes back to a former state. The version of the next description goes on from here: the far end may
+    /// have seen the descriptions made since.
+    void restore(const Sdp& in_former);
+
 private:
     void beginLocalMsg(const std::string& in_strLocalAddress);
-    void addMediaDescriptions(const std::string& in_strConnectionAddress);
+    void addMediaDescriptions();
 
     DsHandle<DsSdpMsg> m_hLocalSdpMsg;
     DsHandle<DsSdpMsg> m_hRemoteSdpMsg;
@@ -65,3 +72,15 @@ private:
 };
 
 }  // namespace Quorvex
+
+/// One line, or a line with a description below it, for the operator.
+#define QUORVEX_SDP_SUMMARY(in_level, in_expression)                                                  \
+    do                                                                                                \
+    {                                                                                                 \
+        if (::Quorvex::Sdp::getSummaryLogger().isEnabled(in_level))                                   \
+        {                                                                                             \
+            std::ostringstream quorvexText_;                                                          \
+            quorvexText_ << "SDP : " << in_expression;                                                \
+            ::Quorvex::Sdp::getSummaryLogger().log(in_level, quorvexText_.str(), __FILE__, __LINE__); \
+        }                                                                                             \
+    } while (false)

@@ -7,7 +7,7 @@
 #include "infra/Object.h"
 #include "media/Media.h"
 #include "quorvex/Fallible.h"
-#include "rtp/RtpMediaConfig.h"
+#include "rtp/RtpMediaConfigData.h"
 #include "sipstack/DsSdpMsg.h"
 
 namespace Quorvex
@@ -62,6 +62,8 @@ public:
 protected:
     /// The media configuration of a stream of which nothing is known yet.
     void initConfigData();
+    /// Takes an invalidation back; the mode has to be set again.
+    void revalidate() { m_bValid = true; }
     void setMediaDescription(const DsHandle<DsSdpMediaDescription>& in_hMediaDescription)
     {
         m_hMediaDescription = in_hMediaDescription;

@@ -115,23 +115,32 @@ public:
 
 private:
     using StreamVector = std::vector<std::unique_ptr<VoipMediaStream>>;
-    struct AgreedState;
+
+    /// What the two sides last agreed on: where a refused offer leads back to.
+    struct AgreedState
+    {
+        Sdp m_sdp;
+        DsHandle<DsSipMessage> m_hRemoteSdpMessage;
+        std::size_t m_streamCount;
+        std::string m_strRecorderOutputIdHeader;
+        bool m_bRecordCallHeader;
+    };
 
     // Negotiation (VoipMediaSdp.cpp).
     bool takeOffer(const DsHandle<DsSipMessage>& in_hMsg);
-    bool checkAnswer(const DsHandle<DsSipMessage>& in_hMsg);
-    void rememberAgreedState();
+    bool takeAnswer(const DsHandle<DsSipMessage>& in_hMsg);
+    void rememberAgreed();
+    void agree();
+    void goBackToAgreed();
 
-    // Streams and what they are made from (VoipMedia.cpp).
+    // Streams and what they are made from (VoipMedia.cpp, VoipMediaLeg.cpp).
     bool createEndpoint(bool in_bRedirectReceive, Media::StreamMode in_mode);
     void configureRecordingFromHeaders(const DsSipMessage& in_msg);
     void configureRecordingFromHeaders(const CallLegInfo& in_leg);
-    void setRecordCall(const std::string& in_strValue, const char* in_szOrigin);
-    void setRecorderOutputId(const std::string& in_strValue);
     void fillSipInfo(const MediaEndpointCapacity& in_capacity, MediaEndpointConfig& io_config) const;
 
     // Running them (VoipMediaRun.cpp).
-    void applyDirections(std::size_t in_index, bool in_bCpa);
+    bool applyDirections(std::size_t in_index, bool in_bCpa);
     bool startEndpoint(VoipMediaStream& io_stream,
                        const LocalSdpInfo& in_local,
                        MediaEndpoint::Direction in_direction,
@@ -140,13 +149,14 @@ private:
                            const RtpMediaConfigData& in_config,
                            MediaEndpoint::Direction in_direction,
                            bool in_bCpa);
-    void runEndpoint(VoipMediaStream& io_stream, MediaEndpoint::Direction in_direction);
+    bool runEndpoint(VoipMediaStream& io_stream, MediaEndpoint::Direction in_direction);
     void stopEndpoint(VoipMediaStream& io_stream, MediaEndpoint::Direction in_direction, bool in_bForce);
+    bool applyOutcome(VoipMediaStream& io_stream, const VoipOpStatusMediaEvent& in_event);
+    void doDeferred(VoipMediaStream& io_stream, MediaEndpoint::Direction in_direction);
     bool checkAllStarted(std::size_t in_index) const;
-    bool checkStopped(const VoipMediaStream& in_stream, MediaEndpoint::Direction in_direction) const;
-    bool checkRunning(const VoipMediaStream& in_stream,
-                      const LocalSdpInfo& in_local,
-                      MediaEndpoint::Direction in_direction) const;
+    bool checkDirections(const VoipMediaStream& in_stream,
+                         const LocalSdpInfo& in_local,
+                         Media::StreamMode in_remoteMode) const;
     const LocalSdpInfo* getLocalInfo(std::size_t in_index) const;
     const SdpInfo* getRemoteInfo(std::size_t in_index) const;
 
@@ -158,7 +168,11 @@ private:
     std::string m_strCallId;
     const VoipStateMachineNoT* m_pStateMachine = nullptr;
     std::string m_strRecorderOutputIdHeader;
+    /// Set while a re-negotiation is open.
     std::unique_ptr<AgreedState> m_pAgreed;
+    bool m_bAgreedOnce = false;
+    /// The far end's offer still waits for our answer.
+    bool m_bOfferUnanswered = false;
     bool m_bCpaEnabled = false;
     bool m_bRecordCallHeader = false;
     bool m_bStopped = false;

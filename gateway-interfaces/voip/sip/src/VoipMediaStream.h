@@ -7,7 +7,7 @@
 #include "media/Media.h"
 #include "media/MediaEndpoint.h"
 #include "media/MediaEndpointCapacity.h"
-#include "rtp/RtpMediaConfig.h"
+#include "rtp/RtpMediaConfigData.h"
 
 namespace Quorvex
 {
@@ -67,6 +67,22 @@ public:
     void setRunState(MediaEndpoint::Direction in_direction, RunState in_state);
     void setConfigState(MediaEndpoint::Direction in_direction, ConfigState in_state);
 
+    /// What was asked of a direction while it was still starting or stopping, and is to be done once it has.
+    enum Deferred
+    {
+        eNOTHING,
+        eSTART_LATER,
+        eSTOP_LATER
+    };
+    Deferred getDeferred(MediaEndpoint::Direction in_direction) const
+    {
+        return direction(in_direction).m_deferred;
+    }
+    void setDeferred(MediaEndpoint::Direction in_direction, Deferred in_deferred)
+    {
+        direction(in_direction).m_deferred = in_deferred;
+    }
+
     /// The configuration last sent for a direction.
     const RtpMediaConfigData& getConfig(MediaEndpoint::Direction in_direction) const
     {
@@ -85,6 +101,7 @@ private:
         RtpMediaConfigData m_config;
         RunState m_runState = eSTOPPED;
         ConfigState m_configState = eNOT_CONFIGURED;
+        Deferred m_deferred = eNOTHING;
     };
 
     const DirectionState& direction(MediaEndpoint::Direction in_direction) const
@@ -95,7 +112,7 @@ private:
     {
         return in_direction == MediaEndpoint::RX_DIRECTION ? m_rx : m_tx;
     }
-    void moveTo(DirectionState& io_direction, RunState in_runState, ConfigState in_configState);
+    static void moveTo(DirectionState& io_direction, RunState in_runState, ConfigState in_configState);
 
     std::unique_ptr<MediaEndpoint> m_pEndpoint;
     DirectionState m_rx;
