@@ -1,0 +1,91 @@
+#include "quorvex/CallInterface.h"
+
+#include "infra/Assertion.h"
+
+namespace Quorvex
+{
+
+namespace
+{
+
+const Logger& logger()
+{
+    static const Logger s_logger("quorvex.calleng.CallInterface");
+    return s_logger;
+}
+
+}  // namespace
+
+bool TransferNotifiable::transferAccepted(RingType /*in_ringType*/)
+{
+    return false;
+}
+bool TransferNotifiable::transferFailure(ConnectionFailureType /*in_failure*/)
+{
+    return false;
+}
+bool TransferNotifiable::transferSuccess()
+{
+    return false;
+}
+
+bool TransferInitiator::hangup()
+{
+    return false;
+}
+
+bool CallLeg::inviteAccepted(RingType /*in_ringType*/)
+{
+    return false;
+}
+bool CallLeg::inviteRejected(ConnectionFailureType /*in_failure*/)
+{
+    return false;
+}
+bool CallLeg::remoteConnected(Call::ConnectionType /*in_connectionType*/)
+{
+    return false;
+}
+bool CallLeg::remoteConnectionFailed(ConnectionFailureType /*in_failure*/)
+{
+    return false;
+}
+bool CallLeg::mediaAvailable()
+{
+    return false;
+}
+bool CallLeg::sendInfoMsg(const std::vector<Parameter>& /*in_vParameters*/)
+{
+    return false;
+}
+const char* CallLeg::getEngineName() const
+{
+    return "??? EngineName ???";
+}
+
+bool OutCallLeg::inviteAccepted(RingType /*in_ringType*/)
+{
+    return QUORVEX_ASSERT_TEXT(logger(), false, "Not implemented : OutCallLeg::inviteAccepted");
+}
+
+bool OutCallLeg::inviteRejected(ConnectionFailureType /*in_failure*/)
+{
+    return QUORVEX_ASSERT_TEXT(logger(), false, "Not implemented : OutCallLeg::inviteRejected");
+}
+
+bool OutCallLeg::remoteConnected(Call::ConnectionType /*in_connectionType*/)
+{
+    return QUORVEX_ASSERT_TEXT(logger(), false, "Not implemented : OutCallLeg::remoteConnected");
+}
+
+bool OutCallLeg::remoteConnectionFailed(ConnectionFailureType /*in_failure*/)
+{
+    return QUORVEX_ASSERT_TEXT(logger(), false, "Not implemented : OutCallLeg::remoteConnectionFailed");
+}
+
+bool OutCallLeg::invite(const CallInfo& /*in_callInfo*/)
+{
+    return false;
+}
+
+}  // namespace Quorvex

@@ -1,0 +1,213 @@
+"""Runs a gateway for a system test: its own folder, free ports, a configuration made from overrides."""
+import json
+import os
+import re
+import signal
+import socket
+import subprocess
+import sys
+import tempfile
+import time
+import urllib.request
+from pathlib import Path
+
+ROOT = Path(__file__).resolve().parents[2]
+DEADLINE_S = 20
+
+
+class Failure(Exception):
+    """What a test found; its text is the report."""
+
+
+def check(condition, text):
+    if not condition:
+        raise Failure(text)
+
+
+def free_port(kind=socket.SOCK_DGRAM, both=False):
+    """A port of 127.0.0.1 that nobody holds now; with `both`, for UDP and TCP."""
+    for _ in range(100):
+        with socket.socket(socket.AF_INET, kind) as first:
+            first.bind(("127.0.0.1", 0))
+            port = first.getsockname()[1]
+            if not both:
+                return port
+            other = socket.SOCK_STREAM if kind == socket.SOCK_DGRAM else socket.SOCK_DGRAM
+            with socket.socket(socket.AF_INET, other) as second:
+                try:
+                    second.bind(("127.0.0.1", port))
+                    return port
+                except OSError:
+                    continue
+    raise Failure("no free port on 127.0.0.1")
+
+
+def toml_value(value):
+    if isinstance(value, bool):
+        return "true" if value else "false"
+    if isinstance(value, (int, float)):
+        return str(value)
+    if isinstance(value, list):
+        return "[" + ", ".join(toml_value(v) for v in value) + "]"
+    if isinstance(value, dict):
+        return "{ " + ", ".join(f"{json.dumps(k)} = {toml_value(v)}" for k, v in value.items()) + " }"
+    return json.dumps(value)
+
+
+def to_toml(tables, routes=()):
+    """{"quorvex.sip": {"t1Ms": 500}} and a list of routes as a configuration text."""
+    lines = []
+    for table, entries in tables.items():
+        lines.append(f"[{table}]")
+        lines += [f"{key} = {toml_value(value)}" for key, value in entries.items()]
+        lines.append("")
+    for route in routes:
+        lines.append("[[route]]")
+        lines += [f"{key} = {toml_value(value)}" for key, value in route.items()]
+        lines.append("")
+    return "\n".join(lines)
+
+
+ECHO_ROUTE = {"name": "echo", "match": {"sip.in.requestUri": "^sip:echo@"}, "service": "echo"}
+
+
+class Gateway:
+    """A running gateway. Used with `with`: what is still running at the end is killed."""
+
+    def __init__(self, build, overrides=None, routes=(ECHO_ROUTE,), level="INFO", levels=None, program=None):
+        self.build = Path(build)
+        self.folder = Path(tempfile.mkdtemp(prefix="quorvex-test-"))
+        self.port = free_port(both=True)
+        self.http_port = free_port(socket.SOCK_STREAM)
+        self.log_file = self.folder / "gateway.log"
+        self.cdr_file = self.folder / "cdr.jsonl"
+        tables = {
+            "quorvex.gateway": {
+                "netIfLib": "libquorvex-sip-netif.so",
+                "httpListen": f"127.0.0.1:{self.http_port}",
+                "cdrFile": str(self.cdr_file),
+                "stopTimeoutS": 30,
+            },
+            "quorvex.sip": {
+                "mediaLibName": "libquorvex-rtp-media.so",
+                "listen": [f"udp:127.0.0.1:{self.port}", f"tcp:127.0.0.1:{self.port}"],
+                "state.Disconnecting.timeoutMs": 5000,
+            },
+            "quorvex.rtp": {"encodingList": "0 8", "localAddress": "127.0.0.1", "portRange": "16384-32767"},
+            "quorvex.media.rtp": {"packetSizeMs": "20"},
+            "quorvex.log": {"file": str(self.log_file), "level": level,
+                            "levels": {"quorvex.gateway.memory": "DEBUG", **(levels or {})}},
+        }
+        for table, entries in (overrides or {}).items():
+            tables.setdefault(table, {}).update(entries)
+        self.config_file = self.folder / "gateway.toml"
+        self.config_file.write_text(to_toml(tables, routes), encoding="utf-8")
+        self.program = program or [str(self.build / "bin" / "quorvex-gateway")]
+        self.process = None
+
+    def __enter__(self):
+        self.start()
+        return self
+
+    def __exit__(self, kind, *_):
+        if self.process and self.process.poll() is None:
+            self.process.kill()
+            self.process.wait()
+        if kind is not None:
+            print(f"the gateway's log is {self.log_file}; its last lines:", file=sys.stderr)
+            print("\n".join(self.log().splitlines()[-30:]), file=sys.stderr)
+
+    def start(self):
+        self.output = open(self.folder / "output.txt", "w+", encoding="utf-8")
+        self.process = subprocess.Popen([*self.program, "--config", str(self.config_file)],
+                                        stdout=self.output, stderr=subprocess.STDOUT)
+        self.wait_until_it_answers()
+
+    def wait_until_it_answers(self):
+        """Asks with OPTIONS until a 200 comes: the network interface is up then."""
+        deadline = time.monotonic() + DEADLINE_S
+        with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as probe:
+            probe.bind(("127.0.0.1", 0))
+            probe.settimeout(0.1)
+            me = probe.getsockname()[1]
+            number = 0
+            while time.monotonic() < deadline:
+                check(self.process.poll() is None,
+                      f"the gateway ended with {self.process.returncode} while starting:\n{self.printed()}\n{self.log()}")
+                number += 1
+                probe.sendto((f"OPTIONS sip:127.0.0.1:{self.port} SIP/2.0\r\n"
+                              f"Via: SIP/2.0/UDP 127.0.0.1:{me};branch=z9hG4bKprobe{number}-{me}\r\n"
+                              f"From: <sip:probe@127.0.0.1:{me}>;tag=probe{number}\r\nTo: <sip:127.0.0.1:{self.port}>\r\n"
+                              f"Call-ID: probe-{number}-{me}\r\nCSeq: 1 OPTIONS\r\nMax-Forwards: 70\r\n"
+                              "Content-Length: 0\r\n\r\n").encode(), ("127.0.0.1", self.port))
+                try:
+                    if probe.recv(65536).startswith(b"SIP/2.0 200"):
+                        return
+                except (socket.timeout, ConnectionRefusedError):
+                    pass
+        raise Failure(f"the gateway did not answer OPTIONS within {DEADLINE_S} s:\n{self.printed()}\n{self.log()}")
+
+    def signal(self, number=signal.SIGTERM):
+        self.process.send_signal(number)
+
+    def wait(self, seconds=DEADLINE_S):
+        try:
+            return self.process.wait(seconds)
+        except subprocess.TimeoutExpired:
+            raise Failure(f"the gateway did not end within {seconds} s") from None
+
+    def stop(self, seconds=DEADLINE_S, expected=0):
+        self.signal()
+        code = self.wait(seconds)
+        check(code == expected, f"exit code {code}, {expected} expected\n{self.printed()}")
+
+    def printed(self):
+        return (self.folder / "output.txt").read_text(encoding="utf-8", errors="replace")
+
+    def log(self):
+        return self.log_file.read_text(encoding="utf-8", errors="replace") if self.log_file.exists() else ""
+
+    def records(self):
+        """The call records written so far."""
+        if not self.cdr_file.exists():
+            return []
+        return [json.loads(line) for line in self.cdr_file.read_text(encoding="utf-8").splitlines()]
+
+    def http(self, path, method="GET", body=None):
+        request = urllib.request.Request(f"http://127.0.0.1:{self.http_port}{path}", method=method,
+                                         data=None if body is None else json.dumps(body).encode())
+        try:
+            with urllib.request.urlopen(request, timeout=5) as answer:
+                return answer.status, answer.read().decode()
+        except urllib.error.HTTPError as error:
+            return error.code, error.read().decode()
+
+    def check_accounts_are_zero(self):
+        """After the end: every memory account that was ever used is back to zero."""
+        accounts = re.findall(r"memory account (.+): (\d+) objects, (\d+) bytes", self.log())
+        check(accounts, "the gateway logged no memory accounts at its end")
+        left = [f"{name}: {objects} objects, {size} bytes" for name, objects, size in accounts if objects != "0"]
+        check(not left, "memory accounts not back to zero: " + "; ".join(left))
+
+    def check_log_is_clean(self):
+        """No failed assertion and no error in the log."""
+        bad = [line for line in self.log().splitlines() if " ERROR " in line or "Assertion failed" in line]
+        check(not bad, "errors in the log:\n" + "\n".join(bad[:10]))
+
+
+def run(tests, build):
+    """Runs the functions with the build folder; prints what failed; the exit code."""
+    failed = 0
+    only = os.environ.get("QUORVEX_TEST")
+    for test in tests:
+        if only and only != test.__name__:
+            continue
+        started = time.monotonic()
+        try:
+            test(build)
+            print(f"ok      {test.__name__} ({time.monotonic() - started:.1f} s)", flush=True)
+        except Failure as failure:
+            failed += 1
+            print(f"FAILED  {test.__name__}: {failure}", flush=True)
+    print(f"{len(tests) - failed} passed, {failed} failed")
+    return 1 if failed else 0

@@ -1,0 +1,177 @@
+"""A scripted SIP user agent over UDP: says exactly what a test wants, and nothing by itself but the ACK of a failure."""
+import socket
+import struct
+import time
+
+from harness import Failure, check
+
+_number = 0
+
+
+def unique(prefix):
+    global _number
+    _number += 1
+    return f"{prefix}{_number}x{time.monotonic_ns():x}"
+
+
+class Message:
+    """A parsed SIP message."""
+
+    def __init__(self, data):
+        head, _, self.body = data.decode("utf-8", "replace").partition("\r\n\r\n")
+        lines = head.split("\r\n")
+        self.start = lines[0]
+        self.headers = []
+        for line in lines[1:]:
+            name, _, value = line.partition(":")
+            self.headers.append((name.strip(), value.strip()))
+        words = self.start.split(" ", 2)
+        self.is_response = words[0] == "SIP/2.0"
+        self.status = int(words[1]) if self.is_response else 0
+        self.method = (self.get("CSeq") or " ").split()[-1] if self.is_response else words[0]
+
+    def get(self, name):
+        for key, value in self.headers:
+            if key.lower() == name.lower():
+                return value
+        return None
+
+    def all(self, name):
+        return [value for key, value in self.headers if key.lower() == name.lower()]
+
+
+def sdp(address, port, payloads="0 8", extra=""):
+    return (f"v=0\r\no=test 1 1 IN IP4 {address}\r\ns=-\r\nc=IN IP4 {address}\r\nt=0 0\r\n"
+            f"m=audio {port} RTP/AVP {payloads}\r\n{extra}")
+
+
+def sdp_port(body):
+    for line in body.splitlines():
+        if line.startswith("m=audio "):
+            return int(line.split()[1])
+    raise Failure(f"no audio line in the SDP:\n{body}")
+
+
+class Caller:
+    """One outgoing call towards a gateway."""
+
+    def __init__(self, gateway_port, user="echo"):
+        self.remote = ("127.0.0.1", gateway_port)
+        self.socket = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+        self.socket.bind(("127.0.0.1", 0))
+        self.port = self.socket.getsockname()[1]
+        self.uri = f"sip:{user}@127.0.0.1:{gateway_port}"
+        self.call_id = unique("call")
+        self.from_header = f"<sip:tester@127.0.0.1:{self.port}>;tag={unique('tag')}"
+        self.to_header = f"<{self.uri}>"
+        self.target = self.uri
+        self.cseq = 0
+        self.invite_branch = None
+        self.pending = []
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.socket.close()
+
+    def send(self, method, body="", content_type="application/sdp", cseq=None, branch=None, headers=(), target=None):
+        if cseq is None:
+            self.cseq += 1
+            cseq = self.cseq
+        branch = branch or "z9hG4bK" + unique("b")
+        lines = [f"{method} {target or self.target} SIP/2.0",
+                 f"Via: SIP/2.0/UDP 127.0.0.1:{self.port};branch={branch}",
+                 f"From: {self.from_header}", f"To: {self.to_header}", f"Call-ID: {self.call_id}",
+                 f"CSeq: {cseq} {method}", f"Contact: <sip:tester@127.0.0.1:{self.port}>", "Max-Forwards: 70",
+                 *headers]
+        if body:
+            lines.append(f"Content-Type: {content_type}")
+        lines.append(f"Content-Length: {len(body)}")
+        self.socket.sendto(("\r\n".join(lines) + "\r\n\r\n" + body).encode(), self.remote)
+        return branch
+
+    def answer(self, request, status, reason, headers=(), body=""):
+        lines = [f"SIP/2.0 {status} {reason}"]
+        lines += [f"Via: {value}" for value in request.all("Via")]
+        lines += [f"{name}: {request.get(name)}" for name in ("From", "To", "Call-ID", "CSeq")]
+        lines += [*headers, f"Content-Length: {len(body)}"]
+        self.socket.sendto(("\r\n".join(lines) + "\r\n\r\n" + body).encode(), self.remote)
+
+    def receive(self, seconds=5.0):
+        """The next message; fails when none comes in time."""
+        if self.pending:
+            return self.pending.pop(0)
+        self.socket.settimeout(seconds)
+        try:
+            return Message(self.socket.recv(65536))
+        except socket.timeout:
+            raise Failure(f"nothing received within {seconds} s") from None
+
+    def expect(self, *wanted, seconds=5.0, skip=(100,)):
+        """The next message that is one of `wanted` (status codes or methods); anything else fails, but for `skip`."""
+        deadline = time.monotonic() + seconds
+        while True:
+            message = self.receive(max(0.01, deadline - time.monotonic()))
+            what = message.status if message.is_response else message.method
+            if what in wanted:
+                return message
+            check(what in skip, f"{what} received, one of {wanted} expected:\n{message.start}")
+
+    def invite(self, body, headers=()):
+        self.invite_branch = self.send("INVITE", body, headers=headers)
+
+    def take_dialog(self, response):
+        self.to_header = response.get("To")
+        contact = response.get("Contact")
+        if contact:
+            self.target = contact[contact.index("<") + 1:contact.index(">")]
+
+    def ack(self, response, body=""):
+        """The ACK of a final response: in the transaction for a failure, in the dialog for a success."""
+        if response.status >= 300:
+            to_header, self.to_header = self.to_header, response.get("To")
+            self.send("ACK", cseq=int(response.get("CSeq").split()[0]), branch=self.invite_branch, target=self.uri)
+            self.to_header = to_header
+        else:
+            self.take_dialog(response)
+            self.send("ACK", body, cseq=int(response.get("CSeq").split()[0]))
+
+    def cancel(self):
+        self.send("CANCEL", cseq=self.cseq, branch=self.invite_branch, target=self.uri)
+
+
+class RtpSocket:
+    """An RTP port: sends G.711 frames and reads what comes."""
+
+    def __init__(self):
+        self.socket = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+        self.socket.bind(("127.0.0.1", 0))
+        self.socket.settimeout(2)
+        self.port = self.socket.getsockname()[1]
+        self.sequence = 1000
+        self.timestamp = 160
+        self.ssrc = 0x51525758
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.socket.close()
+
+    def send(self, port, payload, payload_type=0):
+        header = struct.pack("!BBHII", 0x80, payload_type, self.sequence & 0xffff, self.timestamp & 0xffffffff, self.ssrc)
+        self.socket.sendto(header + payload, ("127.0.0.1", port))
+        self.sequence += 1
+        self.timestamp += len(payload)
+
+    def receive(self):
+        """(payload type, sequence, timestamp, payload) of the next RTP packet, or None when none comes."""
+        while True:
+            try:
+                data = self.socket.recv(4096)
+            except socket.timeout:
+                return None
+            if len(data) >= 12 and data[0] >> 6 == 2 and not 200 <= data[1] <= 211:
+                _, kind, sequence, timestamp, _ = struct.unpack("!BBHII", data[:12])
+                return kind & 0x7f, sequence, timestamp, data[12:]
