@@ -195,19 +195,35 @@ private:
 
     bool loadMediaEngine(const TSHandle<ROConfiguration>& in_hConfig);
     bool addSubTasks(const TSHandle<ROConfiguration>& in_hConfig);
-    void addCallDataReference(const char* in_szCallId);
-    bool removeCallDataReference(const char* in_szCallId);
+    void publishTonePlayerFactory();
+    void withdrawTonePlayerFactory();
+    bool initializeSipStack();
+
+    std::size_t getNumActive() const { return m_activeInSMHash.size() + m_activeOutSMHash.size(); }
+    bool isRunning() { return getTaskState() == Task::RUNNING_STATE; }
+    void completeStopWhenOutOfService();
+    void refuseOutCall(CallOutInterface* in_pCallOutInterface);
+    void killAllStateMachines();
+    void dropAllStateMachines();
+
+    template <class Hash>
+    bool insertActive(Hash& io_hash, const typename Hash::mapped_type& in_pMachine);
+    template <class Hash>
+    typename Hash::iterator findActive(Hash& io_hash, const char* in_szUUID);
     template <class Pool, class Hash>
-    void takeBack(Pool& io_pool, Hash& io_hash, typename Hash::iterator in_found, const char* in_szClass);
-    template <class Proxy, class Pool, class Hash>
+    void takeBack(Pool& io_pool,
+                  Hash& io_hash,
+                  typename Hash::iterator in_found,
+                  const char* in_szArticleAndClass);
+    template <class Machine, class Pool, class Hash>
     MediaEndpointCallback* newMediaProxy(Pool& io_pool,
                                          Hash& io_hash,
-                                         const char* in_szUUID,
+                                         const Machine& in_machine,
                                          std::uint32_t in_uiStreamId,
                                          const char* in_szDirection);
-    template <class Hash>
-    void abandon(Hash& io_hash);
-    std::size_t getNumActive() const { return m_activeInSMHash.size() + m_activeOutSMHash.size(); }
+    void addCallDataReference(const char* in_szCallId);
+    bool removeCallDataReference(const char* in_szCallId);
+    CallDataHash::iterator findCallData(const char* in_szCallId);
 
     DynLibObjPtr<MediaEngine> m_pMediaEngine;
     OutPool m_outSMPool;

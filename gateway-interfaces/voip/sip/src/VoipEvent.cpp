@@ -84,10 +84,11 @@ const char* getOpTypeName(MediaOpType in_opType)
     return "???";
 }
 
+// Of what is owned by pointer: a copy of its own class.
 template <class T>
 std::unique_ptr<T> copyOf(const std::unique_ptr<T>& in_p)
 {
-    return in_p ? std::make_unique<T>(*in_p) : nullptr;
+    return in_p ? std::unique_ptr<T>(in_p->clone()) : nullptr;
 }
 
 }  // namespace
@@ -173,7 +174,7 @@ std::ostream& RequestEvent::write(std::ostream& out_stream) const
     {
         return out_stream << "???";
     }
-    return out_stream << m_hRequest->getMethodName();
+    return out_stream << m_hRequest->getMethod();
 }
 
 SipResponseEvent::SipResponseEvent(const DsHandle<DsSipResponse>& in_hResponse)
@@ -200,7 +201,9 @@ SendInfoMsgEvent::SendInfoMsgEvent(const std::vector<Parameter>& in_vInfoMsg)
 }
 
 SendInfoMsgEvent::SendInfoMsgEvent(const SendInfoMsgEvent& in_other)
-    : Object(in_other), VoipEvent(in_other), m_pInfoMsg(copyOf(in_other.m_pInfoMsg))
+    : Object(in_other),
+      VoipEvent(in_other),
+      m_pInfoMsg(std::make_unique<std::vector<Parameter>>(*in_other.m_pInfoMsg))
 {
 }
 
@@ -209,7 +212,7 @@ SendInfoMsgEvent& SendInfoMsgEvent::operator=(const SendInfoMsgEvent& in_other)
     if (this != &in_other)
     {
         VoipEvent::operator=(in_other);
-        m_pInfoMsg = copyOf(in_other.m_pInfoMsg);
+        *m_pInfoMsg = *in_other.m_pInfoMsg;
     }
     return *this;
 }
@@ -217,7 +220,7 @@ SendInfoMsgEvent& SendInfoMsgEvent::operator=(const SendInfoMsgEvent& in_other)
 SendInfoMsgEvent::~SendInfoMsgEvent() = default;
 
 InviteEvent::InviteEvent(const CallInfo& in_callInfo)
-    : VoipEvent(EventType::eAPI_INVITE), m_pCallInfo(dynamic_cast<CallInfo*>(in_callInfo.clone()))
+    : VoipEvent(EventType::eAPI_INVITE), m_pCallInfo(in_callInfo.clone())
 {
     static_cast<void>(QUORVEX_ASSERT_TEXT(logger(), !m_pCallInfo.isNull(), "! m_pCallInfo.isNull()"));
 }

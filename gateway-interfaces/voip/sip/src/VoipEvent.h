@@ -6,8 +6,6 @@
 #include <vector>
 
 #include "calleng/CallInfo.h"
-#include "calleng/CallTypes.h"
-#include "calleng/ConnectionFailureType.h"
 #include "infra/CountedObjPtr.h"
 #include "infra/MemAccount.h"
 #include "infra/Object.h"
@@ -16,6 +14,8 @@
 #include "media/MediaEndpointCallback.h"
 #include "media/MediaEndpointCapacity.h"
 #include "media/MediaNotificationEvent.h"
+#include "quorvex/CallTypes.h"
+#include "quorvex/ConnectionFailureType.h"
 #include "sipstack/DsHandle.h"
 #include "sipstack/DsSipDialog.h"
 #include "sipstack/DsSipOutgoingCall.h"
