@@ -7,6 +7,7 @@
 #include "infra/MemAccount.h"
 #include "sipstack/DsHandle.h"
 #include "sipstack/DsObject.h"
+#include "sipstack/DsSipAckMessage.h"  // a default argument needs the whole class
 #include "sipstack/DsString.h"
 
 namespace Quorvex
