@@ -57,12 +57,13 @@ public:
     bool removeParameter(std::string_view in_name);
     const DsSipParameters& getParameters() const { return m_parameters; }
 
-    DsString getValueText() const override;
+    DsString formatValue() const override;
 
 protected:
     DsSipAddressHeader(int in_iID, std::string_view in_value);
     DsSipAddressHeader(int in_iID, DsSipNameAddress in_address);
-    DsSipAddressHeader(const DsSipAddressHeader& in_other) = default;
+    /// The URL is copied too.
+    DsSipAddressHeader(const DsSipAddressHeader& in_other);
 
     DsSipNameAddress m_address;
     DsSipParameters m_parameters;

@@ -80,8 +80,8 @@ public:
     int getHeaderID() const { return m_iID; }
     /// The header's name: as received, or the long form.
     virtual DsString getToken() const;
-    /// The value as text, without line folds; as received where nothing was changed.
-    virtual DsString getValueText() const = 0;
+    /// The value as text, without line folds; as received when nothing was changed.
+    DsString getValueText() const { return m_strReceived.empty() ? formatValue() : DsString(m_strReceived); }
     /// "Name: value", without a line end.
     DsString getText() const;
 
@@ -95,21 +95,34 @@ public:
     std::ostream& display(std::ostream& out_stream) const override;
 
 protected:
-    explicit DsSipHeader(int in_iID) : m_iID(in_iID) {}
+    explicit DsSipHeader(int in_iID, std::string_view in_received = {})
+        : m_iID(in_iID), m_strReceived(in_received)
+    {
+    }
     DsSipHeader(const DsSipHeader& in_other)
-        : DsObject(in_other), m_iID(in_other.m_iID), m_strToken(in_other.m_strToken)
+        : DsObject(in_other),
+          m_iID(in_other.m_iID),
+          m_strToken(in_other.m_strToken),
+          m_strReceived(in_other.m_strReceived)
     {
     }
     ~DsSipHeader() override;
 
+    /// The value as text, from its parts.
+    virtual DsString formatValue() const = 0;
     /// To be called by whatever changes the value.
-    void touch() { m_bModified = true; }
+    void touch()
+    {
+        m_bModified = true;
+        m_strReceived.clear();
+    }
 
 private:
     friend class DsSipMessage;
     const int m_iID;
     bool m_bModified = false;       // since the message gave it out
     std::string m_strToken;         // empty: the long form
+    std::string m_strReceived;      // empty: by formatValue()
     DsHandle<DsSipHeader> m_hNext;  // set by the message
 };
 
@@ -126,11 +139,13 @@ public:
 
     DsString getToken() const override { return m_strName; }
     const DsString& getValue() const { return m_strValue; }
-    DsString getValueText() const override { return m_strValue; }
     /// Why a known header could not be read; empty otherwise.
     const std::string& getError() const { return m_strError; }
 
     DsSipUnknownHeader* clone() const override;
+
+protected:
+    DsString formatValue() const override { return m_strValue; }
 
 private:
     DsString m_strName;

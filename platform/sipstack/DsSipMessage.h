@@ -149,6 +149,9 @@ protected:
     DsSipMessage(const DsSipMessage& in_other);
     ~DsSipMessage() override;
 
+    /// Appends every line of an identifier as it stands in the other message.
+    void copyHeaders(const DsSipMessage& in_other, int in_iID);
+
 private:
     friend class DsSipMessageBuilder;
 
@@ -162,15 +165,18 @@ private:
         std::vector<DsHandle<DsSipHeader>> m_vTyped;  // once made; guarded by m_mutex
     };
 
-    void addLine(std::string_view in_name, std::string_view in_value);
-    void insertLine(std::string_view in_name, std::string_view in_value, int in_iID);
-    void forgetTyped(int in_iID);
-    void makeTyped(int in_iID) const;
-    DsHandle<DsSipHeader> getReadable(int in_iID) const;
     std::string_view nameOf(const Line& in_line) const;
+    std::string_view rawValueOf(const Line& in_line) const;
     std::string valueOf(const Line& in_line) const;
     bool hasName(const Line& in_line, int in_iID, std::string_view in_name) const;
+    void store(Line& out_line, std::string_view in_name, std::string_view in_value);
+    void insertLine(int in_iID, std::string_view in_name, std::string_view in_value);
+    void forgetTyped(int in_iID);
+    void makeTyped(int in_iID) const;
+    void makeTypedLine(Line& io_line) const;
+    DsHandle<DsSipHeader> getReadable(int in_iID) const;
     bool isListed(int in_iID, std::string_view in_token) const;
+    void updateContentLength();
 
     std::string m_strHeaders;  // the lines' texts
     mutable std::vector<Line> m_vLines;
@@ -207,6 +213,7 @@ public:
     DsHandle<DsSipResponse> buildResponse();
 
 private:
+    friend class DsSipMessage;
     DsHandle<DsSipMessage> m_hMessage;
 };
 

@@ -21,10 +21,10 @@ class DsSipTextHeader : public DsSipHeader
 {
 public:
     const DsString& getValue() const { return m_strValue; }
-    DsString getValueText() const override { return m_strValue; }
+    DsString formatValue() const override { return m_strValue; }
 
 protected:
-    DsSipTextHeader(int in_iID, std::string_view in_value) : DsSipHeader(in_iID), m_strValue(in_value) {}
+    DsSipTextHeader(int in_iID, std::string_view in_value);
     DsString m_strValue;
 };
 
@@ -35,14 +35,13 @@ public:
     std::uint32_t getNumber() const { return m_uiNumber; }
     void setNumber(std::uint32_t in_uiNumber);
     const DsSipParameters& getParameters() const { return m_parameters; }
-    DsString getValueText() const override;
+    DsString formatValue() const override;
 
 protected:
     DsSipNumberHeader(int in_iID, std::string_view in_value);
     DsSipNumberHeader(int in_iID, std::uint32_t in_uiNumber) : DsSipHeader(in_iID), m_uiNumber(in_uiNumber) {}
 
     std::uint32_t m_uiNumber = 0;
-    std::string m_strComment;  // Retry-After
     DsSipParameters m_parameters;
 };
 
@@ -54,7 +53,7 @@ public:
     /// True when the token is in the list, in any case.
     bool contains(std::string_view in_token) const;
     const DsString& getValue() const { return m_strValue; }
-    DsString getValueText() const override { return m_strValue; }
+    DsString formatValue() const override { return m_strValue; }
 
 protected:
     DsSipTokenListHeader(int in_iID, std::string_view in_value);
@@ -74,7 +73,7 @@ public:
     bool hasParameter(std::string_view in_name) const { return m_parameters.has(in_name); }
     const DsSipParameters& getParameters() const { return m_parameters; }
     void setParameter(std::string_view in_name, std::string_view in_value);
-    DsString getValueText() const override;
+    DsString formatValue() const override;
 
 protected:
     DsSipParameterHeader(int in_iID, std::string_view in_value);
@@ -254,7 +253,7 @@ public:
     void setBranchRFC3261();
     const DsSipParameters& getParameters() const { return m_parameters; }
 
-    DsString getValueText() const override;
+    DsString formatValue() const override;
     DsSipViaHeader* clone() const override;
 
 private:
@@ -273,7 +272,7 @@ public:
 
     std::uint32_t getNumber() const { return m_uiNumber; }
     const DsString& getMethod() const { return m_strMethod; }
-    DsString getValueText() const override;
+    DsString formatValue() const override;
     DsSipCSeqHeader* clone() const override;
 
 private:
@@ -291,7 +290,7 @@ public:
     std::uint32_t getResponseNumber() const { return m_uiResponse; }
     std::uint32_t getCSeqNumber() const { return m_uiCSeq; }
     const DsString& getMethod() const { return m_strMethod; }
-    DsString getValueText() const override;
+    DsString formatValue() const override;
     DsSipRAckHeader* clone() const override;
 
 private:

@@ -4,9 +4,9 @@ set(QUORVEX_MESSAGE_SOURCES
     DsInetAddress.cpp
     DsObject.cpp
     DsSipAddressHeaders.cpp
-    DsSipDigest.cpp
     DsSipHeader.cpp
     DsSipMessage.cpp
+    DsSipMessageBuilder.cpp
     DsSipParameters.cpp
     DsSipRequest.cpp
     DsSipResponse.cpp

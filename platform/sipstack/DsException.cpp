@@ -1,0 +1,20 @@
+#include "sipstack/DsException.h"
+
+#include <ostream>
+#include <utility>
+
+namespace Quorvex
+{
+
+DsException::DsException(std::string in_strReason) : m_strReason(std::move(in_strReason))
+{
+}
+
+DsException::~DsException() = default;
+
+std::ostream& operator<<(std::ostream& out_stream, const DsException& in_exception)
+{
+    return out_stream << in_exception.getReason();
+}
+
+}  // namespace Quorvex
