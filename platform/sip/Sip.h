@@ -7,6 +7,7 @@
 
 #include "infra/Logger.h"
 #include "quorvex/Fallible.h"
+#include "sip/SipFailure.h"
 #include "sipstack/DsInetAddress.h"
 #include "sipstack/DsString.h"
 
