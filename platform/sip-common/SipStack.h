@@ -11,6 +11,7 @@
 
 #include "infra/Handle.h"
 #include "infra/ROConfiguration.h"
+#include "sip-common/SipStackSettings.h"
 #include "sip/Sip.h"
 #include "sipstack/DsHandle.h"
 #include "sipstack/DsSipHeaders.h"
@@ -77,21 +78,21 @@ public:
     const std::vector<ListenAddrPort>& getListenPorts() const { return m_vListenPorts; }
 
     /// "quorvex.sip.contactUser".
-    const std::string& getContactUser() const { return m_strContactUser; }
+    const std::string& getContactUser() const { return m_settings.m_stack.m_strContactUser; }
 
-    bool hasOutboundProxy() const { return !m_strOutboundProxy.empty(); }
+    bool hasOutboundProxy() const { return !getOutboundProxy().empty(); }
     /// A SIP URI; empty for none.
-    const std::string& getOutboundProxy() const { return m_strOutboundProxy; }
+    const std::string& getOutboundProxy() const { return m_settings.m_stack.m_strOutboundProxy; }
 
     /// "quorvex.sip.productName" and "quorvex.sip.productVersion".
-    const std::string& getProductName() const { return m_strProductName; }
-    const std::string& getProductVersion() const { return m_strProductVersion; }
+    const std::string& getProductName() const { return m_settings.m_strProductName; }
+    const std::string& getProductVersion() const { return m_settings.m_strProductVersion; }
     /// The header that names the gateway in its messages: User-Agent, from the product strings. Shared by all
     /// messages; a message takes a copy.
     const DsHandle<DsSipHeader>& getIdentificationHeader() const { return m_hIdentification; }
 
     /// RFC 3261 timer C in ms: how long an INVITE may stay unanswered ("quorvex.sip.timerCMs").
-    unsigned int getTimerCMs() const { return m_uiTimerCMs; }
+    unsigned int getTimerCMs() const { return m_settings.m_stack.m_uiTimerCMs; }
 
     /// Asked on the SIP stack thread for every new INVITE: true refuses it with 503. Set before initialize().
     void setOverloadCheck(std::function<bool()> in_overloaded) { m_overloaded = std::move(in_overloaded); }
@@ -102,19 +103,14 @@ public:
 private:
     SipStack();
     ~SipStack() override;
-    bool apply(const ROConfiguration& in_config, DsSipStackConfig& out_config, std::string& out_strError);
 
+    std::mutex m_mutex;  // guards m_pStack's making and end
     std::unique_ptr<DsSipStack> m_pStack;
     std::atomic<bool> m_bRunning{false};
-    std::mutex m_mutex;  // held while stopping
     std::function<bool()> m_overloaded;
+    SipStackSettings m_settings;
     std::vector<ListenAddrPort> m_vListenPorts;
-    std::string m_strContactUser;
-    std::string m_strOutboundProxy;
-    std::string m_strProductName;
-    std::string m_strProductVersion;
     DsHandle<DsSipHeader> m_hIdentification;
-    unsigned int m_uiTimerCMs = 180000;
 };
 
 }  // namespace Quorvex
