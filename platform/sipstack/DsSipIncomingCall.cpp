@@ -77,14 +77,14 @@ void DsSipIncomingCall::ackReinvite(const DsHandle<DsSipAckMessage>& in_hAck)
     dialog()->ackReinvite(in_hAck);
 }
 
-void DsSipIncomingCall::acceptReplaces(const DsHandle<DsSipDialog>&, const DsHandle<DsSipDialog>&)
+void DsSipIncomingCall::acceptReplaces(const DsHandle<DsSipDialog>&, const DsHandle<DsSipDialog>& in_hNewDialog)
 {
-    throw DsException("no dialog has been offered in the place of another");
+    core().postAcceptReplaces(in_hNewDialog);
 }
 
-void DsSipIncomingCall::rejectReplaces(const DsHandle<DsSipDialog>&, const DsHandle<DsSipDialog>&)
+void DsSipIncomingCall::rejectReplaces(const DsHandle<DsSipDialog>&, const DsHandle<DsSipDialog>& in_hNewDialog)
 {
-    throw DsException("no dialog has been offered in the place of another");
+    core().postRejectReplaces(in_hNewDialog);
 }
 
 }  // namespace Quorvex

@@ -21,6 +21,8 @@ public:
     ClientRequest& operator=(const ClientRequest&) = delete;
     ~ClientRequest();
 
+    void setCallback(Callback in_callback) { m_callback = std::move(in_callback); }
+
     /// Takes the transaction that was made with this as its handler; null means that it could not be made.
     bool take(nta_outgoing_t* in_pOrq);
     nta_outgoing_t* get() const { return m_pOrq; }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "sipstack/DsHandle.h"
+#include "sipstack/base/Sofia.h"
 
 namespace Quorvex
 {
@@ -42,6 +43,9 @@ public:
     virtual void onDialogSessionRefresh(DialogCore& in_dialog) = 0;
     virtual void onDialogReplaces(DialogCore& in_replaced, DialogCore& in_new,
                                   const DsHandle<DsSipInviteMessage>& in_hInvite) = 0;
+
+    /// An INVITE that offers a new dialog in the place of one of the owner's; the result is as LegHandler's.
+    virtual int offerReplaces(DialogCore& in_replaced, nta_incoming_t* in_pIrq, const sip_t* in_pSip) = 0;
 
     /// True while the INVITE that makes the dialog is without a final response or without its ACK.
     virtual bool isInviteUnfinished(const DialogCore& in_dialog) const = 0;

@@ -1,5 +1,7 @@
 #include "sipstack/base/IncomingCallCore.h"
 
+#include <algorithm>
+
 #include "infra/Logger.h"
 #include "sipstack/DsException.h"
 #include "sipstack/DsSipAckMessage.h"
@@ -24,9 +26,6 @@ namespace
 StaticLogger s_logger("quorvex.sip.IncomingCall");
 
 }  // namespace
-
-CallCore::CallCore(SipAgent& in_agent) : m_agent(in_agent), m_pAgent(in_agent.weak_from_this()) {}
-CallCore::~CallCore() = default;
 
 IncomingCallCore::IncomingCallCore(SipAgent& in_agent) : CallCore(in_agent) {}
 IncomingCallCore::~IncomingCallCore() = default;
@@ -68,6 +67,7 @@ DsSipIncomingCallinterface& IncomingCallCore::reports() const
 
 DsHandle<DsSipDialog> IncomingCallCore::getDialog() const
 {
+    const std::lock_guard<std::mutex> lock(m_mutex);
     return m_pDialog->getHandle();
 }
 
@@ -324,6 +324,12 @@ void IncomingCallCore::close()
         nta_incoming_destroy(m_pIrq);
         m_pIrq = nullptr;
     }
+    dropOffers();
+    for (const auto& replaced : m_vReplaced)
+    {
+        replaced->end();
+    }
+    m_vReplaced.clear();
     m_pDialog->end();
     m_hCall->m_hInterface = DsHandle<DsSipIncomingCallinterface>();
     m_hCall = DsHandle<DsSipIncomingCall>();
@@ -358,6 +364,8 @@ void IncomingCallCore::onDialogBye(DialogCore& in_dialog, const DsHandle<DsSipMe
 {
     if (&in_dialog != m_pDialog.get())
     {
+        // A dialog that was replaced, and that both sides end: its BYE concerns nobody any more.
+        m_agent.post([dialog = in_dialog.shared_from_this()] { dialog->hangup(DsHandle<DsSipRequest>()); });
         return;
     }
     if (m_state == State::eProceeding)
@@ -381,6 +389,10 @@ void IncomingCallCore::onDialogByeAnswered(DialogCore& in_dialog, const DsHandle
         report(in_hResponse);
         close();
     }
+    else
+    {
+        std::erase_if(m_vReplaced, [&](const auto& in_pReplaced) { return in_pReplaced.get() == &in_dialog; });
+    }
 }
 
 void IncomingCallCore::onDialogEnded(DialogCore& in_dialog)
@@ -388,6 +400,10 @@ void IncomingCallCore::onDialogEnded(DialogCore& in_dialog)
     if (&in_dialog == m_pDialog.get())
     {
         close();
+    }
+    else
+    {
+        std::erase_if(m_vReplaced, [&](const auto& in_pReplaced) { return in_pReplaced.get() == &in_dialog; });
     }
 }
 
@@ -460,9 +476,21 @@ void IncomingCallCore::onDialogReplaces(DialogCore& in_replaced, DialogCore& in_
     reports().replacesDialog(m_hCall, in_replaced.getHandle(), in_new.getHandle(), in_hInvite);
 }
 
-bool IncomingCallCore::isInviteUnfinished(const DialogCore&) const
+bool IncomingCallCore::isInviteUnfinished(const DialogCore& in_dialog) const
 {
-    return m_state == State::eProceeding || m_state == State::eAccepted;
+    return m_state == State::eProceeding || m_state == State::eAccepted || isOfferUnfinished(in_dialog);
+}
+
+void IncomingCallCore::takeDialog(const std::shared_ptr<DialogCore>& in_pDialog)
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_vReplaced.push_back(m_pDialog);
+    m_pDialog = in_pDialog;
+}
+
+void IncomingCallCore::onReplacesAck(DialogCore&, const DsHandle<DsSipAckMessage>& in_hAck)
+{
+    reports().callConfirmed(m_hCall, in_hAck);
 }
 
 }  // namespace Quorvex

@@ -3,6 +3,8 @@
 #include <atomic>
 #include <deque>
 #include <memory>
+#include <mutex>
+#include <vector>
 
 #include "sipstack/DsHandle.h"
 #include "sipstack/base/CallCore.h"
@@ -29,7 +31,6 @@ public:
     void postAnswer(const DsHandle<DsSipResponse>& in_hResponse, bool in_bReliable);
     void postHangup();
     DsHandle<DsSipDialog> getDialog() const;
-    DialogCore* getDialogCore() const { return m_pDialog.get(); }
 
     void shutdown() override;
     void abort() override;
@@ -81,10 +82,14 @@ private:
                           const DsHandle<DsSipInviteMessage>& in_hInvite) override;
     bool isInviteUnfinished(const DialogCore& in_dialog) const override;
     bool isInbound() const override { return true; }
+    void takeDialog(const std::shared_ptr<DialogCore>& in_pDialog) override;
+    void onReplacesAck(DialogCore& in_dialog, const DsHandle<DsSipAckMessage>& in_hAck) override;
 
     State m_state = State::eProceeding;
     nta_incoming_t* m_pIrq = nullptr;
+    mutable std::mutex m_mutex;  // guards the next one, which changes on the SIP stack thread only
     std::shared_ptr<DialogCore> m_pDialog;
+    std::vector<std::shared_ptr<DialogCore>> m_vReplaced;  // taken over from, not ended yet
     DsHandle<DsSipIncomingCall> m_hCall;
     StackTimer m_timer;
     bool m_bHangupDue = false;

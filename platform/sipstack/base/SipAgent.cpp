@@ -7,11 +7,13 @@
 
 #include "infra/Logger.h"
 #include "sipstack/DsException.h"
+#include "sipstack/DsSipAckMessage.h"
 #include "sipstack/DsSipIncomingCall.h"
 #include "sipstack/DsSipInviteMessage.h"
 #include "sipstack/DsSipNewCallinterface.h"
 #include "sipstack/DsSipResponse.h"
 #include "sipstack/DsInetAddress.h"
+#include "sipstack/base/DialogCore.h"
 #include "sipstack/base/IncomingCallCore.h"
 #include "sipstack/base/ServerTransactionCore.h"
 
@@ -386,13 +388,55 @@ int SipAgent::onInvite(nta_incoming_t* in_pIrq, const sip_t* in_pSip)
     {
         return refuse(in_pIrq, 400, "Missing Contact Header");
     }
+    if (in_pSip->sip_replaces != nullptr)
+    {
+        return onReplaces(in_pIrq, in_pSip);
+    }
     return IncomingCallCore::begin(*this, in_pIrq, in_pSip);
+}
+
+// RFC 3891 section 3.
+int SipAgent::onReplaces(nta_incoming_t* in_pIrq, const sip_t* in_pSip)
+{
+    if (reinterpret_cast<const sip_header_t*>(in_pSip->sip_replaces)->sh_next != nullptr)
+    {
+        return refuse(in_pIrq, 400, "More Than One Replaces Header");
+    }
+    nta_leg_t* const leg = nta_leg_by_replaces(m_pNta, in_pSip->sip_replaces);
+    auto* const dialog =
+        leg == nullptr ? nullptr : dynamic_cast<DialogCore*>(nta_leg_magic(leg, &LegHandler::callback));
+    if (dialog == nullptr || dialog->getOwner() == nullptr)
+    {
+        ++m_ulNoDialog;
+        return 481;
+    }
+    switch (dialog->getState())
+    {
+    case DialogCore::State::eEarly:
+        if (dialog->getOwner()->isInbound())
+        {
+            ++m_ulNoDialog;
+            return 481;
+        }
+        break;
+    case DialogCore::State::eConfirmed:
+        if (in_pSip->sip_replaces->rp_early_only != 0)
+        {
+            return refuse(in_pIrq, SIP_486_BUSY_HERE);
+        }
+        break;
+    case DialogCore::State::eEnding:
+    case DialogCore::State::eEnded:
+        return refuse(in_pIrq, SIP_603_DECLINE);
+    }
+    return dialog->getOwner()->offerReplaces(*dialog, in_pIrq, in_pSip);
 }
 
 DsSipStackStatistics SipAgent::statistics() const
 {
     DsSipStackStatistics statistics;
     statistics.m_ulInvitesReceived = m_ulInvitesReceived;
+    statistics.m_ulInvitesSent = m_ulInvitesSent;
     statistics.m_ulOverloadRefused = m_ulOverloadRefused;
     statistics.m_ulNoDialog481 = m_ulNoDialog;
     statistics.m_ulRefused = m_ulRefused;

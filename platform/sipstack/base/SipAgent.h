@@ -53,6 +53,15 @@ public:
 
     /// The name of the listen port that a request came in on, by which the base library is told to use it again.
     std::string portOf(nta_incoming_t* in_pIrq) const;
+    /// The name of the port that a request of ours leaves from: the one of its Contact, else the first one of its
+    /// transport.
+    std::string portFor(const DsHandle<DsSipInviteMessage>& in_hInvite) const;
+    /// Where a request of ours is sent: calls back once, with a SIP URI whose host is an address, or with an empty text
+    /// when there is none in time. From inside the call when nothing has to be looked up, else on another thread.
+    void resolveDestination(const DsHandle<DsSipInviteMessage>& in_hRequest,
+                            std::function<void(const std::string& in_strRoute)> in_callback) const;
+    static std::string newTag();
+    void countInviteSent() { ++m_ulInvitesSent; }
     /// The address that a port is bound to; left alone when the name is none of ours.
     void boundAddress(const char* in_szPort, DsInetAddress& out_address) const;
     /// A reason phrase that lives as long as the program: the one asked for, or the usual one when too many different
@@ -82,6 +91,7 @@ private:
     void checkEmpty();
 
     int onInvite(nta_incoming_t* in_pIrq, const sip_t* in_pSip);
+    int onReplaces(nta_incoming_t* in_pIrq, const sip_t* in_pSip);
     int onOptions(nta_incoming_t* in_pIrq);
     int refuse(nta_incoming_t* in_pIrq, int in_iStatus, const char* in_szPhrase, bool in_bRetryAfter = false);
 
@@ -98,6 +108,7 @@ private:
     std::unordered_map<const ServerTransactionCore*, std::shared_ptr<ServerTransactionCore>> m_serverTransactions;
 
     std::atomic<std::uint64_t> m_ulInvitesReceived{0};
+    std::atomic<std::uint64_t> m_ulInvitesSent{0};
     std::atomic<std::uint64_t> m_ulOverloadRefused{0};
     std::atomic<std::uint64_t> m_ulNoDialog{0};
     std::atomic<std::uint64_t> m_ulRefused{0};

@@ -1,0 +1,541 @@
+#include "sipstack/base/OutgoingCallCore.h"
+
+#include <algorithm>
+
+#include "infra/Logger.h"
+#include "sipstack/DsSipAckMessage.h"
+#include "sipstack/DsSipInviteMessage.h"
+#include "sipstack/DsSipOutgoingCall.h"
+#include "sipstack/DsSipOutgoingCallinterface.h"
+#include "sipstack/DsSipRequest.h"
+#include "sipstack/DsSipResponse.h"
+#include "sipstack/DsSipServerTransaction.h"
+#include "sipstack/base/DialogCore.h"
+#include "sipstack/base/MessageBridge.h"
+#include "sipstack/base/SipAgent.h"
+
+namespace Quorvex
+{
+
+namespace
+{
+
+StaticLogger s_logger("quorvex.sip.OutgoingCall");
+
+// How long a 2xx that crossed our CANCEL waits for the user to end it before the layer does.
+constexpr unsigned int kCrossingGraceT1 = 4;
+
+}  // namespace
+
+OutgoingCallCore::OutgoingCallCore(SipAgent& in_agent, CallLogger* in_pLogger)
+    : CallCore(in_agent), m_pLogger(in_pLogger)
+{
+}
+
+OutgoingCallCore::~OutgoingCallCore() = default;
+
+void OutgoingCallCore::giveLoggerBack()
+{
+    static_cast<void>(m_pLogger.release());
+}
+
+DsSipOutgoingCallinterface& OutgoingCallCore::reports() const
+{
+    return *m_hCall->m_hInterface;
+}
+
+void OutgoingCallCore::begin(const DsHandle<DsSipOutgoingCall>& in_hCall)
+{
+    const auto self = shared_from_this();
+    m_hCall = in_hCall;
+    m_agent.addCall(self);
+    m_agent.countInviteSent();
+    if (m_agent.isDraining())
+    {
+        fail();
+        return;
+    }
+    m_state = State::eResolving;
+    std::weak_ptr<CallCore> weak = self;
+    m_agent.resolveDestination(in_hCall->getInvite(), [weak, agent = m_pAgent](const std::string& in_strRoute) {
+        // On a thread of the resolver, or inside this very call.
+        const auto locked = agent.lock();
+        if (!locked)
+        {
+            return;
+        }
+        locked->post([weak, in_strRoute] {
+            if (const auto core = std::static_pointer_cast<OutgoingCallCore>(weak.lock()))
+            {
+                core->send(in_strRoute);
+            }
+        });
+    });
+}
+
+void OutgoingCallCore::send(const std::string& in_strRoute)
+{
+    if (m_state != State::eResolving && m_state != State::eCalling)
+    {
+        return;
+    }
+    const auto self = shared_from_this();
+    const auto& invite = m_hCall->getInvite();
+    if (in_strRoute.empty())
+    {
+        QLOG_INFO(s_logger, "no address for " << invite->getRequestURI());
+        fail();
+        return;
+    }
+    m_strRoute = in_strRoute;
+    if (m_pLeg == nullptr)
+    {
+        m_strPort = m_agent.portFor(invite);
+        std::string from = invite->getHeaderValue("From");
+        if (invite->getFromTag().empty())
+        {
+            from += ";tag=" + SipAgent::newTag();
+        }
+        const std::string to = invite->getHeaderValue("To");
+        const std::string callId = invite->getCallID();
+        m_pLeg = nta_leg_tcreate(m_agent.nta(), &LegHandler::callback, this, SIPTAG_FROM_STR(from.c_str()),
+                                 SIPTAG_TO_STR(to.c_str()),
+                                 TAG_IF(!callId.empty(), SIPTAG_CALL_ID_STR(callId.c_str())), TAG_END());
+    }
+    m_pInvite = std::make_unique<ClientRequest>([this](const sip_t* in_pSip) { onResponse(in_pSip); });
+    bool made = false;
+    m_state = State::eCalling;
+    if (m_pLeg != nullptr)
+    {
+        su_home_t home[1] = {SU_HOME_INIT(home)};
+        const OutgoingParts parts(home, invite, m_agent.contactFor(m_strPort), OutgoingParts::Routes::eKeep);
+        const std::string cseq = std::to_string(m_uiCSeq) + " INVITE";
+        const std::string uri = invite->getRequestURI();
+        // A numeric route stays out of the message: it is where to send, not a Route header.
+        made = m_pInvite->take(nta_outgoing_tcreate(
+            m_pLeg, &OutgoingHandler::callback, m_pInvite.get(), URL_STRING_MAKE(m_strRoute.c_str()), SIP_METHOD_INVITE,
+            URL_STRING_MAKE(uri.c_str()), SIPTAG_CSEQ_STR(cseq.c_str()),
+            TAG_IF(!m_strAuthorization.empty(), SIPTAG_HEADER_STR(m_strAuthorization.c_str())),
+            TAG_IF(parts.hasHeaders(), SIPTAG_HEADER_STR(parts.headers())),
+            TAG_IF(parts.hasBody(), SIPTAG_PAYLOAD(parts.body())), NTATAG_PASS_100(1),
+            TPTAG_IDENT(m_strPort.c_str()), TAG_END()));
+        su_home_deinit(home);
+    }
+    if (!made)
+    {
+        QLOG_ERROR(s_logger, "cannot send the INVITE to " << invite->getRequestURI());
+        fail();
+        return;
+    }
+    m_timerC.start(m_agent.thread(), m_agent.timerCMs(), [this] { cancel(); });
+}
+
+void OutgoingCallCore::onResponse(const sip_t* in_pSip)
+{
+    if (m_state != State::eCalling)
+    {
+        return;
+    }
+    const auto self = shared_from_this();
+    if (ClientRequest::isInternal(in_pSip))
+    {
+        fail();
+        return;
+    }
+    const int status = in_pSip->sip_status->st_status;
+    const auto response = m_agent.bridge().fromResponse(m_pInvite->get()).dynamicCast<DsSipResponse>();
+    if (status < 200)
+    {
+        onProvisional(in_pSip, response);
+    }
+    else if (status < 300)
+    {
+        onSuccess(in_pSip, response);
+    }
+    else
+    {
+        onFailure(status, in_pSip, response);
+    }
+}
+
+std::shared_ptr<DialogCore> OutgoingCallCore::dialogOf(const sip_t* in_pSip)
+{
+    const char* const tag = in_pSip->sip_to->a_tag;
+    if (tag == nullptr)
+    {
+        return nullptr;
+    }
+    for (const auto& dialog : m_vDialogs)
+    {
+        if (su_casematch(dialog->getRemoteTag().c_str(), tag) != 0)
+        {
+            return dialog;
+        }
+    }
+    auto dialog = DialogCore::fromResponse(m_agent, *this, in_pSip, m_strPort);
+    if (dialog)
+    {
+        m_vDialogs.push_back(dialog);
+        const std::lock_guard<std::recursive_mutex> lock(m_hCall->m_mutex);
+        m_hCall->m_vDialogs.push_back(dialog->getHandle());
+    }
+    return dialog;
+}
+
+DsHandle<DsSipDialog> OutgoingCallCore::firstDialog() const
+{
+    const auto& dialog = m_pDialog ? m_pDialog : (m_vDialogs.empty() ? m_pDialog : m_vDialogs.front());
+    return dialog ? dialog->getHandle() : DsHandle<DsSipDialog>();
+}
+
+void OutgoingCallCore::onProvisional(const sip_t* in_pSip, const DsHandle<DsSipResponse>& in_hResponse)
+{
+    if (in_pSip->sip_status->st_status > 100)
+    {
+        m_timerC.start(m_agent.thread(), m_agent.timerCMs(), [this] { cancel(); });
+    }
+    const auto dialog = in_pSip->sip_status->st_status > 100 ? dialogOf(in_pSip) : nullptr;
+    const auto handle = dialog ? dialog->getHandle() : DsHandle<DsSipDialog>();
+    if (dialog && in_pSip->sip_rseq != nullptr && sip_has_feature(in_pSip->sip_require, "100rel") != 0)
+    {
+        std::uint32_t& last = m_lastRSeq[dialog->getRemoteTag()];
+        const std::uint32_t rseq = in_pSip->sip_rseq->rs_response;
+        if (last != 0 && rseq != last + 1)
+        {
+            return;  // a copy, or one whose forerunner is still to come (RFC 3262 section 4)
+        }
+        last = rseq;
+        dialog->refreshTarget(in_pSip, true);
+        sendPrack(*dialog, in_pSip);
+        reports().reliableProvisionalResponse(m_hCall, handle, in_hResponse);
+    }
+    reports().provisionalResponse(m_hCall, handle, in_hResponse);
+}
+
+void OutgoingCallCore::sendPrack(DialogCore& in_dialog, const sip_t* in_pSip)
+{
+    if (in_dialog.getLeg() == nullptr)
+    {
+        return;
+    }
+    const std::string rack = std::to_string(in_pSip->sip_rseq->rs_response) + " " +
+                             std::to_string(in_pSip->sip_cseq->cs_seq) + " INVITE";
+    auto request = std::make_unique<ClientRequest>(nullptr);
+    request->setCallback([this, p = request.get()](const sip_t* in_pAnswer) {
+        if (ClientRequest::isInternal(in_pAnswer) || in_pAnswer->sip_status->st_status >= 200)
+        {
+            m_vPracks.remove_if([p](const auto& in_pRequest) { return in_pRequest.get() == p; });
+        }
+    });
+    if (request->take(nta_outgoing_tcreate(in_dialog.getLeg(), &OutgoingHandler::callback, request.get(), nullptr,
+                                           SIP_METHOD_PRACK, nullptr, SIPTAG_RACK_STR(rack.c_str()),
+                                           TPTAG_IDENT(m_strPort.c_str()), TAG_END())))
+    {
+        m_vPracks.push_back(std::move(request));
+    }
+}
+
+void OutgoingCallCore::onSuccess(const sip_t* in_pSip, const DsHandle<DsSipResponse>& in_hResponse)
+{
+    m_timerC.stop();
+    m_cancelTimer.stop();
+    m_pDialog = dialogOf(in_pSip);
+    if (!m_pDialog)
+    {
+        fail();
+        return;
+    }
+    m_pDialog->refreshTarget(in_pSip, true);
+    m_pDialog->confirm();
+    const char* const branch = nta_outgoing_branch(m_pInvite->get());
+    m_pDialog->rememberInvite(in_pSip->sip_cseq->cs_seq, branch != nullptr ? branch : "", m_strAuthorization);
+    m_state = State::eConfirmed;
+    m_pInvite.reset();
+    // The other early dialogs are over; a 2xx of theirs is acknowledged and ended by the base library.
+    for (const auto& dialog : m_vDialogs)
+    {
+        if (dialog != m_pDialog)
+        {
+            dialog->end();
+        }
+    }
+    m_vDialogs = {m_pDialog};
+    {
+        const std::lock_guard<std::recursive_mutex> lock(m_hCall->m_mutex);
+        m_hCall->m_vDialogs = {m_pDialog->getHandle()};
+    }
+    if (m_bCancelled)
+    {
+        m_cancelTimer.start(m_agent.thread(), kCrossingGraceT1 * m_agent.config().m_uiT1Ms, [this] { hangup(); });
+    }
+    reports().succeeded(m_hCall, m_pDialog->getHandle(), in_hResponse);
+}
+
+void OutgoingCallCore::onFailure(int in_iStatus, const sip_t*, const DsHandle<DsSipResponse>& in_hResponse)
+{
+    if (in_iStatus < 400)
+    {
+        reports().redirect(m_hCall, firstDialog(), in_hResponse);
+    }
+    else if (in_iStatus == 487)
+    {
+        reports().dialogTerminated(m_hCall, firstDialog(), in_hResponse);
+    }
+    else
+    {
+        reports().failedToConnect(m_hCall, firstDialog(), in_hResponse);
+    }
+    close();
+}
+
+void OutgoingCallCore::fail()
+{
+    const auto self = shared_from_this();
+    reports().failedToConnect(m_hCall, firstDialog(), DsHandle<DsSipResponse>());
+    close();
+}
+
+void OutgoingCallCore::postHangup()
+{
+    if (const auto agent = m_pAgent.lock())
+    {
+        agent->post([self = std::static_pointer_cast<OutgoingCallCore>(shared_from_this())] { self->hangup(); });
+    }
+}
+
+void OutgoingCallCore::cancel()
+{
+    if (m_state == State::eResolving)
+    {
+        fail();
+        return;
+    }
+    if (m_state != State::eCalling || m_bCancelled)
+    {
+        return;
+    }
+    const auto self = shared_from_this();
+    m_bCancelled = true;
+    m_timerC.stop();
+    nta_outgoing_t* const orq = m_pInvite->get();
+    // RFC 3261 9.1: after a CANCEL the final response may never come. Before any provisional response the INVITE's own
+    // time-out comes first.
+    m_cancelTimer.start(m_agent.thread(), m_agent.timeoutMs() + m_agent.config().m_uiT1Ms, [this] { fail(); });
+    nta_outgoing_tcancel(orq, nullptr, nullptr, TAG_END());
+}
+
+void OutgoingCallCore::hangup()
+{
+    const auto self = shared_from_this();
+    switch (m_state)
+    {
+    case State::eNew:
+    case State::eResolving:
+    case State::eCalling:
+        cancel();
+        break;
+    case State::eConfirmed:
+        m_cancelTimer.stop();
+        m_state = State::eEnding;
+        m_pDialog->hangup(DsHandle<DsSipRequest>());
+        break;
+    case State::eEnding:
+        m_pDialog->hangup(DsHandle<DsSipRequest>());
+        break;
+    case State::eClosed:
+        break;
+    }
+}
+
+void OutgoingCallCore::report(const DsHandle<DsSipMessage>& in_hMessage)
+{
+    if (!m_bClosingReported)
+    {
+        m_bClosingReported = true;
+        reports().dialogTerminated(m_hCall, firstDialog(), in_hMessage);
+    }
+}
+
+void OutgoingCallCore::close()
+{
+    if (m_state == State::eClosed)
+    {
+        return;
+    }
+    const auto self = shared_from_this();
+    report(DsHandle<DsSipMessage>());
+    m_state = State::eClosed;
+    m_timerC.stop();
+    m_cancelTimer.stop();
+    m_pInvite.reset();
+    m_vPracks.clear();
+    dropOffers();
+    for (const auto& dialog : m_vDialogs)
+    {
+        dialog->end();
+    }
+    m_vDialogs.clear();
+    m_pDialog.reset();
+    if (m_pLeg != nullptr)
+    {
+        nta_leg_destroy(m_pLeg);
+        m_pLeg = nullptr;
+    }
+    reports().terminated(m_hCall, DsHandle<DsSipMessage>());
+    {
+        const std::lock_guard<std::recursive_mutex> lock(m_hCall->m_mutex);
+        m_hCall->m_vDialogs.clear();
+    }
+    m_hCall->m_hInterface = nullptr;
+    m_hCall = nullptr;
+    m_pLogger.reset();
+    m_agent.removeCall(*this);
+}
+
+void OutgoingCallCore::shutdown()
+{
+    hangup();
+}
+
+void OutgoingCallCore::abort()
+{
+    const auto self = shared_from_this();
+    if (m_state == State::eCalling && !m_bCancelled)
+    {
+        nta_outgoing_tcancel(m_pInvite->get(), nullptr, nullptr, TAG_END());
+    }
+    close();
+}
+
+int OutgoingCallCore::onLegRequest(nta_leg_t*, nta_incoming_t*, const sip_t*)
+{
+    return 481;  // there is no dialog yet, or not the one that is named
+}
+
+// ---- what the dialogs report --------------------------------------------------------------------------------------
+
+void OutgoingCallCore::takeDialog(const std::shared_ptr<DialogCore>& in_pDialog)
+{
+    const std::lock_guard<std::recursive_mutex> lock(m_hCall->m_mutex);
+    m_vDialogs.push_back(in_pDialog);
+    m_pDialog = in_pDialog;
+    m_hCall->m_vDialogs.insert(m_hCall->m_vDialogs.begin(), in_pDialog->getHandle());
+}
+
+void OutgoingCallCore::onReplacesAck(DialogCore& in_dialog, const DsHandle<DsSipAckMessage>& in_hAck)
+{
+    reports().reinviteAck(m_hCall, in_dialog.getHandle(), in_hAck);
+}
+
+void OutgoingCallCore::onDialogBye(DialogCore& in_dialog, const DsHandle<DsSipMessage>& in_hBye)
+{
+    if (&in_dialog != m_pDialog.get())
+    {
+        m_agent.post([dialog = in_dialog.shared_from_this()] { dialog->hangup(DsHandle<DsSipRequest>()); });
+        return;
+    }
+    m_state = State::eEnding;
+    m_cancelTimer.stop();
+    report(in_hBye);
+}
+
+void OutgoingCallCore::onDialogByeAnswered(DialogCore& in_dialog, const DsHandle<DsSipMessage>& in_hResponse)
+{
+    if (&in_dialog == m_pDialog.get())
+    {
+        report(in_hResponse);
+        close();
+        return;
+    }
+    onDialogEnded(in_dialog);
+}
+
+void OutgoingCallCore::onDialogEnded(DialogCore& in_dialog)
+{
+    if (&in_dialog == m_pDialog.get())
+    {
+        close();
+        return;
+    }
+    {
+        const std::lock_guard<std::recursive_mutex> lock(m_hCall->m_mutex);
+        std::erase(m_hCall->m_vDialogs, in_dialog.getHandle());
+    }
+    std::erase_if(m_vDialogs, [&](const auto& in_pDialog) { return in_pDialog.get() == &in_dialog; });
+}
+
+void OutgoingCallCore::onDialogRequest(DialogCore& in_dialog, const DsHandle<DsSipServerTransaction>& in_hTransaction,
+                                       const DsHandle<DsSipRequest>& in_hRequest)
+{
+    reports().unknownRequest(m_hCall, in_dialog.getHandle(), in_hTransaction, in_hRequest);
+}
+
+void OutgoingCallCore::onDialogRefer(DialogCore& in_dialog, const DsHandle<DsSipServerTransaction>& in_hTransaction,
+                                     const DsHandle<DsSipRequest>& in_hRequest)
+{
+    reports().referRequest(m_hCall, in_dialog.getHandle(), in_hTransaction, in_hRequest);
+}
+
+void OutgoingCallCore::onDialogNotify(DialogCore& in_dialog, const DsHandle<DsSipServerTransaction>& in_hTransaction,
+                                      const DsHandle<DsSipRequest>& in_hRequest)
+{
+    reports().notifyRequest(m_hCall, in_dialog.getHandle(), in_hTransaction, in_hRequest);
+}
+
+void OutgoingCallCore::onDialogReferResponse(DialogCore& in_dialog, const DsHandle<DsSipResponse>& in_hResponse)
+{
+    reports().referResponse(m_hCall, in_dialog.getHandle(), in_hResponse);
+}
+
+void OutgoingCallCore::onDialogNotifyResponse(DialogCore& in_dialog, const DsHandle<DsSipResponse>& in_hResponse)
+{
+    reports().notifyResponse(m_hCall, in_dialog.getHandle(), in_hResponse);
+}
+
+void OutgoingCallCore::onDialogReinvite(DialogCore& in_dialog, const DsHandle<DsSipInviteMessage>& in_hInvite)
+{
+    reports().reinviteRequest(m_hCall, in_dialog.getHandle(), in_hInvite);
+}
+
+void OutgoingCallCore::onDialogReinviteCancel(DialogCore& in_dialog, const DsHandle<DsSipRequest>& in_hCancel)
+{
+    reports().reinviteCancel(m_hCall, in_dialog.getHandle(), in_hCancel);
+}
+
+void OutgoingCallCore::onDialogReinviteResponse(DialogCore& in_dialog, const DsHandle<DsSipResponse>& in_hResponse)
+{
+    reports().reinviteResponse(m_hCall, in_dialog.getHandle(), in_hResponse);
+}
+
+void OutgoingCallCore::onDialogReinviteAck(DialogCore& in_dialog, const DsHandle<DsSipAckMessage>& in_hAck)
+{
+    reports().reinviteAck(m_hCall, in_dialog.getHandle(), in_hAck);
+}
+
+void OutgoingCallCore::onDialogReinviteTimeOut(DialogCore& in_dialog, const DsHandle<DsSipInviteMessage>& in_hInvite)
+{
+    reports().reinviteTimeOut(m_hCall, in_dialog.getHandle(), in_hInvite);
+}
+
+void OutgoingCallCore::onDialogSessionTimeOut(DialogCore& in_dialog)
+{
+    reports().onSessionTimeOut(m_hCall, in_dialog.getHandle());
+}
+
+void OutgoingCallCore::onDialogSessionRefresh(DialogCore& in_dialog)
+{
+    reports().onSessionRefreshTime(m_hCall, in_dialog.getHandle());
+}
+
+void OutgoingCallCore::onDialogReplaces(DialogCore& in_replaced, DialogCore& in_new,
+                                        const DsHandle<DsSipInviteMessage>& in_hInvite)
+{
+    reports().replacesDialog(m_hCall, in_replaced.getHandle(), in_new.getHandle(), in_hInvite);
+}
+
+bool OutgoingCallCore::isInviteUnfinished(const DialogCore& in_dialog) const
+{
+    return m_state == State::eCalling || isOfferUnfinished(in_dialog);
+}
+
+}  // namespace Quorvex

@@ -1,0 +1,141 @@
+// Where requests of ours go, and from which port.
+
+#include <array>
+#include <random>
+
+#include "net/HostResolver.h"
+#include "sipstack/DsInetAddress.h"
+#include "sipstack/DsSipInviteMessage.h"
+#include "sipstack/base/SipAgent.h"
+
+namespace Quorvex
+{
+
+namespace
+{
+
+// A SIP URI taken apart, as far as sending is concerned.
+struct Target
+{
+    explicit Target(const std::string& in_strUri)
+    {
+        su_home_t home[1] = {SU_HOME_INIT(home)};
+        const url_t* const url = url_hdup(home, URL_STRING_MAKE(in_strUri.c_str())->us_url);
+        if (url != nullptr && (url->url_type == url_sip || url->url_type == url_sips) && url->url_host != nullptr)
+        {
+            m_strHost = url->url_host;
+            m_strPort = url->url_port != nullptr ? url->url_port : "";
+            std::array<char, 256> value{};
+            if (url_param(url->url_params, "maddr", value.data(), value.size()) > 0)
+            {
+                m_strHost = value.data();
+            }
+            value = {};
+            if (url_param(url->url_params, "transport", value.data(), value.size()) > 0)
+            {
+                m_bTcp = su_casematch(value.data(), "tcp") != 0;
+            }
+            if (m_strHost.size() > 2 && m_strHost.front() == '[' && m_strHost.back() == ']')
+            {
+                m_strHost = m_strHost.substr(1, m_strHost.size() - 2);
+            }
+        }
+        su_home_deinit(home);
+    }
+
+    std::string uri(const std::string& in_strAddress) const
+    {
+        const bool v6 = in_strAddress.find(':') != std::string::npos;
+        return "sip:" + (v6 ? "[" + in_strAddress + "]" : in_strAddress) + (m_strPort.empty() ? "" : ":" + m_strPort) +
+               (m_bTcp ? ";transport=tcp" : ";transport=udp");
+    }
+
+    std::string m_strHost;
+    std::string m_strPort;
+    bool m_bTcp = false;
+};
+
+}  // namespace
+
+void SipAgent::resolveDestination(const DsHandle<DsSipInviteMessage>& in_hRequest,
+                                  std::function<void(const std::string&)> in_callback) const
+{
+    const std::string uri = in_hRequest->getRequestURI();
+    if (in_hRequest->getConnectionAddress().isValid())
+    {
+        Target target(uri);
+        const DsInetAddress& address = in_hRequest->getConnectionAddress();
+        target.m_strPort = address.getPort() == 0 ? target.m_strPort : std::to_string(address.getPort());
+        in_callback(target.uri(address.getHostAddress()));
+        return;
+    }
+    const Target target(m_config.m_strOutboundProxy.empty() ? uri : m_config.m_strOutboundProxy);
+    if (target.m_strHost.empty())
+    {
+        in_callback(std::string());
+        return;
+    }
+    Net::HostResolver::instance().prefetch(
+        target.m_strHost, std::chrono::milliseconds(m_config.m_uiNameTimeoutMs),
+        [target, callback = std::move(in_callback)](const std::string& in_strAddress) {
+            callback(in_strAddress.empty() ? std::string() : target.uri(in_strAddress));
+        });
+}
+
+std::string SipAgent::portFor(const DsHandle<DsSipInviteMessage>& in_hInvite) const
+{
+    const Target route(m_config.m_strOutboundProxy.empty() ? std::string(in_hInvite->getRequestURI())
+                                                           : m_config.m_strOutboundProxy);
+    const auto transport = route.m_bTcp ? DsSipTransport::eTCP : DsSipTransport::eUDP;
+    std::string contactPort;
+    std::string contactHost;
+    if (const auto contact = in_hInvite->getContactHeader(); !contact.isNil())
+    {
+        std::string text = contact->getValueText();
+        const std::size_t begin = text.find('<');
+        const std::size_t end = text.find('>');
+        text = begin != std::string::npos && end != std::string::npos ? text.substr(begin + 1, end - begin - 1) : text;
+        const Target target(text);
+        contactHost = target.m_strHost;
+        contactPort = target.m_strPort.empty() ? "5060" : target.m_strPort;
+    }
+    std::string fallback;
+    std::string samePort;
+    for (std::size_t i = 0; i < m_config.m_vListenPorts.size(); ++i)
+    {
+        const DsSipListenPort& port = m_config.m_vListenPorts[i];
+        if (port.m_transport != transport)
+        {
+            continue;
+        }
+        const std::string name = "p" + std::to_string(i);
+        if (std::to_string(port.m_uiPort) == contactPort)
+        {
+            if (port.m_strAddress == contactHost)
+            {
+                return name;
+            }
+            samePort = samePort.empty() ? name : samePort;
+        }
+        fallback = fallback.empty() ? name : fallback;
+    }
+    return samePort.empty() ? fallback : samePort;
+}
+
+std::string SipAgent::newTag()
+{
+    static thread_local std::mt19937_64 s_random{std::random_device{}()};
+    constexpr const char* kDigits = "0123456789abcdefghijklmnopqrstuv";
+    std::string tag;
+    for (int i = 0; i < 2; ++i)
+    {
+        std::uint64_t bits = s_random();
+        for (int digit = 0; digit < 12; ++digit, bits >>= 5U)
+        {
+            tag += kDigits[bits & 31U];
+        }
+    }
+    return tag;
+}
+
+}  // namespace Quorvex

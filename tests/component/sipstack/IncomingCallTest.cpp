@@ -1,0 +1,347 @@
+// Calls that a far end on the wire places, seen from the layer's user: what is reported, what goes out, what is left.
+
+#include <gtest/gtest.h>
+
+#include <thread>
+
+#include "RawPeer.h"
+#include "TestAgent.h"
+#include "sipstack/DsException.h"
+
+namespace Quorvex
+{
+namespace
+{
+
+using namespace std::chrono_literals;
+
+class IncomingCallTest : public testing::Test
+{
+protected:
+    explicit IncomingCallTest(const DsSipStackConfig& in_config = TestAgent::defaults())
+        : m_agent(in_config), m_peer(m_agent.port())
+    {
+    }
+
+    Reports& reports() { return m_agent.reports(); }
+
+    Report invite()
+    {
+        m_peer.sendRequest("INVITE", kSdp);
+        return reports().expect("called");
+    }
+
+    // An answered and confirmed call.
+    Report establish()
+    {
+        const Report called = invite();
+        called.m_hIn->answer(TestAgent::response(200, called.request(), kSdp));
+        m_peer.learn(m_peer.expect("SIP/2.0 200"));
+        m_peer.sendRequest("ACK");
+        return reports().expect("callConfirmed");
+    }
+
+    void expectEnd()
+    {
+        EXPECT_TRUE(reports().empty());
+        m_agent.expectEmpty();
+    }
+
+    TestAgent m_agent;
+    RawPeer m_peer;
+};
+
+TEST_F(IncomingCallTest, AnsweredCallEndedByTheCaller)
+{
+    {
+        const Report called = invite();
+        EXPECT_EQ(called.m_hMessage->getBody(), kSdp);
+        EXPECT_EQ(called.m_hMessage->getSourceAddress().getPort(), m_peer.port());
+        EXPECT_EQ(called.m_hMessage->getLocalAddress().getText(), "127.0.0.1:" + std::to_string(m_agent.port()));
+        EXPECT_EQ(called.m_hIn->getDialog()->getCallID(), m_peer.m_strCallId);
+
+        called.m_hIn->answer(TestAgent::response(100, called.request()));
+        EXPECT_TRUE(RawPeer::tagOf(RawPeer::header(m_peer.expect("SIP/2.0 100"), "To")).empty());
+        called.m_hIn->answer(TestAgent::response(180, called.request()));
+        const std::string ringing = m_peer.expect("SIP/2.0 180");
+        const auto answer = TestAgent::response(200, called.request(), kSdp);
+        answer->addHeader("X-Own", "kept as it is");
+        called.m_hIn->answer(answer);
+        const std::string ok = m_peer.expect("SIP/2.0 200 OK");
+        EXPECT_EQ(RawPeer::header(ok, "To"), RawPeer::header(ringing, "To"));
+        EXPECT_EQ(RawPeer::header(ok, "X-Own"), "kept as it is");
+        EXPECT_EQ(RawPeer::header(ok, "Content-Type"), "application/sdp");
+        EXPECT_EQ(RawPeer::header(ok, "Contact"), "<sip:gateway@127.0.0.1:" + std::to_string(m_agent.port()) + ">");
+        EXPECT_EQ(RawPeer::headers(ok, "Via").size(), 1U);
+        EXPECT_EQ(RawPeer::body(ok), kSdp);
+        m_peer.learn(ok);
+        m_peer.sendRequest("ACK");
+        reports().expect("callConfirmed");
+
+        m_peer.sendRequest("BYE");
+        const Report bye = reports().expect("terminated");
+        ASSERT_FALSE(bye.request().isNil());
+        EXPECT_EQ(bye.request()->getMethod(), "BYE");
+        bye.m_hIn->respondToBye(TestAgent::response(200, bye.request()));
+        m_peer.expect("SIP/2.0 200");
+        m_agent.stack().ping(1000);
+        // The call is over: what is asked for now is told so, and a hang-up is harmless.
+        EXPECT_THROW(bye.m_hIn->answer(TestAgent::response(180, called.request())), DsException);
+        EXPECT_THROW(bye.m_hIn->respondToBye(TestAgent::response(200, bye.request())), DsException);
+        bye.m_hIn->hangup();
+    }
+    expectEnd();
+}
+
+TEST_F(IncomingCallTest, AnsweredCallEndedByUs)
+{
+    {
+        const Report confirmed = establish();
+        confirmed.m_hIn->hangup();
+        confirmed.m_hIn->hangup();
+        const std::string bye = m_peer.expect("BYE sip:peer@127.0.0.1:" + std::to_string(m_peer.port()));
+        EXPECT_EQ(RawPeer::tagOf(RawPeer::header(bye, "To")), "peer");
+        EXPECT_EQ(RawPeer::tagOf(RawPeer::header(bye, "From")), m_peer.m_strToTag);
+        m_peer.respond(bye, "200 OK");
+        const Report ended = reports().expect("terminated");
+        ASSERT_FALSE(ended.response().isNil());
+        EXPECT_EQ(ended.response()->getStatusCode(), 200U);
+        EXPECT_EQ(ended.response()->getMethod(), "BYE");
+    }
+    expectEnd();
+}
+
+TEST_F(IncomingCallTest, UnansweredByeEndsWithoutAMessage)
+{
+    establish().m_hIn->hangup();
+    m_peer.expect("BYE");
+    EXPECT_TRUE(reports().expect("terminated").m_hMessage.isNil());
+    expectEnd();
+}
+
+TEST_F(IncomingCallTest, CancelIsAnsweredAndReportedThenClosed)
+{
+    {
+        const Report called = invite();
+        called.m_hIn->answer(TestAgent::response(180, called.request()));
+        m_peer.expect("SIP/2.0 180");
+        m_peer.sendRequest("CANCEL");
+        EXPECT_NE(RawPeer::header(m_peer.expect("SIP/2.0 200"), "CSeq").find("CANCEL"), std::string::npos);
+        const std::string cancelled = m_peer.expect("SIP/2.0 487");
+        m_peer.learn(cancelled);
+        m_peer.sendRequest("ACK");
+        EXPECT_EQ(reports().expect("terminated").m_hMessage->getMethod(), "CANCEL");
+        EXPECT_TRUE(reports().expect("terminated").m_hMessage.isNil());
+        EXPECT_THROW(called.m_hIn->answer(TestAgent::response(200, called.request())), DsException);
+    }
+    expectEnd();
+}
+
+TEST_F(IncomingCallTest, CancelAfterTheAnswerIsNotReported)
+{
+    {
+        const Report called = invite();
+        called.m_hIn->answer(TestAgent::response(200, called.request()));
+        m_peer.learn(m_peer.expect("SIP/2.0 200"));
+        m_peer.sendRequest("CANCEL");
+        m_peer.sendRequest("ACK");
+        reports().expect("callConfirmed");
+        m_peer.sendRequest("BYE");
+        reports().expect("terminated").m_hIn->hangup();
+    }
+    expectEnd();
+}
+
+struct Refusal
+{
+    const char* m_szName;
+    unsigned int m_uiStatus;  // 0: hangup()
+    const char* m_szExpected;
+};
+
+class RefusalTest : public IncomingCallTest, public testing::WithParamInterface<Refusal>
+{
+};
+
+TEST_P(RefusalTest, EndsWithTheClosingReport)
+{
+    {
+        const Report called = invite();
+        if (GetParam().m_uiStatus == 0)
+        {
+            called.m_hIn->hangup();
+        }
+        else
+        {
+            called.m_hIn->answer(TestAgent::response(GetParam().m_uiStatus, called.request()));
+            EXPECT_THROW(called.m_hIn->answer(TestAgent::response(200, called.request())), DsException);
+        }
+        m_peer.learn(m_peer.expect(GetParam().m_szExpected));
+        // Not acknowledged, it comes again.
+        m_peer.expect(GetParam().m_szExpected);
+        EXPECT_TRUE(reports().expect("terminated").m_hMessage.isNil());
+    }
+    expectEnd();
+}
+
+INSTANTIATE_TEST_SUITE_P(Refusals, RefusalTest,
+                         testing::Values(Refusal{"busy", 486, "SIP/2.0 486 Busy Here"},
+                                         Refusal{"decline", 603, "SIP/2.0 603"}, Refusal{"moved", 302, "SIP/2.0 302"},
+                                         Refusal{"hangup", 0, "SIP/2.0 480"}),
+                         [](const auto& in_info) { return in_info.param.m_szName; });
+
+TEST_F(IncomingCallTest, AnswerComesAgainUntilItsAckAndRetransmissionsAreNotReported)
+{
+    {
+        const std::string text = m_peer.sendRequest("INVITE", kSdp);
+        const Report called = reports().expect("called");
+        called.m_hIn->answer(TestAgent::response(180, called.request()));
+        m_peer.expect("SIP/2.0 180");
+        m_peer.send(text);
+        m_peer.expect("SIP/2.0 180");
+        called.m_hIn->answer(TestAgent::response(200, called.request()));
+        m_peer.learn(m_peer.expect("SIP/2.0 200"));
+        m_peer.expect("SIP/2.0 200");
+        m_peer.expect("SIP/2.0 200");
+        m_peer.sendRequest("ACK");
+        m_peer.sendRequest("ACK");
+        reports().expect("callConfirmed").m_hIn->hangup();
+        m_peer.respond(m_peer.expect("BYE"), "200 OK");
+        reports().expect("terminated");
+    }
+    expectEnd();
+}
+
+TEST_F(IncomingCallTest, MissingAckEndsTheCallWithBye)
+{
+    {
+        const Report called = invite();
+        called.m_hIn->answer(TestAgent::response(200, called.request()));
+        const std::string bye = m_peer.expect("BYE", 10s);
+        EXPECT_TRUE(reports().expect("terminated").m_hMessage.isNil());
+        m_peer.respond(bye, "200 OK");
+    }
+    expectEnd();
+}
+
+TEST_F(IncomingCallTest, HangupBeforeTheAckWaitsForIt)
+{
+    {
+        const Report called = invite();
+        called.m_hIn->answer(TestAgent::response(200, called.request()));
+        m_peer.learn(m_peer.expect("SIP/2.0 200"));
+        called.m_hIn->hangup();
+        m_peer.expectNone("BYE", 100ms);
+        m_peer.sendRequest("ACK");
+        m_peer.respond(m_peer.expect("BYE"), "200 OK");
+        EXPECT_FALSE(reports().expect("terminated").m_hMessage.isNil());
+    }
+    expectEnd();
+}
+
+TEST_F(IncomingCallTest, CallerMayEndItsEarlyDialogWithBye)
+{
+    {
+        const Report called = invite();
+        called.m_hIn->answer(TestAgent::response(180, called.request()));
+        m_peer.learn(m_peer.expect("SIP/2.0 180"));
+        m_peer.sendRequest("BYE");
+        m_peer.expect("SIP/2.0 487");
+        const Report bye = reports().expect("terminated");
+        bye.m_hIn->respondToBye(TestAgent::response(200, bye.request()));
+        m_peer.expect("SIP/2.0 200");
+        EXPECT_TRUE(reports().expect("terminated").m_hMessage.isNil());
+    }
+    expectEnd();
+}
+
+// ---- requests that belong to no call ------------------------------------------------------------------------------
+
+struct Stray
+{
+    const char* m_szName;
+    const char* m_szMethod;
+    const char* m_szExtra;
+    bool m_bToTag;
+    const char* m_szExpected;
+};
+
+class StrayTest : public IncomingCallTest, public testing::WithParamInterface<Stray>
+{
+};
+
+TEST_P(StrayTest, IsAnsweredByTheLayer)
+{
+    m_peer.m_strToTag = GetParam().m_bToTag ? "nobody" : "";
+    m_peer.m_strExtra = GetParam().m_szExtra;
+    m_peer.sendRequest(GetParam().m_szMethod);
+    m_peer.expect(GetParam().m_szExpected);
+    expectEnd();
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Strays, StrayTest,
+    testing::Values(Stray{"ByeWithoutDialog", "BYE", "", true, "SIP/2.0 481"},
+                    Stray{"InviteWithoutDialog", "INVITE", "", true, "SIP/2.0 481"},
+                    Stray{"CancelOfNothing", "CANCEL", "", false, "SIP/2.0 481"},
+                    Stray{"Info", "INFO", "", false, "SIP/2.0 481"}, Stray{"Notify", "NOTIFY", "", false, "SIP/2.0 481"},
+                    Stray{"Prack", "PRACK", "", false, "SIP/2.0 481"},
+                    Stray{"Update", "UPDATE", "", false, "SIP/2.0 481"},
+                    Stray{"Message", "MESSAGE", "", false, "SIP/2.0 405"},
+                    Stray{"Refer", "REFER", "", false, "SIP/2.0 405"},
+                    Stray{"Unheard", "FROBNICATE", "", false, "SIP/2.0 405"},
+                    Stray{"RequiresUnknown", "INVITE", "Require: 100rel, teleport\r\n", false, "SIP/2.0 420"},
+                    Stray{"BadCSeq", "OPTIONS", "CSeq: x OPTIONS\r\n", false, "SIP/2.0 400"}),
+    [](const auto& in_info) { return in_info.param.m_szName; });
+
+TEST_F(IncomingCallTest, OptionsTellsTheCapabilitiesUntilTheStackDrains)
+{
+    m_peer.sendRequest("OPTIONS");
+    const std::string ok = m_peer.expect("SIP/2.0 200");
+    EXPECT_EQ(RawPeer::header(ok, "Allow"), "INVITE, ACK, BYE, CANCEL, NOTIFY, INFO, OPTIONS, REFER");
+    EXPECT_EQ(RawPeer::header(ok, "Accept"), "application/sdp");
+    m_agent.stack().drain();
+    m_peer.sendRequest("OPTIONS");
+    EXPECT_FALSE(RawPeer::header(m_peer.expect("SIP/2.0 503"), "Retry-After").empty());
+    m_peer.sendRequest("INVITE", kSdp);
+    m_peer.expect("SIP/2.0 503");
+    expectEnd();
+}
+
+TEST_F(IncomingCallTest, InviteWithoutContactIsRefusedWithTheReason)
+{
+    std::string text = m_peer.request("INVITE", kSdp);
+    const std::size_t at = text.find("Contact:");
+    text.erase(at, text.find("\r\n", at) + 2 - at);
+    m_peer.send(text);
+    m_peer.expect("SIP/2.0 400 Missing Contact Header");
+    expectEnd();
+}
+
+TEST_F(IncomingCallTest, MergedInviteIsRefused)
+{
+    const Report called = invite();
+    m_peer.m_uiCSeq = m_peer.m_uiInviteCSeq;
+    m_peer.sendRequest("INVITE", kSdp);
+    m_peer.expect("SIP/2.0 482");
+    called.m_hIn->hangup();
+    reports().expect("terminated");
+}
+
+TEST_F(IncomingCallTest, StopEndsCallsInOrder)
+{
+    const Report confirmed = establish();
+    RawPeer second(m_agent.port());
+    second.sendRequest("INVITE", kSdp);
+    reports().expect("called");
+    std::thread stopper([&] { m_agent.stack().stop(5000); });
+    second.expect("SIP/2.0 503");
+    m_peer.respond(m_peer.expect("BYE"), "200 OK");
+    stopper.join();
+    EXPECT_FALSE(m_agent.stack().ping(100));
+    EXPECT_TRUE(reports().expect("terminated").m_hMessage.isNil());
+    EXPECT_FALSE(reports().expect("terminated").m_hMessage.isNil());
+}
+
+}  // namespace
+}  // namespace Quorvex

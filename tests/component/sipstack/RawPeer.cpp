@@ -1,0 +1,215 @@
+#include "RawPeer.h"
+
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <strings.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+
+const char* const kSdp =
+    "v=0\r\no=- 1 1 IN IP4 127.0.0.1\r\ns=-\r\nc=IN IP4 127.0.0.1\r\nt=0 0\r\nm=audio 40000 RTP/AVP 0\r\n";
+
+namespace
+{
+
+std::atomic<unsigned int> s_uiCalls{0};
+
+}  // namespace
+
+RawPeer::RawPeer(std::uint16_t in_uiAgentPort)
+    : m_strCallId("call-" + std::to_string(::getpid()) + "-" + std::to_string(++s_uiCalls)),
+      m_uiAgentPort(in_uiAgentPort)
+{
+    m_fd = ::socket(AF_INET, SOCK_DGRAM, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    EXPECT_EQ(::bind(m_fd, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    socklen_t length = sizeof address;
+    ::getsockname(m_fd, reinterpret_cast<sockaddr*>(&address), &length);
+    m_uiPort = ntohs(address.sin_port);
+}
+
+RawPeer::~RawPeer()
+{
+    ::close(m_fd);
+}
+
+void RawPeer::send(const std::string& in_strText)
+{
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    address.sin_port = htons(m_uiAgentPort);
+    ::sendto(m_fd, in_strText.data(), in_strText.size(), 0, reinterpret_cast<sockaddr*>(&address), sizeof address);
+}
+
+std::optional<std::string> RawPeer::receive(std::chrono::milliseconds in_timeout)
+{
+    pollfd fd = {m_fd, POLLIN, 0};
+    if (::poll(&fd, 1, static_cast<int>(in_timeout.count())) <= 0)
+    {
+        return std::nullopt;
+    }
+    std::array<char, 65536> buffer{};
+    const ssize_t size = ::recv(m_fd, buffer.data(), buffer.size(), 0);
+    return size < 0 ? std::nullopt : std::optional<std::string>(std::string(buffer.data(), static_cast<size_t>(size)));
+}
+
+std::string RawPeer::expect(const std::string& in_strStart, std::chrono::milliseconds in_timeout)
+{
+    const auto deadline = std::chrono::steady_clock::now() + in_timeout;
+    std::string seen;
+    for (;;)
+    {
+        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+        const auto message = left.count() > 0 ? receive(left) : std::nullopt;
+        if (!message)
+        {
+            ADD_FAILURE() << "no \"" << in_strStart << "\" came; seen: " << seen;
+            return std::string();
+        }
+        if (message->rfind(in_strStart, 0) == 0)
+        {
+            return *message;
+        }
+        seen += message->substr(0, message->find('\r')) + " | ";
+    }
+}
+
+void RawPeer::expectNone(const std::string& in_strStart, std::chrono::milliseconds in_timeout)
+{
+    const auto deadline = std::chrono::steady_clock::now() + in_timeout;
+    for (;;)
+    {
+        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+        const auto message = left.count() > 0 ? receive(left) : std::nullopt;
+        if (!message)
+        {
+            return;
+        }
+        EXPECT_NE(message->rfind(in_strStart, 0), 0U) << *message;
+    }
+}
+
+std::string RawPeer::request(const std::string& in_strMethod, const std::string& in_strBody,
+                             const std::string& in_strBodyType)
+{
+    std::string branch = "z9hG4bK-" + m_strCallId + "-" + std::to_string(++m_uiBranch);
+    unsigned int cseq = 0;
+    if (in_strMethod == "ACK" || in_strMethod == "CANCEL")
+    {
+        cseq = m_uiInviteCSeq;
+        branch = in_strMethod == "CANCEL" ? m_strInviteBranch : branch;
+    }
+    else
+    {
+        cseq = m_uiCSeq++;
+    }
+    if (in_strMethod == "INVITE")
+    {
+        m_uiInviteCSeq = cseq;
+        m_strInviteBranch = branch;
+    }
+    const std::string me = "127.0.0.1:" + std::to_string(m_uiPort);
+    const std::string tag = in_strMethod == "CANCEL" || m_strToTag.empty() ? "" : ";tag=" + m_strToTag;
+    std::string text = in_strMethod + " sip:echo@127.0.0.1:" + std::to_string(m_uiAgentPort) + " SIP/2.0\r\n" +
+                       "Via: SIP/2.0/UDP " + me + ";branch=" + branch + "\r\n" +
+                       "Max-Forwards: 70\r\n"
+                       "From: \"Peer\" <sip:peer@127.0.0.1>;tag=" +
+                       m_strFromTag + "\r\nTo: <sip:echo@127.0.0.1>" + tag + "\r\nCall-ID: " + m_strCallId +
+                       "\r\nCSeq: " + std::to_string(cseq) + " " + in_strMethod + "\r\n" +
+                       (in_strMethod == "CANCEL" ? "" : "Contact: <sip:peer@" + me + ">\r\n") + m_strExtra;
+    m_strExtra.clear();
+    if (!in_strBody.empty())
+    {
+        text += "Content-Type: " + in_strBodyType + "\r\n";
+    }
+    return text + "Content-Length: " + std::to_string(in_strBody.size()) + "\r\n\r\n" + in_strBody;
+}
+
+std::string RawPeer::sendRequest(const std::string& in_strMethod, const std::string& in_strBody)
+{
+    std::string text = request(in_strMethod, in_strBody);
+    send(text);
+    return text;
+}
+
+void RawPeer::respond(const std::string& in_strRequest, const std::string& in_strStatus,
+                      const std::string& in_strHeaders, const std::string& in_strBody)
+{
+    std::string text = "SIP/2.0 " + in_strStatus + "\r\n";
+    for (const auto& via : headers(in_strRequest, "Via"))
+    {
+        text += "Via: " + via + "\r\n";
+    }
+    for (const auto& route : headers(in_strRequest, "Record-Route"))
+    {
+        text += "Record-Route: " + route + "\r\n";
+    }
+    std::string to = header(in_strRequest, "To");
+    if (tagOf(to).empty() && in_strStatus.rfind("100", 0) != 0 && !m_strFromTag.empty())
+    {
+        to += ";tag=" + m_strFromTag;
+    }
+    text += "From: " + header(in_strRequest, "From") + "\r\nTo: " + to + "\r\nCall-ID: " +
+            header(in_strRequest, "Call-ID") + "\r\nCSeq: " + header(in_strRequest, "CSeq") + "\r\n" + in_strHeaders;
+    if (!in_strBody.empty())
+    {
+        text += "Content-Type: application/sdp\r\n";
+    }
+    send(text + "Content-Length: " + std::to_string(in_strBody.size()) + "\r\n\r\n" + in_strBody);
+}
+
+void RawPeer::learn(const std::string& in_strResponse)
+{
+    m_strToTag = tagOf(header(in_strResponse, "To"));
+}
+
+std::vector<std::string> RawPeer::headers(const std::string& in_strMessage, const std::string& in_strName)
+{
+    std::vector<std::string> values;
+    std::size_t at = in_strMessage.find("\r\n");
+    while (at != std::string::npos)
+    {
+        const std::size_t begin = at + 2;
+        const std::size_t end = in_strMessage.find("\r\n", begin);
+        if (end == std::string::npos || end == begin)
+        {
+            break;
+        }
+        const std::string line = in_strMessage.substr(begin, end - begin);
+        const std::size_t colon = line.find(':');
+        if (colon == in_strName.size() && ::strncasecmp(line.c_str(), in_strName.c_str(), colon) == 0)
+        {
+            const std::size_t value = line.find_first_not_of(' ', colon + 1);
+            values.push_back(value == std::string::npos ? std::string() : line.substr(value));
+        }
+        at = end;
+    }
+    return values;
+}
+
+std::string RawPeer::header(const std::string& in_strMessage, const std::string& in_strName)
+{
+    const auto values = headers(in_strMessage, in_strName);
+    return values.empty() ? std::string() : values.front();
+}
+
+std::string RawPeer::body(const std::string& in_strMessage)
+{
+    const std::size_t end = in_strMessage.find("\r\n\r\n");
+    return end == std::string::npos ? std::string() : in_strMessage.substr(end + 4);
+}
+
+std::string RawPeer::tagOf(const std::string& in_strHeader)
+{
+    const std::size_t at = in_strHeader.find(";tag=");
+    return at == std::string::npos ? std::string()
+                                   : in_strHeader.substr(at + 5, in_strHeader.find_first_of(";> ", at + 5) - at - 5);
+}

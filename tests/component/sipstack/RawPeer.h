@@ -1,0 +1,64 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+/// The wire's side of a test: a UDP socket on 127.0.0.1 that sends what it is told to and reads what comes, with just
+/// enough knowledge of SIP to write a scripted far end.
+class RawPeer
+{
+public:
+    static constexpr std::chrono::milliseconds kPatience{5000};
+
+    explicit RawPeer(std::uint16_t in_uiAgentPort);
+    ~RawPeer();
+    RawPeer(const RawPeer&) = delete;
+    RawPeer& operator=(const RawPeer&) = delete;
+
+    std::uint16_t port() const { return m_uiPort; }
+
+    void send(const std::string& in_strText);
+    /// The next datagram, or nothing after the time.
+    std::optional<std::string> receive(std::chrono::milliseconds in_timeout = kPatience);
+    /// The next message whose first line begins with the text; others are dropped. Empty, with a test failure, when it
+    /// does not come.
+    std::string expect(const std::string& in_strStart, std::chrono::milliseconds in_timeout = kPatience);
+    /// Fails the test when a message with such a first line comes within the time.
+    void expectNone(const std::string& in_strStart, std::chrono::milliseconds in_timeout);
+
+    // --- a call that this peer places ---
+    std::string m_strCallId;
+    std::string m_strFromTag = "peer";
+    std::string m_strToTag;
+    unsigned int m_uiCSeq = 1;
+    std::string m_strExtra;  // header lines for the next request, each with its line end
+
+    /// A request of the call; a To tag goes in once it is known. "ACK" and "CANCEL" keep the INVITE's CSeq.
+    std::string request(const std::string& in_strMethod, const std::string& in_strBody = std::string(),
+                        const std::string& in_strBodyType = "application/sdp");
+    std::string sendRequest(const std::string& in_strMethod, const std::string& in_strBody = std::string());
+    /// Answers a request that was received; headers are lines with their ends.
+    void respond(const std::string& in_strRequest, const std::string& in_strStatus,
+                 const std::string& in_strHeaders = std::string(), const std::string& in_strBody = std::string());
+    /// Takes the To tag of a response.
+    void learn(const std::string& in_strResponse);
+
+    static std::string header(const std::string& in_strMessage, const std::string& in_strName);
+    static std::vector<std::string> headers(const std::string& in_strMessage, const std::string& in_strName);
+    static std::string body(const std::string& in_strMessage);
+    static std::string tagOf(const std::string& in_strHeader);
+
+    unsigned int m_uiInviteCSeq = 0;
+    std::string m_strInviteBranch;
+
+private:
+    int m_fd = -1;
+    std::uint16_t m_uiPort = 0;
+    std::uint16_t m_uiAgentPort;
+    unsigned int m_uiBranch = 0;
+};
+
+extern const char* const kSdp;
