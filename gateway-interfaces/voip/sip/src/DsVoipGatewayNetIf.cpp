@@ -37,17 +37,28 @@ const StaticLogger& staticLogger()
 
 }  // namespace
 
-DsVoipGatewayNetIf::DsVoipGatewayNetIf() UserDefHandlerOrderTaskManager(kTaskName),
-    OAMCmdExecuterTaskImpl(UserDefHandlerOrderTaskManager::getQueue()),
-    ObjectWithLogger<LoggingIdLogger>(LoggingIdLogger(staticLogger())), m_outSMPool(eNUM_OUT_KINDS),
-    m_activeOutSMHash(kHashBuckets), m_inSMPool(eNUM_IN_KINDS), m_activeInSMHash(kHashBuckets),
-    m_pClientRegistrator(std::make_unique<ClientRegistrator>()), m_callDataHash(kHashBuckets)
+DsVoipGatewayNetIf::DsVoipGatewayNetIf()
+    : UserDefHandlerOrderTaskManager(kTaskName),
+      OAMCmdExecuterTaskImpl(UserDefHandlerOrderTaskManager::getQueue()),
+      ObjectWithLogger<LoggingIdLogger>(LoggingIdLogger(staticLogger())),
+      m_outSMPool(eNUM_OUT_KINDS),
+      m_activeOutSMHash(kHashBuckets),
+      m_inSMPool(eNUM_IN_KINDS),
+      m_activeInSMHash(kHashBuckets),
+      m_pClientRegistrator(std::make_unique<ClientRegistrator>()),
+      m_callDataHash(kHashBuckets)
 {
     TRACE_SCOPE(getLogger(), "DsVoipGatewayNetIf::DsVoipGatewayNetIf");
 }
 
 DsVoipGatewayNetIf::~DsVoipGatewayNetIf()
 {
+    if (getTaskState() != STOPPED_STATE)
+    {
+        QLOG_ERROR(getLogger(), "destroyed while it runs: stop it first");
+        static_cast<void>(kill());
+        static_cast<void>(waitUntilDone());
+    }
     withdrawTonePlayerFactory();
     TRACE_SCOPE(getLogger(), "DsVoipGatewayNetIf::~DsVoipGatewayNetIf");
 }

@@ -138,6 +138,7 @@ protected:
 private:
     // The proxies and their method objects.
     friend class NewSipCallInterface;
+    friend class NetIfProbe;  // of the component tests
     friend class AcquireInStateMachine_MO;
     friend class AcquireOutStateMachine_MO;
     friend class InDestructor_MO;

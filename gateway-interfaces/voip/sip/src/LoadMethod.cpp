@@ -1,4 +1,6 @@
 #include <cstdint>
+#include <exception>
+#include <memory>
 
 #include "DsVoipGatewayNetIf.h"
 #include "PluginExport.h"
@@ -9,13 +11,22 @@
 extern "C" QUORVEX_PLUGIN_EXPORT std::int32_t LoadMethod(
     Quorvex::OAMGatewayNetIf** out_pNetIf, const Quorvex::TSHandle<Quorvex::ROConfiguration>& in_hConfig)
 {
-    auto* pNetIf = new Quorvex::DsVoipGatewayNetIf;
-    *out_pNetIf = pNetIf;
-    if (!pNetIf->configure(in_hConfig))
+    const Quorvex::Logger logger("quorvex.voip.LoadMethod");
+    *out_pNetIf = nullptr;
+    // The media engine's library has a hand in this: what it throws ends here.
+    try
     {
-        QLOG_ERROR(Quorvex::Logger("quorvex.voip.LoadMethod"), "failed to configure sip network interface");
-        delete *out_pNetIf;
-        *out_pNetIf = nullptr;
+        auto pNetIf = std::make_unique<Quorvex::DsVoipGatewayNetIf>();
+        if (pNetIf->configure(in_hConfig))
+        {
+            *out_pNetIf = pNetIf.release();
+            return 0;
+        }
     }
+    catch (const std::exception& exception)
+    {
+        QLOG_ERROR(logger, exception.what());
+    }
+    QLOG_ERROR(logger, "failed to configure sip network interface");
     return 0;
 }
