@@ -4,6 +4,7 @@ set(QUORVEX_MESSAGE_SOURCES
     DsInetAddress.cpp
     DsObject.cpp
     DsSipAddressHeaders.cpp
+    DsSipDigest.cpp
     DsSipHeader.cpp
     DsSipMessage.cpp
     DsSipMessageBuilder.cpp
