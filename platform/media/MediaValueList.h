@@ -36,10 +36,7 @@ public:
     {
         set(in_name, MediaValue(std::string(in_szValue)));
     }
-    void set(std::string_view in_name, std::string_view in_value)
-    {
-        set(in_name, MediaValue(std::string(in_value)));
-    }
+    void set(std::string_view in_name, bool in_bValue) { set(in_name, MediaValue(in_bValue)); }
     void set(std::string_view in_name, unsigned in_uiValue)
     {
         set(in_name, MediaValue(std::int64_t{in_uiValue}));

@@ -1,0 +1,436 @@
+#include "MediaThread.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <ctime>
+
+namespace Quorvex
+{
+
+namespace
+{
+
+const StaticLogger s_logger("quorvex.media.MediaThread");
+
+// A clock that was held up for longer starts anew instead of catching up with a burst.
+constexpr std::int64_t MAX_CATCH_UP_NS = 200 * NS_PER_MS;
+constexpr std::int64_t FAILURE_LOG_NS = 1000 * NS_PER_MS;
+constexpr int EVENTS = 256;
+
+}  // namespace
+
+MediaThread::MediaThread(const EngineConfig& in_config, CommandQueuePtr in_pQueue)
+    : m_config(in_config),
+      m_pQueue(std::move(in_pQueue)),
+      m_ports(in_config.m_strLocalAddress, in_config.m_uiFirstPort, in_config.m_uiLastPort),
+      m_iEpoll(::epoll_create1(EPOLL_CLOEXEC))
+{
+    for (unsigned i = 0; i < CLOCKS; ++i)
+    {
+        m_clocks[i].m_uiPeriodMs = 10 * (i + 1);
+    }
+    m_eventClock.m_uiPeriodMs = TelephoneEventSender::PERIOD_MS;
+    for (unsigned i = 0; i < BATCH; ++i)
+    {
+        m_vectors[i] = {m_buffers[i].data(), m_buffers[i].size()};
+        m_messages[i] = {};
+        m_messages[i].msg_hdr.msg_name = &m_addresses[i];
+        m_messages[i].msg_hdr.msg_iov = &m_vectors[i];
+        m_messages[i].msg_hdr.msg_iovlen = 1;
+    }
+    epoll_event event{};
+    event.events = EPOLLIN;
+    event.data.ptr = nullptr;
+    static_cast<void>(::epoll_ctl(m_iEpoll, EPOLL_CTL_ADD, m_pQueue->getWakeDescriptor(), &event));
+}
+
+MediaThread::~MediaThread()
+{
+    closeAll();
+    ::close(m_iEpoll);
+}
+
+std::int64_t MediaThread::now()
+{
+    timespec time{};
+    ::clock_gettime(CLOCK_MONOTONIC, &time);
+    return time.tv_sec * (1000 * NS_PER_MS) + time.tv_nsec;
+}
+
+void MediaThread::run()
+{
+    std::array<epoll_event, EVENTS> events{};
+    while (!m_bStop)
+    {
+        const int iCount = wait(nextDeadline(), events.data(), EVENTS);
+        const std::int64_t i64Now = now();
+        bool bCommands = false;
+        for (int i = 0; i < iCount; ++i)
+        {
+            auto* pEndpoint = static_cast<RtpEndpoint*>(events[static_cast<std::size_t>(i)].data.ptr);
+            if (pEndpoint == nullptr)
+            {
+                bCommands = true;
+                continue;
+            }
+            receive(*pEndpoint, i64Now);
+        }
+        runClocks(i64Now);
+        // Last: a command may end an endpoint that has an event.
+        if (bCommands)
+        {
+            runCommands();
+        }
+    }
+    closeAll();
+    m_pQueue->close();
+}
+
+int MediaThread::wait(std::int64_t in_i64Deadline, epoll_event* out_events, int in_iCount)
+{
+    std::int64_t i64Left = -1;
+    if (in_i64Deadline >= 0)
+    {
+        i64Left = std::max<std::int64_t>(in_i64Deadline - now(), 0);
+    }
+    if (m_bPreciseWait)
+    {
+        const timespec timeout{i64Left / (1000 * NS_PER_MS), i64Left % (1000 * NS_PER_MS)};
+        const int iResult =
+            ::epoll_pwait2(m_iEpoll, out_events, in_iCount, i64Left < 0 ? nullptr : &timeout, nullptr);
+        if (iResult >= 0 || errno != ENOSYS)
+        {
+            return iResult;
+        }
+        m_bPreciseWait = false;
+    }
+    const auto iTimeout = static_cast<int>(i64Left < 0 ? -1 : (i64Left + NS_PER_MS - 1) / NS_PER_MS);
+    return ::epoll_wait(m_iEpoll, out_events, in_iCount, iTimeout);
+}
+
+void MediaThread::receive(RtpEndpoint& io_endpoint, std::int64_t in_i64Now)
+{
+    for (unsigned i = 0; i < BATCH; ++i)
+    {
+        m_messages[i].msg_hdr.msg_namelen = sizeof(sockaddr_in);
+    }
+    const int iCount = ::recvmmsg(io_endpoint.getSocket(), m_messages.data(), BATCH, MSG_DONTWAIT, nullptr);
+    for (int i = 0; i < iCount; ++i)
+    {
+        const auto index = static_cast<std::size_t>(i);
+        ++m_ui64PacketsReceived;
+        if ((m_messages[index].msg_hdr.msg_flags & MSG_TRUNC) != 0)
+        {
+            io_endpoint.countDropped();
+            continue;
+        }
+        io_endpoint.receive(
+            m_buffers[index].data(), m_messages[index].msg_len, SocketAddress(m_addresses[index]), in_i64Now);
+    }
+    // At most one batch for each socket before the others have their turn: a flood on one does not starve
+    // them.
+    m_sender.flush();
+}
+
+void MediaThread::runCommands()
+{
+    m_pQueue->take(m_vCommands);
+    for (const std::unique_ptr<MediaCommand>& pCommand : m_vCommands)
+    {
+        if (m_bStop)
+        {
+            break;
+        }
+        pCommand->run(*this);
+    }
+    m_vCommands.clear();
+    m_sender.flush();
+}
+
+std::int64_t MediaThread::nextDeadline() const
+{
+    std::int64_t i64Next = -1;
+    const auto consider = [&i64Next](const Clock& in_clock)
+    {
+        if (!in_clock.m_vMembers.empty() && (i64Next < 0 || in_clock.m_i64Next < i64Next))
+        {
+            i64Next = in_clock.m_i64Next;
+        }
+    };
+    std::for_each(m_clocks.begin(), m_clocks.end(), consider);
+    consider(m_eventClock);
+    return i64Next;
+}
+
+bool MediaThread::isDue(Clock& io_clock, std::int64_t in_i64Now)
+{
+    if (io_clock.m_vMembers.empty() || io_clock.m_i64Next > in_i64Now)
+    {
+        return false;
+    }
+    const std::int64_t i64Late = in_i64Now - io_clock.m_i64Next;
+    m_ui64LateTicks += i64Late > 20 * NS_PER_MS ? 1 : 0;
+    io_clock.m_i64Next += io_clock.m_uiPeriodMs * NS_PER_MS;
+    if (i64Late > MAX_CATCH_UP_NS)
+    {
+        io_clock.m_i64Next = in_i64Now + io_clock.m_uiPeriodMs * NS_PER_MS;
+    }
+    return true;
+}
+
+void MediaThread::runClocks(std::int64_t in_i64Now)
+{
+    for (Clock& clock : m_clocks)
+    {
+        while (isDue(clock, in_i64Now))
+        {
+            for (RtpEndpoint* pEndpoint : clock.m_vMembers)
+            {
+                pEndpoint->onClock(in_i64Now);
+            }
+        }
+    }
+    while (isDue(m_eventClock, in_i64Now))
+    {
+        std::vector<RtpEndpoint*>& vMembers = m_eventClock.m_vMembers;
+        vMembers.erase(std::remove_if(vMembers.begin(),
+                                      vMembers.end(),
+                                      [in_i64Now](RtpEndpoint* io_pEndpoint)
+                                      { return !io_pEndpoint->onEventClock(in_i64Now); }),
+                       vMembers.end());
+    }
+    m_sender.flush();
+}
+
+void MediaThread::setClock(RtpEndpoint& in_endpoint, unsigned in_uiPeriodMs)
+{
+    for (Clock& clock : m_clocks)
+    {
+        auto& vMembers = clock.m_vMembers;
+        const auto found = std::find(vMembers.begin(), vMembers.end(), &in_endpoint);
+        if (clock.m_uiPeriodMs == in_uiPeriodMs && found == vMembers.end())
+        {
+            if (vMembers.empty())
+            {
+                clock.m_i64Next = now();
+            }
+            vMembers.push_back(&in_endpoint);
+        }
+        else if (clock.m_uiPeriodMs != in_uiPeriodMs && found != vMembers.end())
+        {
+            vMembers.erase(found);
+        }
+    }
+}
+
+void MediaThread::setEventClock(RtpEndpoint& in_endpoint, bool in_bOn)
+{
+    auto& vMembers = m_eventClock.m_vMembers;
+    const auto found = std::find(vMembers.begin(), vMembers.end(), &in_endpoint);
+    if (in_bOn && found == vMembers.end())
+    {
+        if (vMembers.empty())
+        {
+            m_eventClock.m_i64Next = now();
+        }
+        vMembers.push_back(&in_endpoint);
+    }
+    else if (!in_bOn && found != vMembers.end())
+    {
+        vMembers.erase(found);
+    }
+}
+
+bool MediaThread::addSocket(int in_iSocket, RtpEndpoint& in_endpoint)
+{
+    epoll_event event{};
+    event.events = EPOLLIN;
+    event.data.ptr = &in_endpoint;
+    return ::epoll_ctl(m_iEpoll, EPOLL_CTL_ADD, in_iSocket, &event) == 0;
+}
+
+void MediaThread::removeSocket(int in_iSocket)
+{
+    static_cast<void>(::epoll_ctl(m_iEpoll, EPOLL_CTL_DEL, in_iSocket, nullptr));
+}
+
+CallGroup& MediaThread::groupOf(const std::string& in_strCallId)
+{
+    std::unique_ptr<CallGroup>& pGroup = m_groups[in_strCallId];
+    if (pGroup == nullptr)
+    {
+        pGroup = std::make_unique<CallGroup>(in_strCallId);
+    }
+    return *pGroup;
+}
+
+void MediaThread::dropGroupIfUnused(CallGroup& io_group)
+{
+    if (io_group.getEndpoints().empty())
+    {
+        m_groups.erase(m_groups.find(io_group.getCallId()));
+    }
+}
+
+void MediaThread::createEndpoint(RtpEndpoint::Identity in_identity,
+                                 std::unique_ptr<MediaEndpointCallback> in_pCallback)
+{
+    CallGroup& group = groupOf(in_identity.m_strCallId);
+    if (in_identity.m_type == MediaEndpointSpec::SND_RECV_TYPE)
+    {
+        in_identity.m_uiPartyIndex = group.nextPartyIndex();
+    }
+    const std::uint32_t uiId = in_identity.m_uiId;
+    auto pEndpoint = std::make_unique<RtpEndpoint>(*this, std::move(in_identity), std::move(in_pCallback));
+    RtpEndpoint& endpoint = *pEndpoint;
+    m_endpoints.emplace(uiId, std::move(pEndpoint));
+    group.add(endpoint);
+    endpoint.open(group);
+}
+
+RtpEndpoint* MediaThread::findEndpoint(std::uint32_t in_uiId)
+{
+    const auto found = m_endpoints.find(in_uiId);
+    return found == m_endpoints.end() ? nullptr : found->second.get();
+}
+
+void MediaThread::closeEndpoint(std::uint32_t in_uiId)
+{
+    const auto found = m_endpoints.find(in_uiId);
+    if (found == m_endpoints.end())
+    {
+        return;
+    }
+    const std::unique_ptr<RtpEndpoint> pEndpoint = std::move(found->second);
+    m_endpoints.erase(found);
+    CallGroup& group = *pEndpoint->getGroup();
+    group.remove(*pEndpoint);
+    const StreamStatistics statistics = pEndpoint->getStatistics();
+    m_ui64PacketsSent += statistics.m_ui64Sent;
+    m_ui64PacketsDropped += statistics.m_ui64Dropped;
+    if (!m_pObserver.isNull() && pEndpoint->isOpen())
+    {
+        m_pObserver->streamEnded(statistics);
+    }
+    dropGroupIfUnused(group);
+}
+
+void MediaThread::closeAll()
+{
+    while (!m_endpoints.empty())
+    {
+        closeEndpoint(m_endpoints.begin()->first);
+    }
+    m_groups.clear();
+}
+
+void MediaThread::attachEcho(const std::string& in_strCallId)
+{
+    CallGroup& group = groupOf(in_strCallId);
+    group.attachEcho();
+    group.replan();
+}
+
+void MediaThread::attach(const std::string& in_strCallId, AudioRecipePtr in_pRecipe)
+{
+    CallGroup& group = groupOf(in_strCallId);
+    group.attach(std::move(in_pRecipe));
+    group.replan();
+}
+
+void MediaThread::detach(const std::string& in_strCallId)
+{
+    const auto found = m_groups.find(in_strCallId);
+    if (found != m_groups.end())
+    {
+        found->second->detach();
+        found->second->replan();
+        dropGroupIfUnused(*found->second);
+    }
+}
+
+void MediaThread::sendDigits(const std::string& in_strCallId,
+                             const std::string& in_strDigits,
+                             unsigned in_uiDurationMs)
+{
+    const auto found = m_groups.find(in_strCallId);
+    if (found == m_groups.end())
+    {
+        return;
+    }
+    for (RtpEndpoint* pEndpoint : found->second->getEndpoints())
+    {
+        if (pEndpoint->getIdentity().m_type == MediaEndpointSpec::SND_RECV_TYPE)
+        {
+            pEndpoint->sendDigits(in_strDigits, in_uiDurationMs);
+        }
+    }
+}
+
+std::vector<StreamStatistics> MediaThread::getStatistics(const std::string& in_strCallId) const
+{
+    std::vector<StreamStatistics> vStatistics;
+    const auto found = m_groups.find(in_strCallId);
+    if (found != m_groups.end())
+    {
+        for (const RtpEndpoint* pEndpoint : found->second->getEndpoints())
+        {
+            vStatistics.push_back(pEndpoint->getStatistics());
+        }
+    }
+    return vStatistics;
+}
+
+MediaTotals MediaThread::getTotals() const
+{
+    MediaTotals totals;
+    totals.m_ui64Endpoints = m_endpoints.size();
+    totals.m_ui64FreePortPairs = m_ports.getFreePairs();
+    totals.m_ui64PortPairs = m_ports.getPairs();
+    totals.m_ui64PacketsReceived = m_ui64PacketsReceived;
+    totals.m_ui64PacketsSent = m_ui64PacketsSent;
+    totals.m_ui64PacketsDropped = m_ui64PacketsDropped;
+    for (const auto& [uiId, pEndpoint] : m_endpoints)
+    {
+        totals.m_ui64PacketsSent += pEndpoint->getPacketsSent();
+        totals.m_ui64PacketsDropped += pEndpoint->getPacketsDropped();
+    }
+    totals.m_ui64CapacityFailures = m_ui64CapacityFailures;
+    totals.m_ui64LateTicks = m_ui64LateTicks;
+    return totals;
+}
+
+void MediaThread::countCapacityFailure(const char* in_szReason)
+{
+    ++m_ui64CapacityFailures;
+    const std::int64_t i64Now = now();
+    if (m_i64LastFailureLog == 0 || i64Now - m_i64LastFailureLog > FAILURE_LOG_NS)
+    {
+        m_i64LastFailureLog = i64Now;
+        QLOG_WARN(s_logger,
+                  "no RTP port for an endpoint (" << in_szReason << "): " << m_ports.getFreePairs() << " of "
+                                                  << m_ports.getPairs() << " pairs are free, "
+                                                  << m_ui64CapacityFailures << " refused so far");
+    }
+}
+
+void MediaThread::digitReceived(const RtpEndpoint& in_endpoint, char in_cDigit)
+{
+    if (!m_pObserver.isNull())
+    {
+        m_pObserver->digitReceived(
+            in_endpoint.getIdentity().m_strCallId, in_endpoint.getIdentity().m_uiPartyIndex, in_cDigit);
+    }
+}
+
+void MediaThread::playEnded(const CallGroup& in_group)
+{
+    if (!m_pObserver.isNull())
+    {
+        m_pObserver->playEnded(in_group.getCallId());
+    }
+}
+
+}  // namespace Quorvex
