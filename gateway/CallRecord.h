@@ -1,0 +1,73 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace Quorvex
+{
+
+/// What is written about one leg of a call when it has ended. A value.
+struct CallRecord
+{
+    using Time = std::chrono::system_clock::time_point;
+
+    enum class Direction
+    {
+        IN,
+        OUT
+    };
+    enum class EndedBy
+    {
+        LOCAL,    ///< a route, an operator, or the other leg of the call
+        REMOTE,   ///< the leg's own far end
+        TIMEOUT,  ///< nothing came in time
+        STOP      ///< the gateway's stop
+    };
+
+    /// Figures of the leg's audio stream.
+    struct Rtp
+    {
+        std::uint64_t m_ui64Sent = 0;
+        std::uint64_t m_ui64Received = 0;
+        std::uint64_t m_ui64Lost = 0;
+        double m_fJitterMs = 0;
+        /// 1 to 4.5; 0 when nothing was received.
+        double m_fMos = 0;
+    };
+
+    std::string m_strCall;
+    /// Which leg of its call, from 0 in the order of creation.
+    unsigned m_uiLeg = 0;
+    Direction m_direction = Direction::IN;
+    std::string m_strSipCallId;
+    std::string m_strFrom;
+    std::string m_strTo;
+    /// The route's name; empty when no route was found.
+    std::string m_strRoute;
+
+    Time m_invited;
+    std::optional<Time> m_ringing;
+    std::optional<Time> m_answered;
+    Time m_ended;
+    EndedBy m_endedBy = EndedBy::REMOTE;
+    /// The SIP status that the INVITE got; 0 when it got none.
+    unsigned m_uiStatus = 0;
+    /// One sentence or a reason phrase, for a person.
+    std::string m_strReason;
+    /// "PCMU"; empty when no media were set up.
+    std::string m_strCodec;
+    std::optional<Rtp> m_rtp;
+    /// What call-progress analysis heard; empty when it was not asked for.
+    std::string m_strCpa;
+
+    /// The record as one line of JSON without the line's end. Members without a value are null; text that is
+    /// not UTF-8 has its bad bytes replaced.
+    std::string toJson() const;
+};
+
+/// "2031-05-04T10:00:00.123Z".
+std::string toRfc3339(CallRecord::Time in_time);
+
+}  // namespace Quorvex
