@@ -104,8 +104,8 @@ std::string RawPeer::request(const std::string& in_strMethod, const std::string&
     unsigned int cseq = 0;
     if (in_strMethod == "ACK" || in_strMethod == "CANCEL")
     {
-        cseq = m_uiInviteCSeq;
-        branch = in_strMethod == "CANCEL" ? m_strInviteBranch : branch;
+        cseq = m_uiInviteCSeq == 0 ? 1 : m_uiInviteCSeq;
+        branch = in_strMethod == "CANCEL" && !m_strInviteBranch.empty() ? m_strInviteBranch : branch;
     }
     else
     {

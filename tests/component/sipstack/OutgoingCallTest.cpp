@@ -1,0 +1,348 @@
+// Calls that the layer's user places to a far end on the wire.
+
+#include <gtest/gtest.h>
+
+#include <thread>
+
+#include "RawPeer.h"
+#include "TestAgent.h"
+#include "sipstack/DsException.h"
+
+namespace Quorvex
+{
+namespace
+{
+
+using namespace std::chrono_literals;
+
+class OutgoingCallTest : public testing::Test
+{
+protected:
+    OutgoingCallTest() : m_peer(m_agent.port()) {}
+
+    Reports& reports() { return m_agent.reports(); }
+    std::string target() const { return "sip:far@127.0.0.1:" + std::to_string(m_peer.port()); }
+    std::string contact() const { return "Contact: <" + target() + ">\r\n"; }
+
+    DsHandle<DsSipOutgoingCall> call(const std::function<void(DsSipInviteMessage&)>& in_change = nullptr)
+    {
+        auto call = m_agent.call(target(), in_change);
+        m_strInvite = m_peer.expect("INVITE");
+        return call;
+    }
+
+    // A request of the far end in the dialog of the last INVITE.
+    std::string inDialog(const std::string& in_strMethod, unsigned int in_uiCSeq, const std::string& in_strTag = "peer")
+    {
+        return in_strMethod + " sip:gateway@127.0.0.1:" + std::to_string(m_agent.port()) +
+               " SIP/2.0\r\nVia: SIP/2.0/UDP 127.0.0.1:" + std::to_string(m_peer.port()) + ";branch=z9hG4bK-" +
+               in_strMethod + std::to_string(in_uiCSeq) + "\r\nFrom: " + RawPeer::header(m_strInvite, "To") +
+               ";tag=" + in_strTag + "\r\nTo: " + RawPeer::header(m_strInvite, "From") +
+               "\r\nCall-ID: " + RawPeer::header(m_strInvite, "Call-ID") + "\r\nCSeq: " + std::to_string(in_uiCSeq) +
+               " " + in_strMethod + "\r\n" + contact() + "Content-Length: 0\r\n\r\n";
+    }
+
+    void expectClosed()
+    {
+        EXPECT_TRUE(reports().expect("dialogTerminated").m_hMessage.isNil());
+        reports().expect("terminated");
+    }
+
+    void expectEnd()
+    {
+        EXPECT_TRUE(reports().empty());
+        m_agent.expectEmpty();
+    }
+
+    TestAgent m_agent;
+    RawPeer m_peer;
+    std::string m_strInvite;
+};
+
+TEST_F(OutgoingCallTest, AnsweredCallEndedByUs)
+{
+    {
+        const auto call = this->call([](DsSipInviteMessage& io_invite) {
+            io_invite.addHeader("X-Trunk", "7");
+            io_invite.addHeader("Expires", "179");
+            io_invite.setBody(kSdp, "application/sdp");
+        });
+        EXPECT_EQ(RawPeer::header(m_strInvite, "From"), "<sip:test@127.0.0.1>;tag=mine");
+        EXPECT_EQ(RawPeer::header(m_strInvite, "X-Trunk"), "7");
+        EXPECT_EQ(RawPeer::header(m_strInvite, "Max-Forwards"), "70");
+        EXPECT_EQ(RawPeer::header(m_strInvite, "Content-Type"), "application/sdp");
+        EXPECT_EQ(RawPeer::body(m_strInvite), kSdp);
+        EXPECT_TRUE(RawPeer::header(m_strInvite, "Route").empty());
+        EXPECT_TRUE(call->getDialog().isNil());
+        m_peer.respond(m_strInvite, "100 Trying");
+        EXPECT_EQ(reports().expect("provisionalResponse").response()->getStatusCode(), 100U);
+        m_peer.respond(m_strInvite, "180 Ringing", contact());
+        const Report ringing = reports().expect("provisionalResponse");
+        EXPECT_EQ(ringing.response()->getStatusCode(), 180U);
+        ASSERT_FALSE(ringing.m_hDialog.isNil());
+        EXPECT_EQ(call->getDialog(), ringing.m_hDialog);
+        m_peer.respond(m_strInvite, "200 OK", contact(), kSdp);
+        const Report answered = reports().expect("succeeded");
+        EXPECT_EQ(answered.m_hDialog, ringing.m_hDialog);
+        EXPECT_EQ(answered.m_hMessage->getBody(), kSdp);
+        answered.m_hDialog->ack();
+        const std::string ack = m_peer.expect("ACK " + target());
+        EXPECT_EQ(RawPeer::header(ack, "CSeq"), "1 ACK");
+        // A lost ACK: the 2xx comes again and is acknowledged without anybody hearing of it.
+        m_peer.respond(m_strInvite, "200 OK", contact(), kSdp);
+        m_peer.expect("ACK");
+
+        const auto info = answered.m_hDialog->createRequest("INFO");
+        info->setBody("hello", "text/plain");
+        answered.m_hDialog->info(info);
+        const std::string received = m_peer.expect("INFO");
+        EXPECT_EQ(RawPeer::header(received, "CSeq"), "2 INFO");
+        EXPECT_EQ(RawPeer::body(received), "hello");
+        m_peer.respond(received, "200 OK");
+
+        call->hangup();
+        const std::string bye = m_peer.expect("BYE");
+        EXPECT_EQ(RawPeer::header(bye, "CSeq"), "3 BYE");
+        m_peer.respond(bye, "200 OK");
+        EXPECT_EQ(reports().expect("dialogTerminated").response()->getMethod(), "BYE");
+        reports().expect("terminated");
+        EXPECT_THROW(answered.m_hDialog->info(info), DsException);
+        EXPECT_TRUE(answered.m_hDialog->createRequest("INFO").isNil());
+    }
+    expectEnd();
+}
+
+TEST_F(OutgoingCallTest, AnsweredCallEndedByTheFarEnd)
+{
+    {
+        const auto call = this->call();
+        m_peer.respond(m_strInvite, "200 OK", contact(), kSdp);
+        reports().expect("succeeded").m_hDialog->ack();
+        m_peer.expect("ACK");
+        m_peer.send(inDialog("BYE", 1));
+        const Report bye = reports().expect("dialogTerminated");
+        ASSERT_FALSE(bye.request().isNil());
+        bye.m_hDialog->respondToBye(TestAgent::response(200, bye.request()));
+        m_peer.expect("SIP/2.0 200");
+        reports().expect("terminated");
+    }
+    expectEnd();
+}
+
+TEST_F(OutgoingCallTest, RecordRouteIsFollowedInReverse)
+{
+    {
+        const auto call = this->call();
+        const std::string proxy = "<sip:127.0.0.1:" + std::to_string(m_peer.port()) + ";lr>";
+        m_peer.respond(m_strInvite, "200 OK",
+                       "Contact: <sip:hidden@192.0.2.7>\r\nRecord-Route: <sip:far.example;lr>\r\nRecord-Route: " + proxy +
+                           "\r\n");
+        reports().expect("succeeded").m_hDialog->ack();
+        const std::string ack = m_peer.expect("ACK sip:hidden@192.0.2.7 SIP/2.0");
+        const auto routes = RawPeer::headers(ack, "Route");
+        ASSERT_FALSE(routes.empty());
+        EXPECT_EQ(routes.front().substr(0, proxy.size()), proxy);
+        call->hangup();
+        m_peer.respond(m_peer.expect("BYE sip:hidden@192.0.2.7"), "200 OK");
+        reports().expect("dialogTerminated");
+        reports().expect("terminated");
+    }
+    expectEnd();
+}
+
+struct Failure
+{
+    const char* m_szStatus;
+    const char* m_szReport;
+};
+
+class FailureTest : public OutgoingCallTest, public testing::WithParamInterface<Failure>
+{
+};
+
+TEST_P(FailureTest, IsReportedAcknowledgedAndClosed)
+{
+    {
+        const auto call = this->call();
+        m_peer.respond(m_strInvite, GetParam().m_szStatus, "Contact: <sip:other@127.0.0.1>\r\n");
+        const Report failed = reports().expect(GetParam().m_szReport);
+        EXPECT_EQ(failed.response()->getStatusCode(), static_cast<unsigned int>(std::atoi(GetParam().m_szStatus)));
+        m_peer.expect("ACK");
+        expectClosed();
+        call->hangup();
+    }
+    expectEnd();
+}
+
+INSTANTIATE_TEST_SUITE_P(Failures, FailureTest,
+                         testing::Values(Failure{"486 Busy Here", "failedToConnect"},
+                                         Failure{"404 Not Found", "failedToConnect"},
+                                         Failure{"603 Decline", "failedToConnect"}, Failure{"302 Moved", "redirect"},
+                                         Failure{"499 Unheard", "failedToConnect"}),
+                         [](const auto& in_info) { return std::string("Status") + std::string(in_info.param.m_szStatus, 3); });
+
+TEST_F(OutgoingCallTest, NoAnswerEndsWithoutAResponse)
+{
+    {
+        const auto call = this->call();
+        EXPECT_TRUE(reports().expect("failedToConnect").m_hMessage.isNil());
+        expectClosed();
+    }
+    expectEnd();
+}
+
+TEST_F(OutgoingCallTest, UnknownHostEndsWithoutAResponse)
+{
+    m_agent.call("sip:far@no-such-host.invalid");
+    EXPECT_TRUE(reports().expect("failedToConnect").m_hMessage.isNil());
+    expectClosed();
+    expectEnd();
+}
+
+TEST_F(OutgoingCallTest, CancelWaitsForAProvisionalResponse)
+{
+    {
+        const auto call = this->call();
+        call->hangup();
+        call->hangup();
+        m_peer.expectNone("CANCEL", 50ms);
+        m_peer.respond(m_strInvite, "180 Ringing", contact());
+        reports().expect("provisionalResponse");
+        m_peer.respond(m_peer.expect("CANCEL"), "200 OK");
+        m_peer.respond(m_strInvite, "487 Request Terminated");
+        m_peer.expect("ACK");
+        EXPECT_EQ(reports().expect("dialogTerminated").response()->getStatusCode(), 487U);
+        expectClosed();
+    }
+    expectEnd();
+}
+
+TEST_F(OutgoingCallTest, CancelWithoutAFinalResponseEndsAllTheSame)
+{
+    {
+        const auto call = this->call();
+        m_peer.respond(m_strInvite, "180 Ringing", contact());
+        reports().expect("provisionalResponse");
+        call->hangup();
+        m_peer.respond(m_peer.expect("CANCEL"), "200 OK");
+        EXPECT_TRUE(reports().expect("failedToConnect").m_hMessage.isNil());
+        expectClosed();
+    }
+    expectEnd();
+}
+
+// The user ends what has crossed its CANCEL, or the layer does.
+class CrossingTest : public OutgoingCallTest, public testing::WithParamInterface<bool>
+{
+};
+
+TEST_P(CrossingTest, AnswerThatCrossesTheCancelIsAcknowledgedAndEnded)
+{
+    {
+        const auto call = this->call();
+        m_peer.respond(m_strInvite, "180 Ringing", contact());
+        reports().expect("provisionalResponse");
+        call->hangup();
+        m_peer.respond(m_peer.expect("CANCEL"), "481 No such transaction");
+        m_peer.respond(m_strInvite, "200 OK", contact(), kSdp);
+        reports().expect("succeeded");
+        if (GetParam())
+        {
+            call->hangup();
+        }
+        m_peer.expect("ACK");
+        m_peer.respond(m_peer.expect("BYE"), "200 OK");
+        EXPECT_EQ(reports().expect("dialogTerminated").response()->getStatusCode(), 200U);
+        reports().expect("terminated");
+    }
+    expectEnd();
+}
+
+INSTANTIATE_TEST_SUITE_P(Crossings, CrossingTest, testing::Bool());
+
+TEST_F(OutgoingCallTest, FurtherForksAreAcknowledgedAndEnded)
+{
+    {
+        const auto call = this->call();
+        m_peer.respond(m_strInvite, "200 OK", contact(), kSdp);
+        const Report answered = reports().expect("succeeded");
+        answered.m_hDialog->ack();
+        m_peer.expect("ACK");
+        m_peer.m_strFromTag = "fork";
+        m_peer.respond(m_strInvite, "200 OK", contact(), kSdp);
+        EXPECT_EQ(RawPeer::tagOf(RawPeer::header(m_peer.expect("ACK"), "To")), "fork");
+        const std::string bye = m_peer.expect("BYE");
+        EXPECT_EQ(RawPeer::tagOf(RawPeer::header(bye, "To")), "fork");
+        m_peer.respond(bye, "200 OK");
+        call->hangup();
+        const std::string ours = m_peer.expect("BYE");
+        EXPECT_EQ(RawPeer::tagOf(RawPeer::header(ours, "To")), "peer");
+        m_peer.respond(ours, "200 OK");
+        reports().expect("dialogTerminated");
+        reports().expect("terminated");
+    }
+    expectEnd();
+}
+
+TEST_F(OutgoingCallTest, ReliableProvisionalResponsesAreAcknowledgedOnce)
+{
+    {
+        const auto call = this->call([](DsSipInviteMessage& io_invite) { io_invite.addHeader("Supported", "100rel"); });
+        const std::string reliable = contact() + "Require: 100rel\r\nRSeq: 700\r\n";
+        m_peer.respond(m_strInvite, "183 Session Progress", reliable, kSdp);
+        reports().expect("reliableProvisionalResponse");
+        reports().expect("provisionalResponse");
+        const std::string prack = m_peer.expect("PRACK");
+        EXPECT_EQ(RawPeer::header(prack, "RAck"), "700 1 INVITE");
+        m_peer.respond(m_strInvite, "183 Session Progress", reliable, kSdp);
+        m_peer.respond(prack, "200 OK");
+        m_peer.respond(m_strInvite, "180 Ringing", contact() + "Require: 100rel\r\nRSeq: 701\r\n");
+        reports().expect("reliableProvisionalResponse");
+        EXPECT_EQ(reports().expect("provisionalResponse").response()->getStatusCode(), 180U);
+        const std::string second = m_peer.expect("PRACK");
+        EXPECT_EQ(RawPeer::header(second, "RAck"), "701 1 INVITE");
+        m_peer.respond(second, "200 OK");
+        m_peer.respond(m_strInvite, "486 Busy Here");
+        reports().expect("failedToConnect");
+        expectClosed();
+    }
+    expectEnd();
+}
+
+TEST_F(OutgoingCallTest, RequestsForNoDialogYetGet481)
+{
+    {
+        const auto call = this->call();
+        m_peer.send(inDialog("INFO", 5, "early"));
+        m_peer.expect("SIP/2.0 481");
+        m_peer.respond(m_strInvite, "603 Decline");
+        reports().expect("failedToConnect");
+        expectClosed();
+    }
+    expectEnd();
+}
+
+TEST_F(OutgoingCallTest, WhatCannotBeSentIsToldAtOnce)
+{
+    EXPECT_THROW(m_agent.call("sip:x@127.0.0.1", [](DsSipInviteMessage& io_invite) { io_invite.removeHeader("From"); }),
+                 DsException);
+    m_agent.stack().drain();
+    EXPECT_THROW(m_agent.call("sip:x@127.0.0.1"), DsException);
+    m_agent.expectEmpty();
+}
+
+TEST_F(OutgoingCallTest, StopCancelsAndHangsUp)
+{
+    const auto ringing = call();
+    m_peer.respond(m_strInvite, "180 Ringing", contact());
+    reports().expect("provisionalResponse");
+    std::thread stopper([&] { m_agent.stack().stop(5000); });
+    m_peer.respond(m_peer.expect("CANCEL"), "200 OK");
+    m_peer.respond(m_strInvite, "487 Request Terminated");
+    stopper.join();
+    EXPECT_EQ(reports().expect("dialogTerminated").response()->getStatusCode(), 487U);
+    expectClosed();
+}
+
+}  // namespace
+}  // namespace Quorvex
