@@ -94,15 +94,11 @@ void RtpMediaEngine::threadMain()
 
 bool RtpMediaEngine::stop()
 {
-    if (!m_pQueue->post([](MediaThread& io_thread) { io_thread.requestStop(); }))
+    if (!changeTaskState(RUNNING_STATE, STOPPING_STATE) && !changeTaskState(STARTING_STATE, STOPPING_STATE))
     {
         return false;
     }
-    if (!changeTaskState(RUNNING_STATE, STOPPING_STATE))
-    {
-        changeTaskState(STARTING_STATE, STOPPING_STATE);
-    }
-    return true;
+    return m_pQueue->post([](MediaThread& io_thread) { io_thread.requestStop(); });
 }
 
 bool RtpMediaEngine::waitUntilDone()
