@@ -5,6 +5,7 @@
 #include "infra/Assertion.h"
 #include "infra/Logger.h"
 #include "infra/UUID.h"
+#include "sipstack/DsException.h"
 #include "sipstack/DsSipIncomingCall.h"
 #include "sipstack/DsSipInviteMessage.h"
 
@@ -27,7 +28,15 @@ DsHandle<DsSipIncomingCall> NewSipCallInterface::newCall(const DsHandle<DsSipInv
                                    m_netIf.getQueue(),
                                    m_netIf.getDsObjectContainer(),
                                    UUID().toString()));
-    const DsHandle<DsSipIncomingCall> hIncomingCall(new DsSipIncomingCall(in_hInvite, hInterface));
+    DsHandle<DsSipIncomingCall> hIncomingCall;
+    try
+    {
+        hIncomingCall.reset(new DsSipIncomingCall(in_hInvite, hInterface));
+    }
+    catch (const DsException& exception)
+    {
+        QLOG_ERROR(s_logger, exception);
+    }
     static_cast<void>(QUORVEX_ASSERT(s_logger, !hIncomingCall.isNil()));
     return hIncomingCall;
 }
