@@ -1,0 +1,277 @@
+#include "GatewayCall.h"
+
+#include <utility>
+
+#include "infra/RegistrationSingleton.h"
+#include "media/CTBusTonePlayerFactory.h"
+#include "sip/SipConnectionFailureType.h"
+
+namespace Quorvex
+{
+
+namespace
+{
+
+/// The media engine's services, as the network interface publishes them; null while there are none.
+TSHandle<CTBusTonePlayerFactory> tonePlayers()
+{
+    const TSHandle<Object> hObject = RegistrationSingleton::instance().lookup("TONE_PLAYER_FACTORY");
+    return hObject.dynamicCast<CTBusTonePlayerFactory>();
+}
+
+}  // namespace
+
+GatewayCall::GatewayCall(EngineLoop& in_loop,
+                         std::uint64_t in_ulNumber,
+                         std::string in_strCallId,
+                         std::unique_ptr<InCallLeg> in_pLeg)
+    : m_loop(in_loop),
+      m_ulNumber(in_ulNumber),
+      m_strCallId(std::move(in_strCallId)),
+      m_logger("quorvex.gateway.Call"),
+      m_pLeg(std::move(in_pLeg)),
+      m_invited(Clock::now())
+{
+    m_logger.callStart(m_strCallId);
+}
+
+GatewayCall::~GatewayCall()
+{
+    m_loop.cancel(m_timer);
+}
+
+const char* GatewayCall::getStateName(State in_state)
+{
+    switch (in_state)
+    {
+        case State::ARRIVED:
+            return "arrived";
+        case State::RINGING:
+            return "ringing";
+        case State::ANSWERED:
+            return "answered";
+        case State::ENDING:
+            return "ending";
+    }
+    return "?";
+}
+
+void GatewayCall::invited(const CallLegInfo& in_leg, std::shared_ptr<const Route> in_pRoute)
+{
+    m_leg = in_leg;
+    m_pRoute = std::move(in_pRoute);
+    const std::string to = m_leg.getParameterOr("sip.in.requestUri", "");
+    const std::string from = m_leg.getParameterOr("sip.in.from.uri", "");
+    if (m_pRoute == nullptr)
+    {
+        QLOG_INFO(m_logger, "call from " << from << " to " << to << ": no route, rejected (404)");
+        m_uiStatus = Call::getFailureEntry(eINVALID_NUMBER_FAILURE).m_uiSipStatus;
+        m_strReason = "no route";
+        m_endedBy = CallRecord::EndedBy::LOCAL;
+        m_state = State::ENDING;
+        m_pLeg->inviteRejected(eINVALID_NUMBER_FAILURE);
+        return;
+    }
+    QLOG_INFO(m_logger, "call from " << from << " to " << to << ": route " << m_pRoute->getName());
+    if (m_pRoute->getService() == Route::Service::REJECT && m_pRoute->getAnswerAfterMs() == 0)
+    {
+        reject();
+        return;
+    }
+    startService();
+    if (m_state == State::ENDING)
+    {
+        return;
+    }
+    if (m_pRoute->hasProgress())
+    {
+        m_pLeg->mediaAvailable();
+    }
+    const bool bNeverAnswers =
+        m_pRoute->getService() == Route::Service::RING || m_pRoute->getService() == Route::Service::REJECT;
+    if (m_pRoute->getRinging() != Route::Ringing::NONE)
+    {
+        ring();
+    }
+    if (m_pRoute->getService() == Route::Service::REJECT)
+    {
+        m_timer = m_loop.schedule(m_pRoute->getAnswerAfterMs(), [this] { reject(); });
+    }
+    else if (bNeverAnswers)
+    {
+        if (m_pRoute->getHangupAfterMs() > 0)
+        {
+            m_timer = m_loop.schedule(m_pRoute->getHangupAfterMs(), [this] { hangup(); });
+        }
+    }
+    else if (m_pRoute->getAnswerAfterMs() > 0)
+    {
+        m_timer = m_loop.schedule(m_pRoute->getAnswerAfterMs(), [this] { answer(); });
+    }
+    else
+    {
+        answer();
+    }
+}
+
+void GatewayCall::startService()
+{
+    const auto hPlayers = tonePlayers();
+    if (hPlayers.isNull())
+    {
+        return;  // an engine without services: the caller hears silence
+    }
+    std::string error;
+    ToneDescription tone;
+    switch (m_pRoute->getService())
+    {
+        case Route::Service::ECHO:
+            m_bServiceAttached = hPlayers->attachEcho(m_strCallId);
+            break;
+        case Route::Service::PLAY:
+            m_bServiceAttached = hPlayers->attachFile(m_strCallId, m_pRoute->getFile(), true, error);
+            break;
+        case Route::Service::TONE:
+            m_bServiceAttached =
+                ToneDescription::find(m_pRoute->getTone(), tone) && hPlayers->attachTone(m_strCallId, tone);
+            break;
+        case Route::Service::RING:
+        case Route::Service::REJECT:
+            return;
+    }
+    if (!m_bServiceAttached)
+    {
+        QLOG_ERROR(m_logger,
+                   "the service of route " << m_pRoute->getName() << " cannot be started"
+                                           << (error.empty() ? "" : ": ") << error);
+        hangup();
+    }
+}
+
+void GatewayCall::reject()
+{
+    m_timer = EngineLoop::kNoTimer;
+    m_endedBy = CallRecord::EndedBy::LOCAL;
+    m_uiStatus = m_pRoute->getRejectStatus();
+    m_strReason = "route " + m_pRoute->getName();
+    const bool bAccepted = m_state == State::RINGING;
+    m_state = State::ENDING;
+    const ConnectionFailureType failure(m_pRoute->getRejectFailure(),
+                                        new Sip::SipConnectionFailureType(m_uiStatus));
+    // A leg that has been accepted is refused as one whose far side failed.
+    if (bAccepted)
+    {
+        m_pLeg->remoteConnectionFailed(failure);
+    }
+    else
+    {
+        m_pLeg->inviteRejected(failure);
+    }
+}
+
+void GatewayCall::ring()
+{
+    m_state = State::RINGING;
+    m_ringing = Clock::now();
+    m_pLeg->inviteAccepted(m_pRoute->getRinging() == Route::Ringing::EARLY_MEDIA ? eRING_WITH_EARLY_MEDIA
+                                                                                 : eRING_WITHOUT_EARLY_MEDIA);
+}
+
+void GatewayCall::answer()
+{
+    m_timer = EngineLoop::kNoTimer;
+    m_state = State::ANSWERED;
+    m_answered = Clock::now();
+    m_uiStatus = 200;
+    m_pLeg->remoteConnected(Call::eCONNECTION_NONE);
+    if (m_pRoute->getHangupAfterMs() > 0)
+    {
+        m_timer = m_loop.schedule(m_pRoute->getHangupAfterMs(), [this] { hangup(); });
+    }
+}
+
+bool GatewayCall::hangup(CallRecord::EndedBy in_endedBy)
+{
+    if (m_state == State::ENDING)
+    {
+        return false;
+    }
+    m_loop.cancel(m_timer);
+    const State state = std::exchange(m_state, State::ENDING);
+    m_endedBy = in_endedBy;
+    // An unanswered caller gets a final response at once; only an answered one a BYE.
+    switch (state)
+    {
+        case State::ARRIVED:
+            m_uiStatus = Call::getFailureEntry(eNO_ANSWER_FAILURE).m_uiSipStatus;
+            m_pLeg->inviteRejected(eNO_ANSWER_FAILURE);
+            break;
+        case State::RINGING:
+            m_uiStatus = Call::getFailureEntry(eNO_ANSWER_FAILURE).m_uiSipStatus;
+            m_pLeg->remoteConnectionFailed(eNO_ANSWER_FAILURE);
+            break;
+        case State::ANSWERED:
+        case State::ENDING:
+            m_pLeg->hangup();
+            break;
+    }
+    return true;
+}
+
+void GatewayCall::transferRequested(const CallLegInfo& in_leg)
+{
+    QLOG_INFO(m_logger,
+              "transfer to " << in_leg.getParameterOr("sip.in.referTo", "?")
+                             << " refused: this version places no outbound legs");
+    m_pLeg->transferFailure(eUNAVAILABLE_FAILURE);
+}
+
+void GatewayCall::infoReceived(const std::vector<Parameter>& in_vParameters)
+{
+    QLOG_INFO(m_logger, "INFO received with " << in_vParameters.size() << " parameters");
+}
+
+void GatewayCall::disconnected()
+{
+    if (m_state == State::ENDING)
+    {
+        return;
+    }
+    m_loop.cancel(m_timer);
+    if (m_state != State::ANSWERED)
+    {
+        m_uiStatus = 487;
+    }
+    m_state = State::ENDING;
+    m_endedBy = CallRecord::EndedBy::REMOTE;
+}
+
+CallRecord GatewayCall::released()
+{
+    if (m_bServiceAttached)
+    {
+        const auto hPlayers = tonePlayers();
+        if (!hPlayers.isNull())
+        {
+            hPlayers->detach(m_strCallId);
+        }
+    }
+    CallRecord record;
+    record.m_strCall = m_strCallId;
+    record.m_strSipCallId = m_leg.getParameterOr("sip.in.header.Call-ID", "");
+    record.m_strFrom = m_leg.getParameterOr("sip.in.from.uri", "");
+    record.m_strTo = m_leg.getParameterOr("sip.in.requestUri", "");
+    record.m_strRoute = getRouteName();
+    record.m_invited = m_invited;
+    record.m_ringing = m_ringing;
+    record.m_answered = m_answered;
+    record.m_ended = Clock::now();
+    // Let go without a word: the network interface is stopping.
+    record.m_endedBy = m_endedBy.value_or(CallRecord::EndedBy::STOP);
+    record.m_uiStatus = m_uiStatus;
+    record.m_strReason = m_strReason;
+    QLOG_INFO(m_logger, "call ended, status " << m_uiStatus);
+    return record;
+}
+
+}  // namespace Quorvex

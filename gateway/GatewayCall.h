@@ -1,0 +1,100 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "CallRecord.h"
+#include "EngineLoop.h"
+#include "Route.h"
+#include "calleng/CallLegInfo.h"
+#include "infra/Logger.h"
+#include "infra/MemAccount.h"
+#include "infra/Parameter.h"
+#include "quorvex/CallInterface.h"
+
+namespace Quorvex
+{
+
+/// What the call engine knows of one call that is served here, and what it does with it. Lives on the
+/// engine's thread.
+///
+/// A call is offered (invited), then its route decides: the leg is accepted, answered, hung up, or refused.
+/// Whatever happens, it is over when the network interface lets go of its side (released), and only then.
+class GatewayCall
+{
+public:
+    QUORVEX_MEM_ACCOUNT("GatewayCall");
+
+    using Clock = std::chrono::system_clock;
+
+    enum class State
+    {
+        ARRIVED,
+        RINGING,
+        ANSWERED,
+        ENDING
+    };
+
+    GatewayCall(EngineLoop& in_loop,
+                std::uint64_t in_ulNumber,
+                std::string in_strCallId,
+                std::unique_ptr<InCallLeg> in_pLeg);
+    GatewayCall(const GatewayCall&) = delete;
+    GatewayCall& operator=(const GatewayCall&) = delete;
+    /// Deletes the leg.
+    ~GatewayCall();
+
+    /// The call is offered; the route (null for none) must stay until released().
+    void invited(const CallLegInfo& in_leg, std::shared_ptr<const Route> in_pRoute);
+    void transferRequested(const CallLegInfo& in_leg);
+    void infoReceived(const std::vector<Parameter>& in_vParameters);
+    /// The far end, or a failure, has ended the call.
+    void disconnected();
+    /// The network interface has let go of the call: what there is to record of it.
+    CallRecord released();
+
+    /// Ends the call from here, at any moment. False when it is ending already.
+    bool hangup(CallRecord::EndedBy in_endedBy = CallRecord::EndedBy::LOCAL);
+    /// Sends an INFO. False when it could not be queued.
+    bool sendInfo(const std::vector<Parameter>& in_vParameters)
+    {
+        return m_pLeg->sendInfoMsg(in_vParameters);
+    }
+
+    std::uint64_t getNumber() const { return m_ulNumber; }
+    const std::string& getCallId() const { return m_strCallId; }
+    State getState() const { return m_state; }
+    static const char* getStateName(State in_state);
+    const CallLegInfo& getLeg() const { return m_leg; }
+    Clock::time_point getInvited() const { return m_invited; }
+    std::string getRouteName() const { return m_pRoute ? m_pRoute->getName() : ""; }
+
+private:
+    void reject();
+    void ring();
+    void answer();
+    void startService();
+
+    EngineLoop& m_loop;
+    const std::uint64_t m_ulNumber;
+    const std::string m_strCallId;
+    CallLogger m_logger;
+    std::unique_ptr<InCallLeg> m_pLeg;
+    CallLegInfo m_leg;
+    std::shared_ptr<const Route> m_pRoute;
+    State m_state = State::ARRIVED;
+    EngineLoop::TimerId m_timer = EngineLoop::kNoTimer;
+    bool m_bServiceAttached = false;
+    Clock::time_point m_invited;
+    std::optional<Clock::time_point> m_ringing;
+    std::optional<Clock::time_point> m_answered;
+    std::optional<CallRecord::EndedBy> m_endedBy;
+    unsigned int m_uiStatus = 0;
+    std::string m_strReason;
+};
+
+}  // namespace Quorvex

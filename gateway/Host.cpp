@@ -1,0 +1,340 @@
+#include "Host.h"
+
+#include <systemd/sd-daemon.h>
+
+#include <filesystem>
+#include <iostream>
+
+#include "ConfigSchema.h"
+#include "FirstError.h"
+#include "NetIfLoader.h"
+#include "infra/DynLib.h"
+#include "infra/MemAccount.h"
+#include "infra/TomlConfiguration.h"
+
+namespace Quorvex
+{
+
+namespace
+{
+
+constexpr std::chrono::seconds kStartTimeout{30};
+constexpr std::chrono::seconds kKillTimeout{10};
+
+void complain(const std::string& in_strText)
+{
+    std::cerr << "quorvex-gateway: " << in_strText << std::endl;
+}
+
+}  // namespace
+
+Host::Host(Options in_options) : m_options(std::move(in_options)), m_logger("quorvex.gateway.Host")
+{
+    std::error_code error;
+    const std::filesystem::path program = std::filesystem::canonical("/proc/self/exe", error);
+    if (!error)
+    {
+        DynLib::addSearchFolder((program.parent_path().parent_path() / "lib").string());
+    }
+}
+
+Host::~Host()
+{
+    tearDown();
+}
+
+bool Host::loadConfiguration(TSHandle<MapConfiguration>& out_hConfig,
+                             std::shared_ptr<const RouteTable>& out_pRoutes,
+                             std::string& out_strError) const
+{
+    const std::string& file = m_options.m_strConfigFile;
+    TSHandle<MapConfiguration> hConfig = TomlConfiguration::load(file, out_strError);
+    if (hConfig.isNull())
+    {
+        return false;
+    }
+    std::string error;
+    auto pRoutes = std::make_shared<RouteTable>();
+    const std::string folder = std::filesystem::absolute(file).parent_path().string();
+    if (!ConfigSchema::check(*hConfig, error) || !pRoutes->read(hConfig->getTrie(), folder, error))
+    {
+        out_strError = file + ": " + error;
+        return false;
+    }
+    ConfigSchema::resolvePaths(*hConfig, file);
+    out_hConfig = hConfig;
+    out_pRoutes = pRoutes;
+    return true;
+}
+
+void Host::applyLevels(const ROConfiguration& in_config)
+{
+    int level = eINFO_LEVEL;
+    Logging::parseLevel(in_config.getStringOr("quorvex.log.level", "INFO"), level);
+    Logging::clearLevels();
+    Logging::setRootLevel(level);
+    const ParameterTrieNode* pLevels = in_config.getNode("quorvex.log.levels");
+    if (pLevels != nullptr)
+    {
+        auto visitor = [pLevels](const ParameterTrieNode& in_node)
+        {
+            int leafLevel = eINFO_LEVEL;
+            if (Logging::parseLevel(in_node.getValue().toText(), leafLevel))
+            {
+                Logging::setLevel(in_node.getFullName().substr(pLevels->getFullName().size() + 1), leafLevel);
+            }
+        };
+        ParameterTrie::visit(*pLevels, visitor);
+    }
+}
+
+bool Host::prepare(std::string& out_strError)
+{
+    // Quiet until the configuration has proved good: its one line comes before anything else.
+    static_cast<void>(Logging::setOutput("/dev/null", out_strError));
+    if (!loadConfiguration(m_hConfig, m_pRoutes, out_strError))
+    {
+        return false;
+    }
+    m_pNetIf = NetIfLoader::load(m_hConfig, out_strError);
+    if (m_pNetIf.isNull())
+    {
+        out_strError = m_options.m_strConfigFile + ": " + out_strError;
+        return false;
+    }
+    const std::string cdrFile = m_hConfig->getStringOr("quorvex.gateway.cdrFile", "");
+    if (!m_options.m_bCheckOnly && !m_engine.openCdr(cdrFile, out_strError))
+    {
+        out_strError = m_options.m_strConfigFile + ": quorvex.gateway.cdrFile: " + cdrFile +
+                       " cannot be written: " + out_strError;
+        return false;
+    }
+    const std::string logFile = m_hConfig->getStringOr("quorvex.log.file", "");
+    if (!m_options.m_bCheckOnly && !Logging::setOutput(logFile, out_strError))
+    {
+        out_strError = m_options.m_strConfigFile + ": quorvex.log.file: " + logFile +
+                       " cannot be written: " + out_strError;
+        return false;
+    }
+    applyLevels(*m_hConfig);
+    return true;
+}
+
+int Host::run()
+{
+    std::string error;
+    if (!prepare(error))
+    {
+        complain(error);
+        return eEXIT_CONFIGURATION;
+    }
+    if (m_options.m_bCheckOnly)
+    {
+        std::cout << m_options.m_strConfigFile << ": good\n";
+        return eEXIT_CLEAN;
+    }
+    if (!start(error))
+    {
+        complain(error);
+        tearDown();
+        return eEXIT_FORCED;
+    }
+    announce();
+    const int iExitCode = serve();
+    tearDown();
+    logMemoryAccounts();
+    return iExitCode;
+}
+
+bool Host::start(std::string& out_strError)
+{
+    const FirstError firstError;
+    m_engine.setRoutes(m_pRoutes);
+    m_engine.start();
+    m_pNetIf->setCallEngine(&m_engine);
+    Task::State state = Task::STOPPED_STATE;
+    m_pNetIf->addTaskStateObserver(this, state);
+    const auto deadline = std::chrono::steady_clock::now() + kStartTimeout;
+    bool bStarted = m_pNetIf->start();
+    while (bStarted && netIfState() != Task::RUNNING_STATE)
+    {
+        const Signals::Event event = m_signals.wait(deadline);
+        const Task::State now = netIfState();
+        bStarted =
+            event == Signals::Event::WOKEN && (now == Task::STARTING_STATE || now == Task::RUNNING_STATE);
+        if (event == Signals::Event::TIMEOUT)
+        {
+            out_strError =
+                "the network interface does not start within " + std::to_string(kStartTimeout.count()) + " s";
+            return false;
+        }
+        if (event == Signals::Event::STOP)
+        {
+            out_strError = "stopped while starting";
+            return false;
+        }
+    }
+    if (!bStarted)
+    {
+        out_strError = "the network interface cannot be started: " + firstError.getText();
+    }
+    return bStarted;
+}
+
+void Host::announce() const
+{
+    std::cout << "quorvex-gateway " QUORVEX_VERSION " is running\n  SIP:";
+    const ParameterTrieNode* pListen = m_hConfig->getNode("quorvex.sip.listen");
+    std::string address = "127.0.0.1:5060";
+    bool bFirst = true;
+    if (pListen != nullptr)
+    {
+        for (const auto& pPort : pListen->getChildren())
+        {
+            const std::string text = pPort->getValue().toText();
+            std::cout << (bFirst ? " " : ", ") << text;
+            if (bFirst)
+            {
+                address = text.substr(text.find(':') + 1);
+            }
+            bFirst = false;
+        }
+    }
+    if (bFirst)
+    {
+        std::cout << " udp:" << address;
+    }
+    std::cout << "   RTP: " << m_hConfig->getStringOr("quorvex.rtp.localAddress", "127.0.0.1") << ", ports "
+              << m_hConfig->getStringOr("quorvex.rtp.portRange", "16384-32767") << "\n  routes:";
+    for (const Route& route : m_pRoutes->getRoutes())
+    {
+        std::cout << ' ' << route.getName();
+    }
+    std::cout << "\n  call it:  sipp -sn uac -s echo " << address
+              << " -m 1\n  Ctrl-C ends every call, then the gateway" << std::endl;
+    sd_notify(0, "READY=1");
+}
+
+int Host::serve()
+{
+    for (;;)
+    {
+        switch (m_signals.wait())
+        {
+            case Signals::Event::STOP:
+                return stop();
+            case Signals::Event::RELOAD:
+                reload();
+                break;
+            case Signals::Event::WOKEN:
+                if (netIfState() == Task::STOPPED_STATE)
+                {
+                    QLOG_ERROR(m_logger, "the network interface has ended by itself");
+                    return eEXIT_FORCED;
+                }
+                break;
+            case Signals::Event::TIMEOUT:
+                break;
+        }
+    }
+}
+
+int Host::stop()
+{
+    sd_notify(0, "STOPPING=1");
+    const auto timeout = std::chrono::seconds(m_hConfig->getIntegerOr("quorvex.gateway.stopTimeoutS", 30));
+    QLOG_INFO(
+        m_logger,
+        "stopping: " << m_engine.getLiveCalls() << " calls are ended, at most " << timeout.count() << " s");
+    std::cout << "stopping; a second signal kills" << std::endl;
+    auto deadline = std::chrono::steady_clock::now() + timeout;
+    int iExitCode = eEXIT_CLEAN;
+    m_pNetIf->stop();
+    while (netIfState() != Task::STOPPED_STATE)
+    {
+        const Signals::Event event = m_signals.wait(deadline);
+        if (event == Signals::Event::WOKEN || event == Signals::Event::RELOAD)
+        {
+            continue;
+        }
+        if (iExitCode == eEXIT_FORCED)
+        {
+            QLOG_ERROR(m_logger, "the network interface does not end, not even killed");
+            std::cout << std::flush;
+            std::_Exit(eEXIT_FORCED);
+        }
+        QLOG_WARN(m_logger,
+                  (event == Signals::Event::TIMEOUT ? "the stop has taken too long" : "a second signal")
+                      << ": killing the network interface, " << m_engine.getLiveCalls()
+                      << " calls are cut off");
+        iExitCode = eEXIT_FORCED;
+        deadline = std::chrono::steady_clock::now() + kKillTimeout;
+        m_pNetIf->kill();
+    }
+    QLOG_INFO(m_logger, "stopped");
+    return iExitCode;
+}
+
+void Host::reload()
+{
+    TSHandle<MapConfiguration> hConfig;
+    std::shared_ptr<const RouteTable> pRoutes;
+    std::string error;
+    if (!loadConfiguration(hConfig, pRoutes, error))
+    {
+        QLOG_ERROR(m_logger, "not reloaded, what was in force stays: " << error);
+        return;
+    }
+    m_pRoutes = pRoutes;
+    m_engine.setRoutes(pRoutes);
+    applyLevels(*hConfig);
+    QLOG_INFO(m_logger, "routes and log levels reloaded: " << pRoutes->getRoutes().size() << " routes");
+}
+
+void Host::tearDown()
+{
+    if (!m_pNetIf.isNull())
+    {
+        if (m_pNetIf->getTaskState() != Task::STOPPED_STATE)
+        {
+            m_pNetIf->kill();
+        }
+        m_pNetIf->waitUntilDone();
+        m_pNetIf->removeTaskStateObserver(this);
+    }
+    // Before the network interface goes: the legs that are left are its objects.
+    m_engine.stop();
+    m_pNetIf = DynLibObjPtr<OAMGatewayNetIf>();
+}
+
+void Host::logMemoryAccounts()
+{
+    static const Logger s_logger("quorvex.gateway.memory");
+    if (!s_logger.isEnabled(eDEBUG_LEVEL))
+    {
+        return;
+    }
+    for (const MemAccounts::Balance& balance : MemAccounts::snapshot())
+    {
+        QLOG_DEBUG(s_logger,
+                   "memory account " << balance.m_strName << ": " << balance.m_ui64Objects << " objects, "
+                                     << balance.m_ui64Bytes << " bytes");
+    }
+}
+
+void Host::taskStateChanged(ManageableTask& /*in_task*/, Task::State in_newState)
+{
+    {
+        const std::lock_guard guard(m_mutex);
+        m_netIfState = in_newState;
+    }
+    m_signals.wake();
+}
+
+Task::State Host::netIfState() const
+{
+    const std::lock_guard guard(m_mutex);
+    return m_netIfState;
+}
+
+}  // namespace Quorvex

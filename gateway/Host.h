@@ -1,0 +1,67 @@
+#pragma once
+
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "Options.h"
+#include "RoutingCallEngine.h"
+#include "Signals.h"
+#include "infra/DynLibObjPtr.h"
+#include "infra/ROConfiguration.h"
+#include "quorvex/GatewayNetIf.h"
+
+namespace Quorvex
+{
+
+/// The exit codes of the program.
+enum ExitCode : int
+{
+    eEXIT_CLEAN = 0,
+    eEXIT_FORCED = 1,  ///< a kill, or a start that failed at run time
+    eEXIT_CONFIGURATION = 2
+};
+
+/// The host program: configuration, network interface and call engine, from the start to the stop. Used on
+/// the main thread.
+class Host : private TaskStateObserver
+{
+public:
+    explicit Host(Options in_options);
+    Host(const Host&) = delete;
+    Host& operator=(const Host&) = delete;
+    ~Host() override;
+
+    /// Runs until it is stopped; the exit code.
+    int run();
+
+private:
+    /// Reads and checks the configuration file; false with one line in `out_strError`.
+    bool loadConfiguration(TSHandle<MapConfiguration>& out_hConfig,
+                           std::shared_ptr<const RouteTable>& out_pRoutes,
+                           std::string& out_strError) const;
+    static void applyLevels(const ROConfiguration& in_config);
+    bool prepare(std::string& out_strError);
+    bool start(std::string& out_strError);
+    void announce() const;
+    int serve();
+    int stop();
+    void reload();
+    void tearDown();
+    static void logMemoryAccounts();
+
+    void taskStateChanged(ManageableTask& in_task, Task::State in_newState) override;
+    Task::State netIfState() const;
+
+    const Options m_options;
+    const Logger m_logger;
+    Signals m_signals;
+    TSHandle<MapConfiguration> m_hConfig;
+    std::shared_ptr<const RouteTable> m_pRoutes;
+    RoutingCallEngine m_engine;
+    DynLibObjPtr<OAMGatewayNetIf> m_pNetIf;
+    mutable std::mutex m_mutex;
+    Task::State m_netIfState = Task::STOPPED_STATE;
+};
+
+}  // namespace Quorvex

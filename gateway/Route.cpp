@@ -1,0 +1,296 @@
+#include "Route.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <utility>
+
+#include "Text.h"
+#include "calleng/CallLegInfo.h"
+#include "media/CTBusTonePlayerFactory.h"
+
+namespace Quorvex
+{
+
+namespace
+{
+
+constexpr std::pair<const char*, Route::Service> kServices[] = {
+    {"echo",   Route::Service::ECHO  },
+    {"play",   Route::Service::PLAY  },
+    {"tone",   Route::Service::TONE  },
+    {"ring",   Route::Service::RING  },
+    {"reject", Route::Service::REJECT},
+};
+
+constexpr std::pair<const char*, Route::Ringing> kRingings[] = {
+    {"none",       Route::Ringing::NONE       },
+    {"ringing",    Route::Ringing::RINGING    },
+    {"earlyMedia", Route::Ringing::EARLY_MEDIA},
+};
+
+constexpr const char* kOptions[] = {"name",
+                                    "match",
+                                    "service",
+                                    "ringing",
+                                    "progress",
+                                    "answerAfterMs",
+                                    "hangupAfterMs",
+                                    "reject",
+                                    "file",
+                                    "tone"};
+
+/// The value that a name stands for; "" or what was expected.
+template <class Value, std::size_t Size>
+std::string choose(const std::pair<const char*, Value> (&in_choices)[Size],
+                   const ParameterTrieNode& in_node,
+                   Value& out_value)
+{
+    std::string text;
+    std::vector<std::string> names;
+    const bool bText = in_node.getValue().getString(text);
+    for (const auto& [szName, value] : in_choices)
+    {
+        if (bText && text == szName)
+        {
+            out_value = value;
+            return "";
+        }
+        names.emplace_back(szName);
+    }
+    return in_node.getName() + ": " + Text::alternatives(names) + " is expected, not \"" +
+           in_node.getValue().toText() + "\"";
+}
+
+std::string readMilliseconds(const ParameterTrieNode& in_node, unsigned int& out_uiMs)
+{
+    constexpr std::int64_t kDayMs = 86400000;
+    std::int64_t number = 0;
+    if (!in_node.getValue().getInteger(number) || number < 0 || number > kDayMs)
+    {
+        return in_node.getName() + ": an integer from 0 to 86400000 (milliseconds) is expected, not " +
+               in_node.getValue().toText();
+    }
+    out_uiMs = static_cast<unsigned int>(number);
+    return "";
+}
+
+}  // namespace
+
+bool Route::read(const ParameterTrieNode& in_node, const std::string& in_strFolder, std::string& out_strError)
+{
+    const ParameterTrieNode* pName = in_node.getChild("name");
+    m_strName = pName != nullptr ? pName->getValue().toText() : "";
+    // Routes are counted from 1 by people.
+    const std::string place =
+        "route " +
+        (m_strName.empty() ? std::to_string(std::stoul(in_node.getName()) + 1) : '"' + m_strName + '"');
+    std::string error = readMatches(in_node);
+    if (error.empty())
+    {
+        error = readService(in_node);
+    }
+    for (const auto& pChild : in_node.getChildren())
+    {
+        if (error.empty())
+        {
+            error = readOption(*pChild, in_strFolder);
+        }
+    }
+    if (error.empty() && m_service == Service::PLAY && m_strFile.empty())
+    {
+        error = "file: is missing; service \"play\" expects the path of a WAV file";
+    }
+    if (error.empty() && m_service == Service::TONE && m_strTone.empty())
+    {
+        error = "tone: is missing; service \"tone\" expects the name of a tone (\"ringback\")";
+    }
+    out_strError = error.empty() ? "" : place + ": " + error;
+    return error.empty();
+}
+
+std::string Route::readMatches(const ParameterTrieNode& in_node)
+{
+    const ParameterTrieNode* pMatch = in_node.getChild("match");
+    if (pMatch == nullptr)
+    {
+        return "match: is missing; leg keys with regular expressions are expected "
+               "({ \"sip.in.requestUri\" = \"^sip:echo@\" })";
+    }
+    std::string error;
+    auto visitor = [this, &error, pMatch](const ParameterTrieNode& in_leaf)
+    {
+        if (!error.empty())
+        {
+            return;
+        }
+        const std::string key = in_leaf.getFullName().substr(pMatch->getFullName().size() + 1);
+        std::string text;
+        if (!in_leaf.getValue().getString(text))
+        {
+            error = "match: " + key + ": a regular expression (a string) is expected";
+            return;
+        }
+        try
+        {
+            m_vMatches.push_back({key, std::regex(text, std::regex::ECMAScript | std::regex::optimize)});
+        }
+        catch (const std::regex_error& regexError)
+        {
+            error = "match: " + key + ": \"" + text + "\" is not a regular expression: " + regexError.what();
+        }
+    };
+    if (pMatch->hasValue())
+    {
+        return "match: a table of leg keys is expected";
+    }
+    ParameterTrie::visit(*pMatch, visitor);
+    return error;
+}
+
+std::string Route::readService(const ParameterTrieNode& in_node)
+{
+    for (const char* szLeg : {"leg", "legs"})
+    {
+        if (in_node.getChild(szLeg) != nullptr)
+        {
+            return std::string(szLeg) +
+                   ": outbound legs cannot be placed by this version; a service is expected";
+        }
+    }
+    const ParameterTrieNode* pService = in_node.getChild("service");
+    if (pService == nullptr)
+    {
+        return "service: is missing; echo, play, tone, ring or reject is expected";
+    }
+    return choose(kServices, *pService, m_service);
+}
+
+std::string Route::readOption(const ParameterTrieNode& in_node, const std::string& in_strFolder)
+{
+    const std::string& name = in_node.getName();
+    if (name == "ringing")
+    {
+        return choose(kRingings, in_node, m_ringing);
+    }
+    if (name == "progress")
+    {
+        return in_node.getValue().getBoolean(m_bProgress) ? "" : "progress: true or false is expected";
+    }
+    if (name == "answerAfterMs")
+    {
+        return readMilliseconds(in_node, m_uiAnswerAfterMs);
+    }
+    if (name == "hangupAfterMs")
+    {
+        return readMilliseconds(in_node, m_uiHangupAfterMs);
+    }
+    if (name == "reject")
+    {
+        return readReject(in_node);
+    }
+    if (name == "file")
+    {
+        m_strFile =
+            (std::filesystem::path(in_strFolder) / in_node.getValue().toText()).lexically_normal().string();
+        return std::ifstream(m_strFile) ? ""
+                                        : "file: " + m_strFile + " cannot be read; a WAV file is expected";
+    }
+    if (name == "tone")
+    {
+        m_strTone = in_node.getValue().toText();
+        ToneDescription tone;
+        return ToneDescription::find(m_strTone, tone) ? ""
+                                                      : "tone: the name of a tone is expected (dial, "
+                                                        "ringback, busy, reorder, sit, beep), not \"" +
+                                                            m_strTone + "\"";
+    }
+    std::vector<std::string> known(std::begin(kOptions), std::end(kOptions));
+    return std::find(known.begin(), known.end(), name) != known.end()
+               ? ""
+               : name + ": unknown option; the nearest known one is " + Text::nearest(name, known);
+}
+
+std::string Route::readReject(const ParameterTrieNode& in_node)
+{
+    std::int64_t status = 0;
+    std::string failure;
+    if (in_node.getValue().getInteger(status) && status >= 400 && status <= 699)
+    {
+        m_uiRejectStatus = static_cast<unsigned int>(status);
+        m_rejectFailure = eOTHER_FAILURE;
+        return "";
+    }
+    if (in_node.getValue().getString(failure))
+    {
+        const auto named = Call::parseFailureName(failure);
+        if (named.valid())
+        {
+            m_rejectFailure = named.value();
+            m_uiRejectStatus = Call::getFailureEntry(named.value()).m_uiSipStatus;
+            return "";
+        }
+    }
+    std::vector<std::string> names;
+    for (const Call::FailureEntry& entry : Call::kFailures)
+    {
+        names.emplace_back(entry.m_name);
+    }
+    return "reject: a status code from 400 to 699, or " + Text::alternatives(names) + " is expected, not " +
+           in_node.getValue().toText();
+}
+
+bool Route::matches(const CallLegInfo& in_leg) const
+{
+    // The library's matcher recurses once per character: a far end must not choose how deep.
+    constexpr std::size_t kMaxLength = 1024;
+    for (const Match& match : m_vMatches)
+    {
+        std::string value;
+        if (!in_leg.getParameter(match.m_strKey, value) || value.size() > kMaxLength ||
+            !std::regex_search(value, match.m_expression))
+        {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool RouteTable::read(const ParameterTrie& in_config,
+                      const std::string& in_strFolder,
+                      std::string& out_strError)
+{
+    m_vRoutes.clear();
+    const ParameterTrieNode* pRoutes = in_config.find("route");
+    if (pRoutes == nullptr)
+    {
+        return true;
+    }
+    if (pRoutes->hasValue() || pRoutes->getChild("name") != nullptr)
+    {
+        out_strError = "route: a list of tables is expected ([[route]], with two brackets)";
+        return false;
+    }
+    for (const auto& pNode : pRoutes->getChildren())
+    {
+        if (!m_vRoutes.emplace_back().read(*pNode, in_strFolder, out_strError))
+        {
+            return false;
+        }
+    }
+    return true;
+}
+
+const Route* RouteTable::find(const CallLegInfo& in_leg) const
+{
+    for (const Route& route : m_vRoutes)
+    {
+        if (route.matches(in_leg))
+        {
+            return &route;
+        }
+    }
+    return nullptr;
+}
+
+}  // namespace Quorvex
