@@ -45,7 +45,6 @@ public:
 
 private:
     CountedObjPtr<ClientRegistrationFactory, TSReferenceCount> m_hFactory;
-    std::vector<RegistrationConfig> m_vConfigs;
     std::vector<std::shared_ptr<Registration>> m_vRegistrations;
 };
 

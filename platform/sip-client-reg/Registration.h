@@ -1,22 +1,21 @@
 #pragma once
 
-#include <cstdint>
-#include <memory>
 #include <string>
 
 namespace Quorvex
 {
 
-class ClientRegistrationFactory;
-
-/// One entry of "quorvex.sip.registration". The digest credentials are given to the SIP stack.
+/// One entry of "quorvex.sip.registration".
 struct RegistrationConfig
 {
     std::string m_strRegistrar;  ///< SIP URI of the registrar
     std::string m_strAOR;        ///< the address that is registered
-    std::string m_strUser;
+    std::string m_strUser;       ///< for digest challenges of this registrar; "" for none
     std::string m_strPassword;
-    unsigned int m_uiExpiresS = 3600;  ///< 10 to 86,400
+    unsigned int m_uiExpiresS = 3600;      ///< what is asked for; 1 to 86,400
+    unsigned int m_uiFirstRetryMs = 2000;  ///< the pause after a first failure; each further one doubles it
+    unsigned int m_uiMaxRetryMs = 300000;  ///< the longest pause
+    unsigned int m_uiNameTimeoutMs = 250;  ///< how long the registrar's host name is looked up
 };
 
 enum class RegistrationState
@@ -29,15 +28,22 @@ enum class RegistrationState
     eWITHDRAWN = 5
 };
 
-/// One registration with one registrar (RFC 3261 section 10). Any thread may call its operations; the work is
-/// done on the factory's thread.
-class Registration : public std::enable_shared_from_this<Registration>
+/// "idle", "registering", ...
+const char* getRegistrationStateName(RegistrationState in_state);
+
+/// One registration with one registrar (RFC 3261 section 10). Any thread may call its operations, which
+/// return at once; the work is done on the factory's thread. Used as long as the factory lives.
+class Registration
 {
 public:
-    virtual ~Registration();
+    Registration() = default;
+    Registration(const Registration&) = delete;
+    Registration& operator=(const Registration&) = delete;
+    virtual ~Registration() = default;
 
+    /// Registers, and keeps registered: refreshes before the registration expires, tries again when it fails.
     virtual void start() = 0;
-    /// Withdraws it, if it was made.
+    /// Withdraws the registration, if there is one, and does no more until the next start().
     virtual void stop() = 0;
 
     virtual RegistrationState getState() const = 0;

@@ -33,6 +33,10 @@ public:
     /// brackets.
     DsSipURL(std::string_view in_user, std::string_view in_host, std::uint16_t in_uiPort);
 
+    DsSipURL(const DsSipURL& in_other);
+    DsSipURL& operator=(const DsSipURL& in_other) = default;
+    ~DsSipURL() override;
+
     /// A SIP or SIPS URI, nil when the text is not one.
     static DsHandle<DsSipURL> parse(std::string_view in_text);
 
@@ -95,11 +99,7 @@ public:
     /// Escapes what may not stand in a header name or value of a URI.
     static DsString encodeHeader(std::string_view in_text);
 
-protected:
-    ~DsSipURL() override;
-
 private:
-    DsSipURL(const DsSipURL& in_other);
     void parseSip(std::string_view in_rest);
     void parseHostPort(std::string_view in_text);
 
