@@ -4,7 +4,7 @@
 
 #include "infra/RegistrationSingleton.h"
 #include "media/CTBusTonePlayerFactory.h"
-#include "sip/SipConnectionFailureType.h"
+#include "sip/SipFailure.h"
 
 namespace Quorvex
 {

@@ -1,0 +1,213 @@
+#!/usr/bin/env python3
+"""Calls to the echo service of a real gateway: what a caller sees, hears and may do at any moment."""
+import re
+import shutil
+import signal
+import subprocess
+import sys
+import time
+from pathlib import Path
+
+sys.path.insert(0, str(Path(__file__).resolve().parent))
+from harness import ECHO_ROUTE, Gateway, check, free_port, run  # noqa: E402
+from sipua import Caller, RtpSocket, sdp, sdp_port  # noqa: E402
+
+# Every payload byte value, so that a codec step in the path would show.
+PATTERN = [bytes((frame * 7 + i * 3) & 0xff for i in range(160)) for frame in range(25)]
+
+
+def answered_call(gateway, rtp, caller):
+    """Calls echo; returns the 200 after its ACK."""
+    caller.invite(sdp("127.0.0.1", rtp.port))
+    caller.expect(180)
+    answer = caller.expect(200)
+    check("application/sdp" == (answer.get("Content-Type") or "").lower(), "the 200 carries no SDP")
+    caller.ack(answer)
+    return answer
+
+
+def echoed(rtp, port):
+    """Sends the pattern at its pace; the share of it that came back unchanged."""
+    got = set()
+    rtp.socket.settimeout(0.02)
+    next_at = time.monotonic()
+    for frame in PATTERN:
+        rtp.send(port, frame)
+        next_at += 0.02
+        while (left := next_at - time.monotonic()) > 0:
+            rtp.socket.settimeout(left)
+            packet = rtp.receive()
+            if packet and packet[3] in PATTERN:
+                got.add(packet[3])
+    deadline = time.monotonic() + 1
+    while len(got) < len(set(PATTERN)) and time.monotonic() < deadline:
+        rtp.socket.settimeout(0.1)
+        packet = rtp.receive()
+        if packet and packet[3] in PATTERN:
+            got.add(packet[3])
+    return len(got) / len(set(PATTERN))
+
+
+def a_call_is_answered_and_its_audio_comes_back(build):
+    with Gateway(build) as gateway:
+        with Caller(gateway.port) as caller, RtpSocket() as rtp:
+            caller.invite(sdp("127.0.0.1", rtp.port))
+            check(caller.receive().status == 100, "the first answer is not 100 Trying")
+            ringing = caller.expect(180)
+            check("tag=" in ringing.get("To"), "the 180 makes no early dialog")
+            answer = caller.expect(200)
+            caller.ack(answer)
+            check(sdp_port(answer.body) % 2 == 0, "the RTP port is odd")
+            share = echoed(rtp, sdp_port(answer.body))
+            # The first packets may come before the echo is attached; later ones may not be lost on loopback.
+            check(share > 0.8, f"{share:.0%} of the audio came back unchanged")
+            caller.send("BYE")
+            caller.expect(200)
+        gateway.stop()
+        gateway.check_accounts_are_zero()
+        gateway.check_log_is_clean()
+
+
+def a_cancel_before_the_answer_gives_487(build):
+    route = {**ECHO_ROUTE, "answerAfterMs": 60000}
+    with Gateway(build, routes=[route]) as gateway:
+        with Caller(gateway.port) as caller, RtpSocket() as rtp:
+            caller.invite(sdp("127.0.0.1", rtp.port))
+            caller.expect(180)
+            caller.cancel()
+            answers = {}
+            while len(answers) < 2:
+                message = caller.receive()
+                answers[message.method] = message
+            check(answers["CANCEL"].status == 200, f"CANCEL answered {answers['CANCEL'].status}")
+            check(answers["INVITE"].status == 487, f"INVITE answered {answers['INVITE'].status}")
+            caller.ack(answers["INVITE"])
+        gateway.stop()
+        gateway.check_accounts_are_zero()
+        gateway.check_log_is_clean()
+
+
+def a_stop_during_a_call_sends_bye(build):
+    with Gateway(build) as gateway:
+        with Caller(gateway.port) as caller, RtpSocket() as rtp:
+            answered_call(gateway, rtp, caller)
+            gateway.signal()
+            bye = caller.expect("BYE")
+            caller.answer(bye, 200, "OK")
+        check(gateway.wait() == 0, "the exit code is not 0")
+        gateway.check_accounts_are_zero()
+
+
+def a_second_signal_kills(build):
+    with Gateway(build) as gateway:
+        with Caller(gateway.port) as caller, RtpSocket() as rtp:
+            answered_call(gateway, rtp, caller)
+            gateway.signal()
+            caller.expect("BYE")  # never answered: the stop waits for it
+            gateway.signal(signal.SIGINT)
+            check(gateway.wait() == 1, "a forced end has exit code 1")
+
+
+def a_call_while_stopping_is_refused(build):
+    with Gateway(build) as gateway:
+        with Caller(gateway.port) as caller, Caller(gateway.port) as late, RtpSocket() as rtp:
+            answered_call(gateway, rtp, caller)
+            gateway.signal()
+            bye = caller.expect("BYE")
+            late.invite(sdp("127.0.0.1", rtp.port))
+            refusal = late.expect(503)
+            late.ack(refusal)
+            caller.answer(bye, 200, "OK")
+        check(gateway.wait() == 0, "the exit code is not 0")
+        gateway.check_accounts_are_zero()
+
+
+def what_names_nothing_is_refused(build):
+    """Numbers without a route, and offers that cannot be met: the status says why, and the gateway goes on."""
+    cases = [
+        ("nobody", sdp("127.0.0.1", 40000), 404),
+        ("echo", sdp("127.0.0.1", 40000, payloads="18 97"), 488),
+        ("echo", "v=0\r\nthis is no SDP\r\n", (488, 500)),
+    ]
+    with Gateway(build) as gateway:
+        for user, body, expected in cases:
+            with Caller(gateway.port, user) as caller:
+                caller.invite(body)
+                refusal = caller.expect(*(expected if isinstance(expected, tuple) else (expected,)))
+                caller.ack(refusal)
+        with Caller(gateway.port) as caller, RtpSocket() as rtp:
+            answered_call(gateway, rtp, caller)
+            caller.send("BYE")
+            caller.expect(200)
+        gateway.stop()
+        gateway.check_accounts_are_zero()
+
+
+def a_thousand_sipp_calls_leave_nothing(build):
+    calls = 1000
+    with Gateway(build) as gateway:
+        port = free_port()
+        media = free_port()
+        command = ["sipp", "-sn", "uac", "-s", "echo", f"127.0.0.1:{gateway.port}", "-i", "127.0.0.1", "-p", str(port),
+                   "-mi", "127.0.0.1", "-mp", str(media), "-m", str(calls), "-r", "50", "-d", "200", "-nostdin",
+                   "-timeout", "90", "-timeout_error", "-trace_stat", "-fd", "60",
+                   "-stf", str(gateway.folder / "sipp.csv")]
+        done = subprocess.run(command, cwd=gateway.folder, capture_output=True, text=True, timeout=120)
+        check(done.returncode == 0, f"sipp ended with {done.returncode}:\n{done.stdout[-1500:]}{done.stderr[-500:]}")
+        gateway.stop()
+        gateway.check_accounts_are_zero()
+        gateway.check_log_is_clean()
+
+
+def baresip_hears_its_echo(build):
+    """A foreign user agent: what it plays comes back to it, measured on its own recording of the call."""
+    program = shutil.which("baresip")
+    check(program is not None, "baresip is not installed")
+    with Gateway(build) as gateway:
+        folder = gateway.folder / "baresip"
+        folder.mkdir()
+        tone = folder / "tone.wav"
+        subprocess.run(["sox", "-n", "-r", "8000", "-c", "1", "-b", "16", str(tone), "synth", "30", "sine", "700",
+                        "gain", "-6"], check=True)
+        sip_port = free_port()
+        modules = next(Path("/usr/lib").glob("**/baresip/modules"), None)
+        check(modules is not None, "baresip's modules are not installed")
+        (folder / "config").write_text(
+            f"sip_listen 127.0.0.1:{sip_port}\nmodule_path {modules}\nmodule_tmp account.so\nmodule_app menu.so\n"
+            "module g711.so\nmodule aufile.so\nmodule sndfile.so\nmodule stdio.so\n"
+            f"audio_source aufile,{tone}\naudio_player aufile,{folder / 'heard.wav'}\naudio_alert aufile,{folder / 'x.wav'}\n"
+            f"snd_path {folder}\nrtp_ports {free_port() & ~1}-{(free_port() & ~1) + 1000}\n", encoding="utf-8")
+        (folder / "accounts").write_text(
+            "<sip:tester@127.0.0.1>;regint=0;audio_codecs=PCMU;catchall=yes\n", encoding="utf-8")
+        (folder / "contacts").write_text("", encoding="utf-8")
+        done = subprocess.run([program, "-f", str(folder), "-t", "4", "-e",
+                               f"/dial sip:echo@127.0.0.1:{gateway.port}"], cwd=folder,
+                              capture_output=True, text=True, timeout=60)
+        text = done.stdout + done.stderr
+        check("Call established" in text, f"baresip's call was not established:\n{text[-2000:]}")
+        recordings = sorted(folder.glob("dump-*-dec.wav"))
+        check(recordings, f"baresip recorded nothing:\n{text[-2000:]}")
+        measured = subprocess.run(["sox", str(recordings[0]), "-n", "trim", "0.5", "1.5", "stat"],
+                                  capture_output=True, text=True, check=False).stderr
+        frequency = float(re.search(r"Rough\s+frequency:\s+(\d+)", measured).group(1))
+        level = float(re.search(r"RMS\s+amplitude:\s+([\d.]+)", measured).group(1))
+        check(abs(frequency - 700) < 20, f"a tone of {frequency} Hz was heard, 700 Hz was sent")
+        check(level > 0.2, f"the tone came back at {level} of full scale")
+        gateway.stop()
+        gateway.check_accounts_are_zero()
+        gateway.check_log_is_clean()
+
+
+TESTS = [
+    a_call_is_answered_and_its_audio_comes_back,
+    a_cancel_before_the_answer_gives_487,
+    a_stop_during_a_call_sends_bye,
+    a_second_signal_kills,
+    a_call_while_stopping_is_refused,
+    what_names_nothing_is_refused,
+    a_thousand_sipp_calls_leave_nothing,
+    baresip_hears_its_echo,
+]
+
+if __name__ == "__main__":
+    sys.exit(run(TESTS, sys.argv[1]))
