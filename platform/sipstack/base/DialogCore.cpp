@@ -142,6 +142,7 @@ void DialogCore::end()
         sendAck(DsHandle<DsSipMessage>());
     }
     m_pBye.reset();
+    m_hBye = nullptr;
     m_pOurReinvite.reset();
     m_hOurReinvite = DsHandle<DsSipInviteMessage>();
     m_bOurReinvitePending = false;
@@ -190,6 +191,7 @@ void DialogCore::hangup(const DsHandle<DsSipRequest>& in_hBye)
 
 void DialogCore::sendBye(const DsHandle<DsSipRequest>& in_hBye)
 {
+    m_hBye = in_hBye;
     m_pBye = std::make_unique<ClientRequest>([this](const sip_t* in_pSip) {
         const bool internal = ClientRequest::isInternal(in_pSip);
         if (!internal && in_pSip->sip_status->st_status < 200)
@@ -201,6 +203,12 @@ void DialogCore::sendBye(const DsHandle<DsSipRequest>& in_hBye)
         if (!internal)
         {
             response = m_agent.bridge().fromResponse(m_pBye->get());
+            if (m_challenges.answer(response.dynamicCast<DsSipResponse>(), "BYE", target(),
+                                    m_agent.config().m_vCredentials))
+            {
+                sendBye(m_hBye);
+                return;
+            }
         }
         DialogOwner* const owner = m_pOwner;
         if (owner != nullptr)
@@ -209,7 +217,8 @@ void DialogCore::sendBye(const DsHandle<DsSipRequest>& in_hBye)
         }
         end();
     });
-    if (!send(*m_pBye, SIP_METHOD_BYE, in_hBye.isNil() ? DsHandle<DsSipMessage>() : DsHandle<DsSipMessage>(in_hBye)))
+    if (!send(*m_pBye, SIP_METHOD_BYE, in_hBye.isNil() ? DsHandle<DsSipMessage>() : DsHandle<DsSipMessage>(in_hBye),
+              m_challenges.getHeaders()))
     {
         // It could not even be made: the answer is a time-out at once, though not from inside this call.
         m_byeTimer.start(m_agent.thread(), 0, [this] {
@@ -224,7 +233,7 @@ void DialogCore::sendBye(const DsHandle<DsSipRequest>& in_hBye)
 }
 
 bool DialogCore::send(ClientRequest& in_request, sip_method_t in_method, const char* in_szMethod,
-                      const DsHandle<DsSipMessage>& in_hMessage)
+                      const DsHandle<DsSipMessage>& in_hMessage, const std::string& in_strAuthorization)
 {
     if (m_pLeg == nullptr)
     {
@@ -234,7 +243,7 @@ bool DialogCore::send(ClientRequest& in_request, sip_method_t in_method, const c
     const OutgoingParts parts(home, in_hMessage);
     const bool made = in_request.take(nta_outgoing_tcreate(
         m_pLeg, &OutgoingHandler::callback, &in_request, nullptr, in_method, in_szMethod, nullptr,
-        TAG_IF(!m_strAckAuthorization.empty(), SIPTAG_HEADER_STR(m_strAckAuthorization.c_str())),
+        TAG_IF(!in_strAuthorization.empty(), SIPTAG_HEADER_STR(in_strAuthorization.c_str())),
         TAG_IF(parts.hasHeaders(), SIPTAG_HEADER_STR(parts.headers())),
         TAG_IF(parts.hasBody(), SIPTAG_PAYLOAD(parts.body())), TPTAG_IDENT(m_strPort.c_str()), TAG_END()));
     su_home_deinit(home);
@@ -428,6 +437,12 @@ void DialogCore::onRequestOutcome(sip_method_t in_method, const sip_t* in_pSip)
     }
 }
 
+std::string DialogCore::target() const
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return m_strTarget;
+}
+
 std::string DialogCore::getRemoteTag() const
 {
     return m_strRemoteTag;
@@ -445,11 +460,7 @@ void DialogCore::checkNotEnded() const
 DsHandle<DsSipRequest> DialogCore::createRequest(const std::string& in_strMethod) const
 {
     const State state = getState();
-    std::string target;
-    {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        target = m_strTarget;
-    }
+    const std::string target = this->target();
     if (target.empty() || (state != State::eConfirmed && state != State::eEarly))
     {
         return DsHandle<DsSipRequest>();

@@ -8,6 +8,7 @@
 
 #include "sipstack/DsHandle.h"
 #include "sipstack/DsSipDialog.h"
+#include "sipstack/base/Challenges.h"
 #include "sipstack/base/ClientRequest.h"
 #include "sipstack/base/DialogOwner.h"
 #include "sipstack/base/Sofia.h"
@@ -100,9 +101,9 @@ private:
     void sendBye(const DsHandle<DsSipRequest>& in_hBye);
     void sendReinvite(const DsHandle<DsSipInviteMessage>& in_hInvite);
     bool send(ClientRequest& in_request, sip_method_t in_method, const char* in_szMethod,
-              const DsHandle<DsSipMessage>& in_hMessage);
+              const DsHandle<DsSipMessage>& in_hMessage, const std::string& in_strAuthorization = std::string());
     void checkNotEnded() const;
-    void fillFromLeg(const sip_t* in_pSip, bool in_bUas);
+    std::string target() const;
 
     SipAgent& m_agent;
     std::weak_ptr<SipAgent> m_pAgent;
@@ -136,6 +137,8 @@ private:
 
     // Ours.
     std::unique_ptr<ClientRequest> m_pBye;
+    DsHandle<DsSipRequest> m_hBye;
+    Challenges m_challenges;  // to our BYE
     std::unique_ptr<ClientRequest> m_pOurReinvite;
     DsHandle<DsSipInviteMessage> m_hOurReinvite;
     std::atomic<bool> m_bOurReinvitePending{false};

@@ -115,7 +115,7 @@ void OutgoingCallCore::send(const std::string& in_strRoute)
         made = m_pInvite->take(nta_outgoing_tcreate(
             m_pLeg, &OutgoingHandler::callback, m_pInvite.get(), URL_STRING_MAKE(m_strRoute.c_str()), SIP_METHOD_INVITE,
             URL_STRING_MAKE(uri.c_str()), SIPTAG_CSEQ_STR(cseq.c_str()),
-            TAG_IF(!m_strAuthorization.empty(), SIPTAG_HEADER_STR(m_strAuthorization.c_str())),
+            TAG_IF(!m_challenges.getHeaders().empty(), SIPTAG_HEADER_STR(m_challenges.getHeaders().c_str())),
             TAG_IF(parts.hasHeaders(), SIPTAG_HEADER_STR(parts.headers())),
             TAG_IF(parts.hasBody(), SIPTAG_PAYLOAD(parts.body())), NTATAG_PASS_100(1),
             TPTAG_IDENT(m_strPort.c_str()), TAG_END()));
@@ -248,7 +248,7 @@ void OutgoingCallCore::onSuccess(const sip_t* in_pSip, const DsHandle<DsSipRespo
     m_pDialog->refreshTarget(in_pSip, true);
     m_pDialog->confirm();
     const char* const branch = nta_outgoing_branch(m_pInvite->get());
-    m_pDialog->rememberInvite(in_pSip->sip_cseq->cs_seq, branch != nullptr ? branch : "", m_strAuthorization);
+    m_pDialog->rememberInvite(in_pSip->sip_cseq->cs_seq, branch != nullptr ? branch : "", m_challenges.getHeaders());
     m_state = State::eConfirmed;
     m_pInvite.reset();
     // The other early dialogs are over; a 2xx of theirs is acknowledged and ended by the base library.
@@ -273,6 +273,16 @@ void OutgoingCallCore::onSuccess(const sip_t* in_pSip, const DsHandle<DsSipRespo
 
 void OutgoingCallCore::onFailure(int in_iStatus, const sip_t*, const DsHandle<DsSipResponse>& in_hResponse)
 {
+    const auto& invite = m_hCall->getInvite();
+    if (!m_bCancelled && m_challenges.answer(in_hResponse, "INVITE", invite->getRequestURI(), m_agent.config().m_vCredentials))
+    {
+        // The same call once more, with credentials; what the first attempt made is forgotten.
+        ++m_uiCSeq;
+        m_lastRSeq.clear();
+        forgetDialogs();
+        send(m_strRoute);
+        return;
+    }
     if (in_iStatus < 400)
     {
         reports().redirect(m_hCall, firstDialog(), in_hResponse);
@@ -370,11 +380,7 @@ void OutgoingCallCore::close()
     m_pInvite.reset();
     m_vPracks.clear();
     dropOffers();
-    for (const auto& dialog : m_vDialogs)
-    {
-        dialog->end();
-    }
-    m_vDialogs.clear();
+    forgetDialogs();
     m_pDialog.reset();
     if (m_pLeg != nullptr)
     {
@@ -382,14 +388,21 @@ void OutgoingCallCore::close()
         m_pLeg = nullptr;
     }
     reports().terminated(m_hCall, DsHandle<DsSipMessage>());
-    {
-        const std::lock_guard<std::recursive_mutex> lock(m_hCall->m_mutex);
-        m_hCall->m_vDialogs.clear();
-    }
     m_hCall->m_hInterface = nullptr;
     m_hCall = nullptr;
     m_pLogger.reset();
     m_agent.removeCall(*this);
+}
+
+void OutgoingCallCore::forgetDialogs()
+{
+    for (const auto& dialog : m_vDialogs)
+    {
+        dialog->end();
+    }
+    m_vDialogs.clear();
+    const std::lock_guard<std::recursive_mutex> lock(m_hCall->m_mutex);
+    m_hCall->m_vDialogs.clear();
 }
 
 void OutgoingCallCore::shutdown()

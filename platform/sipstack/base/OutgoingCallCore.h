@@ -9,6 +9,7 @@
 
 #include "sipstack/DsHandle.h"
 #include "sipstack/base/CallCore.h"
+#include "sipstack/base/Challenges.h"
 #include "sipstack/base/ClientRequest.h"
 #include "sipstack/base/StackThread.h"
 
@@ -56,6 +57,7 @@ private:
     void cancel();
     void hangup();
     void fail();
+    void forgetDialogs();
     void close();
     void report(const DsHandle<DsSipMessage>& in_hMessage);
     std::shared_ptr<DialogCore> dialogOf(const sip_t* in_pSip);
@@ -97,7 +99,7 @@ private:
     std::string m_strPort;
     std::string m_strRoute;
     std::uint32_t m_uiCSeq = 1;
-    std::string m_strAuthorization;  // header lines that answer challenges
+    Challenges m_challenges;
     std::vector<std::shared_ptr<DialogCore>> m_vDialogs;
     std::shared_ptr<DialogCore> m_pDialog;  // the one of the 2xx
     std::map<std::string, std::uint32_t> m_lastRSeq;  // by the far end's tag

@@ -5,7 +5,7 @@
 
 #include "net/HostResolver.h"
 #include "sipstack/DsInetAddress.h"
-#include "sipstack/DsSipInviteMessage.h"
+#include "sipstack/DsSipRequest.h"
 #include "sipstack/base/SipAgent.h"
 
 namespace Quorvex
@@ -57,7 +57,7 @@ struct Target
 
 }  // namespace
 
-void SipAgent::resolveDestination(const DsHandle<DsSipInviteMessage>& in_hRequest,
+void SipAgent::resolveDestination(const DsHandle<DsSipRequest>& in_hRequest,
                                   std::function<void(const std::string&)> in_callback) const
 {
     const std::string uri = in_hRequest->getRequestURI();
@@ -82,16 +82,15 @@ void SipAgent::resolveDestination(const DsHandle<DsSipInviteMessage>& in_hReques
         });
 }
 
-std::string SipAgent::portFor(const DsHandle<DsSipInviteMessage>& in_hInvite) const
+std::string SipAgent::portFor(const DsHandle<DsSipRequest>& in_hRequest) const
 {
-    const Target route(m_config.m_strOutboundProxy.empty() ? std::string(in_hInvite->getRequestURI())
+    const Target route(m_config.m_strOutboundProxy.empty() ? std::string(in_hRequest->getRequestURI())
                                                            : m_config.m_strOutboundProxy);
     const auto transport = route.m_bTcp ? DsSipTransport::eTCP : DsSipTransport::eUDP;
     std::string contactPort;
     std::string contactHost;
-    if (const auto contact = in_hInvite->getContactHeader(); !contact.isNil())
+    if (std::string text = in_hRequest->getHeaderValue("Contact"); !text.empty())
     {
-        std::string text = contact->getValueText();
         const std::size_t begin = text.find('<');
         const std::size_t end = text.find('>');
         text = begin != std::string::npos && end != std::string::npos ? text.substr(begin + 1, end - begin - 1) : text;

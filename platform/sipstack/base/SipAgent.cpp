@@ -13,6 +13,7 @@
 #include "sipstack/DsSipNewCallinterface.h"
 #include "sipstack/DsSipResponse.h"
 #include "sipstack/DsInetAddress.h"
+#include "sipstack/base/ClientTransactionCore.h"
 #include "sipstack/base/DialogCore.h"
 #include "sipstack/base/IncomingCallCore.h"
 #include "sipstack/base/ServerTransactionCore.h"
@@ -167,7 +168,7 @@ void SipAgent::stop(unsigned int in_uiTimeoutMs)
 
 void SipAgent::checkEmpty()
 {
-    if (m_onEmpty && m_calls.empty() && m_serverTransactions.empty())
+    if (m_onEmpty && m_calls.empty() && m_serverTransactions.empty() && m_clientTransactions.empty())
     {
         const auto onEmpty = std::move(m_onEmpty);
         m_onEmpty = nullptr;
@@ -187,6 +188,11 @@ void SipAgent::close()
     for (const auto& [key, transaction] : transactions)
     {
         transaction->close();
+    }
+    const auto requests = m_clientTransactions;
+    for (const auto& [key, request] : requests)
+    {
+        request->close();
     }
     m_hNewCall = nullptr;
     if (m_pDefaultLeg != nullptr)
@@ -306,6 +312,21 @@ void SipAgent::removeServerTransaction(const ServerTransactionCore& in_transacti
     if (m_serverTransactions.erase(&in_transaction) != 0)
     {
         --m_ulServerTransactions;
+        checkEmpty();
+    }
+}
+
+void SipAgent::addClientTransaction(const std::shared_ptr<ClientTransactionCore>& in_pTransaction)
+{
+    m_clientTransactions.emplace(in_pTransaction.get(), in_pTransaction);
+    ++m_ulClientTransactions;
+}
+
+void SipAgent::removeClientTransaction(const ClientTransactionCore& in_transaction)
+{
+    if (m_clientTransactions.erase(&in_transaction) != 0)
+    {
+        --m_ulClientTransactions;
         checkEmpty();
     }
 }
@@ -443,6 +464,7 @@ DsSipStackStatistics SipAgent::statistics() const
     statistics.m_ulCalls = m_ulCalls;
     statistics.m_ulDialogs = m_ulDialogs;
     statistics.m_ulServerTransactions = m_ulServerTransactions;
+    statistics.m_ulClientTransactions = m_ulClientTransactions;
     return statistics;
 }
 

@@ -20,6 +20,7 @@ class ClientTransactionCore;
 class DsInetAddress;
 class DsSipIncomingCall;
 class DsSipInviteMessage;
+class DsSipRequest;
 class ServerTransactionCore;
 
 /// The base library's agent with its ports, the requests that belong to no dialog, and the tables of what is alive.
@@ -44,6 +45,7 @@ public:
     /// Any thread: the agent of an object that may outlive it. Throws when the stack is gone.
     static std::shared_ptr<SipAgent> lock(const std::weak_ptr<SipAgent>& in_pAgent);
 
+    nta_leg_t* defaultLeg() const { return m_pDefaultLeg; }
     nta_agent_t* nta() const { return m_pNta; }
     StackThread& thread() { return m_thread; }
     const MessageBridge& bridge() const { return m_bridge; }
@@ -55,10 +57,10 @@ public:
     std::string portOf(nta_incoming_t* in_pIrq) const;
     /// The name of the port that a request of ours leaves from: the one of its Contact, else the first one of its
     /// transport.
-    std::string portFor(const DsHandle<DsSipInviteMessage>& in_hInvite) const;
+    std::string portFor(const DsHandle<DsSipRequest>& in_hRequest) const;
     /// Where a request of ours is sent: calls back once, with a SIP URI whose host is an address, or with an empty text
     /// when there is none in time. From inside the call when nothing has to be looked up, else on another thread.
-    void resolveDestination(const DsHandle<DsSipInviteMessage>& in_hRequest,
+    void resolveDestination(const DsHandle<DsSipRequest>& in_hRequest,
                             std::function<void(const std::string& in_strRoute)> in_callback) const;
     static std::string newTag();
     void countInviteSent() { ++m_ulInvitesSent; }
@@ -79,6 +81,8 @@ public:
     void removeCall(const CallCore& in_call);
     void addServerTransaction(const std::shared_ptr<ServerTransactionCore>& in_pTransaction);
     void removeServerTransaction(const ServerTransactionCore& in_transaction);
+    void addClientTransaction(const std::shared_ptr<ClientTransactionCore>& in_pTransaction);
+    void removeClientTransaction(const ClientTransactionCore& in_transaction);
     void dialogCreated() { ++m_ulDialogs; }
     void dialogEnded() { --m_ulDialogs; }
 
@@ -106,6 +110,7 @@ private:
 
     std::unordered_map<const CallCore*, std::shared_ptr<CallCore>> m_calls;
     std::unordered_map<const ServerTransactionCore*, std::shared_ptr<ServerTransactionCore>> m_serverTransactions;
+    std::unordered_map<const ClientTransactionCore*, std::shared_ptr<ClientTransactionCore>> m_clientTransactions;
 
     std::atomic<std::uint64_t> m_ulInvitesReceived{0};
     std::atomic<std::uint64_t> m_ulInvitesSent{0};
@@ -115,6 +120,7 @@ private:
     std::atomic<std::uint64_t> m_ulCalls{0};
     std::atomic<std::uint64_t> m_ulDialogs{0};
     std::atomic<std::uint64_t> m_ulServerTransactions{0};
+    std::atomic<std::uint64_t> m_ulClientTransactions{0};
 };
 
 }  // namespace Quorvex
