@@ -1,8 +1,6 @@
 #include "net/Net.h"
 
-#include <ace/ACE.h>
 #include <ace/INET_Addr.h>
-#include <ace/Init_ACE.h>
 #include <ace/OS_NS_sys_socket.h>
 #include <ace/OS_NS_unistd.h>
 
@@ -16,13 +14,14 @@ namespace Quorvex::Net
 
 bool initializeLibrary()
 {
-    // Counted by ACE itself; on Windows this is also where sockets begin to work.
-    return ACE::init() >= 0;
+    // Where sockets begin to work on Windows, which counts the calls; nothing elsewhere. The whole of ACE is
+    // not ours to end: that closes every dynamic library, the caller's among them.
+    return ACE_OS::socket_init(2, 2) == 0;
 }
 
 void closeLibrary()
 {
-    ACE::fini();
+    ACE_OS::socket_fini();
 }
 
 bool Interface::getForDestination(const std::string& in_strDestination, Interface& out_interface)
