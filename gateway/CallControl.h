@@ -17,7 +17,7 @@ struct LegView
     std::string m_strId;
     /// "in" or "out".
     std::string m_strDirection;
-    /// "invited", "ringing", "connected", "ending".
+    /// "arrived", "ringing", "answered", "ending".
     std::string m_strState;
     std::string m_strFrom;
     std::string m_strTo;
@@ -45,7 +45,8 @@ struct CommandResult
         NO_SUCH_CALL,
         BAD_REQUEST,  ///< the command cannot be: m_strText says why
         WRONG_STATE,  ///< not now: m_strText says why
-        UNAVAILABLE   ///< the gateway is stopping, or did not take the command in time
+        UNAVAILABLE,  ///< the gateway is stopping, or did not take the command in time
+        NOT_SUPPORTED
     };
     Kind m_kind = DONE;
     /// One clear sentence for a failure; the call's identifier for a placed call.

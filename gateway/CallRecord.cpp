@@ -13,22 +13,6 @@ namespace
 
 using Json = nlohmann::ordered_json;
 
-const char* toText(CallRecord::EndedBy in_endedBy)
-{
-    switch (in_endedBy)
-    {
-        case CallRecord::EndedBy::LOCAL:
-            return "local";
-        case CallRecord::EndedBy::REMOTE:
-            return "remote";
-        case CallRecord::EndedBy::TIMEOUT:
-            return "timeout";
-        case CallRecord::EndedBy::STOP:
-            return "stop";
-    }
-    return "remote";
-}
-
 Json orNull(const std::string& in_strText)
 {
     return in_strText.empty() ? Json() : Json(in_strText);
@@ -57,6 +41,27 @@ Json toJsonObject(const CallRecord::Rtp& in_rtp)
 
 }  // namespace
 
+const char* toText(CallRecord::Direction in_direction)
+{
+    return in_direction == CallRecord::Direction::IN ? "in" : "out";
+}
+
+const char* toText(CallRecord::EndedBy in_endedBy)
+{
+    switch (in_endedBy)
+    {
+        case CallRecord::EndedBy::LOCAL:
+            return "local";
+        case CallRecord::EndedBy::REMOTE:
+            return "remote";
+        case CallRecord::EndedBy::TIMEOUT:
+            return "timeout";
+        case CallRecord::EndedBy::STOP:
+            return "stop";
+    }
+    return "remote";
+}
+
 std::string toRfc3339(CallRecord::Time in_time)
 {
     using namespace std::chrono;
@@ -82,7 +87,7 @@ std::string CallRecord::toJson() const
     const Json record = {
         {"call",      m_strCall                                  },
         {"leg",       m_uiLeg                                    },
-        {"direction", m_direction == Direction::IN ? "in" : "out"},
+        {"direction", toText(m_direction)                        },
         {"sipCallId", orNull(m_strSipCallId)                     },
         {"from",      orNull(m_strFrom)                          },
         {"to",        orNull(m_strTo)                            },

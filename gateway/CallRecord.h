@@ -67,6 +67,10 @@ struct CallRecord
     std::string toJson() const;
 };
 
+/// "in" and "out"; "local", "remote", "timeout" and "stop".
+const char* toText(CallRecord::Direction in_direction);
+const char* toText(CallRecord::EndedBy in_endedBy);
+
 /// "2031-05-04T10:00:00.123Z".
 std::string toRfc3339(CallRecord::Time in_time);
 

@@ -59,20 +59,18 @@ const char* GatewayCall::getStateName(State in_state)
 void GatewayCall::invited(const CallLegInfo& in_leg, std::shared_ptr<const Route> in_pRoute)
 {
     m_leg = in_leg;
+    if (m_state != State::ARRIVED)
+    {
+        return;  // hung up by an operator before it was offered
+    }
     m_pRoute = std::move(in_pRoute);
-    const std::string to = m_leg.getParameterOr("sip.in.requestUri", "");
-    const std::string from = m_leg.getParameterOr("sip.in.from.uri", "");
     if (m_pRoute == nullptr)
     {
-        QLOG_INFO(m_logger, "call from " << from << " to " << to << ": no route, rejected (404)");
-        m_uiStatus = Call::getFailureEntry(eINVALID_NUMBER_FAILURE).m_uiSipStatus;
-        m_strReason = "no route";
-        m_endedBy = CallRecord::EndedBy::LOCAL;
-        m_state = State::ENDING;
-        m_pLeg->inviteRejected(eINVALID_NUMBER_FAILURE);
+        QLOG_INFO(m_logger, "call from " << getFrom() << " to " << getTo() << ": no route, rejected (404)");
+        refuse(eINVALID_NUMBER_FAILURE, "no route");
         return;
     }
-    QLOG_INFO(m_logger, "call from " << from << " to " << to << ": route " << m_pRoute->getName());
+    QLOG_INFO(m_logger, "call from " << getFrom() << " to " << getTo() << ": route " << m_pRoute->getName());
     if (m_pRoute->getService() == Route::Service::REJECT && m_pRoute->getAnswerAfterMs() == 0)
     {
         reject();
@@ -85,6 +83,7 @@ void GatewayCall::invited(const CallLegInfo& in_leg, std::shared_ptr<const Route
     }
     if (m_pRoute->hasProgress())
     {
+        m_bEarlyMedia = true;
         m_pLeg->mediaAvailable();
     }
     const bool bNeverAnswers =
@@ -152,20 +151,41 @@ void GatewayCall::reject()
 {
     m_timer = EngineLoop::kNoTimer;
     m_endedBy = CallRecord::EndedBy::LOCAL;
-    m_uiStatus = m_pRoute->getRejectStatus();
-    m_strReason = "route " + m_pRoute->getName();
+    refuse(ConnectionFailureType(m_pRoute->getRejectFailure(),
+                                 new Sip::SipConnectionFailureType(m_pRoute->getRejectStatus())),
+           "route " + m_pRoute->getName(),
+           m_pRoute->getRejectStatus());
+}
+
+void GatewayCall::refused(const CallLegInfo& in_leg)
+{
+    m_leg = in_leg;
+    if (m_state == State::ARRIVED)
+    {
+        QLOG_INFO(m_logger,
+                  "call from " << getFrom() << " to " << getTo() << ": no calls are taken, rejected (503)");
+        refuse(eUNAVAILABLE_FAILURE, "no calls are taken");
+    }
+}
+
+void GatewayCall::refuse(const ConnectionFailureType& in_failure,
+                         std::string in_strReason,
+                         unsigned int in_uiStatus)
+{
     const bool bAccepted = m_state == State::RINGING;
     m_state = State::ENDING;
-    const ConnectionFailureType failure(m_pRoute->getRejectFailure(),
-                                        new Sip::SipConnectionFailureType(m_uiStatus));
+    m_endedBy = m_endedBy.value_or(CallRecord::EndedBy::LOCAL);
+    m_uiStatus =
+        in_uiStatus != 0 ? in_uiStatus : Call::getFailureEntry(in_failure.getFailure()).m_uiSipStatus;
+    m_strReason = std::move(in_strReason);
     // A leg that has been accepted is refused as one whose far side failed.
     if (bAccepted)
     {
-        m_pLeg->remoteConnectionFailed(failure);
+        m_pLeg->remoteConnectionFailed(in_failure);
     }
     else
     {
-        m_pLeg->inviteRejected(failure);
+        m_pLeg->inviteRejected(in_failure);
     }
 }
 
@@ -173,6 +193,7 @@ void GatewayCall::ring()
 {
     m_state = State::RINGING;
     m_ringing = Clock::now();
+    m_bEarlyMedia = m_bEarlyMedia || m_pRoute->getRinging() == Route::Ringing::EARLY_MEDIA;
     m_pLeg->inviteAccepted(m_pRoute->getRinging() == Route::Ringing::EARLY_MEDIA ? eRING_WITH_EARLY_MEDIA
                                                                                  : eRING_WITHOUT_EARLY_MEDIA);
 }
@@ -197,23 +218,16 @@ bool GatewayCall::hangup(CallRecord::EndedBy in_endedBy)
         return false;
     }
     m_loop.cancel(m_timer);
-    const State state = std::exchange(m_state, State::ENDING);
     m_endedBy = in_endedBy;
     // An unanswered caller gets a final response at once; only an answered one a BYE.
-    switch (state)
+    if (m_state == State::ANSWERED)
     {
-        case State::ARRIVED:
-            m_uiStatus = Call::getFailureEntry(eNO_ANSWER_FAILURE).m_uiSipStatus;
-            m_pLeg->inviteRejected(eNO_ANSWER_FAILURE);
-            break;
-        case State::RINGING:
-            m_uiStatus = Call::getFailureEntry(eNO_ANSWER_FAILURE).m_uiSipStatus;
-            m_pLeg->remoteConnectionFailed(eNO_ANSWER_FAILURE);
-            break;
-        case State::ANSWERED:
-        case State::ENDING:
-            m_pLeg->hangup();
-            break;
+        m_state = State::ENDING;
+        m_pLeg->hangup();
+    }
+    else
+    {
+        refuse(eNO_ANSWER_FAILURE, "hung up before it was answered");
     }
     return true;
 }
@@ -246,6 +260,14 @@ void GatewayCall::disconnected()
     m_endedBy = CallRecord::EndedBy::REMOTE;
 }
 
+CallView GatewayCall::getView() const
+{
+    const auto age = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - m_invited);
+    CallView view{m_strCallId, "in", getStateName(m_state), getFrom(), getTo(), age, {}};
+    view.m_vLegs.push_back({"0", "in", view.m_strState, view.m_strFrom, view.m_strTo, age});
+    return view;
+}
+
 CallRecord GatewayCall::released()
 {
     if (m_bServiceAttached)
@@ -259,8 +281,8 @@ CallRecord GatewayCall::released()
     CallRecord record;
     record.m_strCall = m_strCallId;
     record.m_strSipCallId = m_leg.getParameterOr("sip.in.header.Call-ID", "");
-    record.m_strFrom = m_leg.getParameterOr("sip.in.from.uri", "");
-    record.m_strTo = m_leg.getParameterOr("sip.in.requestUri", "");
+    record.m_strFrom = getFrom();
+    record.m_strTo = getTo();
     record.m_strRoute = getRouteName();
     record.m_invited = m_invited;
     record.m_ringing = m_ringing;

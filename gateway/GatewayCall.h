@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "CallControl.h"
 #include "CallRecord.h"
 #include "EngineLoop.h"
 #include "Route.h"
@@ -50,6 +51,8 @@ public:
 
     /// The call is offered; the route (null for none) must stay until released().
     void invited(const CallLegInfo& in_leg, std::shared_ptr<const Route> in_pRoute);
+    /// The call is offered while none is taken: refused as unavailable.
+    void refused(const CallLegInfo& in_leg);
     void transferRequested(const CallLegInfo& in_leg);
     void infoReceived(const std::vector<Parameter>& in_vParameters);
     /// The far end, or a failure, has ended the call.
@@ -69,11 +72,18 @@ public:
     const std::string& getCallId() const { return m_strCallId; }
     State getState() const { return m_state; }
     static const char* getStateName(State in_state);
-    const CallLegInfo& getLeg() const { return m_leg; }
-    Clock::time_point getInvited() const { return m_invited; }
-    std::string getRouteName() const { return m_pRoute ? m_pRoute->getName() : ""; }
+    CallView getView() const;
+    /// Whether media may have flowed.
+    bool hadMedia() const { return m_answered.has_value() || m_bEarlyMedia; }
 
 private:
+    std::string getRouteName() const { return m_pRoute ? m_pRoute->getName() : ""; }
+    std::string getFrom() const { return m_leg.getParameterOr("sip.in.from.uri", ""); }
+    std::string getTo() const { return m_leg.getParameterOr("sip.in.requestUri", ""); }
+    /// The caller gets a final failure: the given status, or that of the failure's code.
+    void refuse(const ConnectionFailureType& in_failure,
+                std::string in_strReason,
+                unsigned int in_uiStatus = 0);
     void reject();
     void ring();
     void answer();
@@ -89,6 +99,7 @@ private:
     State m_state = State::ARRIVED;
     EngineLoop::TimerId m_timer = EngineLoop::kNoTimer;
     bool m_bServiceAttached = false;
+    bool m_bEarlyMedia = false;
     Clock::time_point m_invited;
     std::optional<Clock::time_point> m_ringing;
     std::optional<Clock::time_point> m_answered;

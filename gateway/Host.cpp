@@ -10,6 +10,7 @@
 #include "NetIfLoader.h"
 #include "infra/DynLib.h"
 #include "infra/MemAccount.h"
+#include "infra/RegistrationSingleton.h"
 #include "infra/TomlConfiguration.h"
 
 namespace Quorvex
@@ -103,7 +104,7 @@ bool Host::prepare(std::string& out_strError)
         return false;
     }
     const std::string cdrFile = m_hConfig->getStringOr("quorvex.gateway.cdrFile", "");
-    if (!m_options.m_bCheckOnly && !m_engine.openCdr(cdrFile, out_strError))
+    if (!m_options.m_bCheckOnly && !m_engine.getCdrWriter().open(cdrFile, out_strError))
     {
         out_strError = m_options.m_strConfigFile + ": quorvex.gateway.cdrFile: " + cdrFile +
                        " cannot be written: " + out_strError;
@@ -148,9 +149,39 @@ int Host::run()
 
 bool Host::start(std::string& out_strError)
 {
-    const FirstError firstError;
     m_engine.setRoutes(m_pRoutes);
+    m_engine.setDrainedHandler([this] { m_signals.wake(); });
     m_engine.start();
+    m_metrics.addSource(m_engine);
+    m_metrics.addSource(m_mediaMetrics);
+    return startHttp(out_strError) && startNetIf(out_strError);
+}
+
+bool Host::startHttp(std::string& out_strError)
+{
+    const std::string listen = m_hConfig->getStringOr("quorvex.gateway.httpListen", "");
+    if (!listen.empty() && !m_http.start(listen, out_strError))
+    {
+        out_strError = m_options.m_strConfigFile + ": quorvex.gateway.httpListen: " + out_strError;
+        return false;
+    }
+    return true;
+}
+
+void Host::observeMedia(LimitedObjPtr<MediaObserver> in_pObserver)
+{
+    const auto hSource =
+        RegistrationSingleton::instance().lookup("TONE_PLAYER_FACTORY").dynamicCast<MediaStatisticsSource>();
+    if (!hSource.isNull())
+    {
+        hSource->setMediaObserver(in_pObserver);
+    }
+}
+
+bool Host::startNetIf(std::string& out_strError)
+{
+    const FirstError firstError;
+    observeMedia(&m_engine);
     m_pNetIf->setCallEngine(&m_engine);
     Task::State state = Task::STOPPED_STATE;
     m_pNetIf->addTaskStateObserver(this, state);
@@ -177,8 +208,11 @@ bool Host::start(std::string& out_strError)
     if (!bStarted)
     {
         out_strError = "the network interface cannot be started: " + firstError.getText();
+        return false;
     }
-    return bStarted;
+    m_control.setReporter(m_pNetIf.get());
+    m_engine.takeCalls(true);
+    return true;
 }
 
 void Host::announce() const
@@ -210,6 +244,11 @@ void Host::announce() const
     {
         std::cout << ' ' << route.getName();
     }
+    if (m_http.getPort() != 0)
+    {
+        std::cout << "\n  HTTP: http://" << m_hConfig->getStringOr("quorvex.gateway.httpListen", "")
+                  << "/api/status, /api/calls, /metrics, /healthz";
+    }
     std::cout << "\n  call it:  sipp -sn uac -s echo " << address
               << " -m 1\n  Ctrl-C ends every call, then the gateway" << std::endl;
     sd_notify(0, "READY=1");
@@ -232,6 +271,11 @@ int Host::serve()
                     QLOG_ERROR(m_logger, "the network interface has ended by itself");
                     return eEXIT_FORCED;
                 }
+                if (m_engine.isDrained())
+                {
+                    QLOG_INFO(m_logger, "drained: the last call has ended");
+                    return stop();
+                }
                 break;
             case Signals::Event::TIMEOUT:
                 break;
@@ -242,6 +286,7 @@ int Host::serve()
 int Host::stop()
 {
     sd_notify(0, "STOPPING=1");
+    m_engine.takeCalls(false);
     const auto timeout = std::chrono::seconds(m_hConfig->getIntegerOr("quorvex.gateway.stopTimeoutS", 30));
     QLOG_INFO(
         m_logger,
@@ -287,12 +332,15 @@ void Host::reload()
     }
     m_pRoutes = pRoutes;
     m_engine.setRoutes(pRoutes);
+    // Whoever rotates the records asks for a reload too.
+    m_engine.getCdrWriter().reopen();
     applyLevels(*hConfig);
     QLOG_INFO(m_logger, "routes and log levels reloaded: " << pRoutes->getRoutes().size() << " routes");
 }
 
 void Host::tearDown()
 {
+    m_control.setReporter(nullptr);
     if (!m_pNetIf.isNull())
     {
         if (m_pNetIf->getTaskState() != Task::STOPPED_STATE)
@@ -304,6 +352,8 @@ void Host::tearDown()
     }
     // Before the network interface goes: the legs that are left are its objects.
     m_engine.stop();
+    m_http.stop();
+    observeMedia(nullptr);
     m_pNetIf = DynLibObjPtr<OAMGatewayNetIf>();
 }
 

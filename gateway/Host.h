@@ -4,6 +4,9 @@
 #include <mutex>
 #include <string>
 
+#include "EngineControl.h"
+#include "HttpServer.h"
+#include "Metrics.h"
 #include "Options.h"
 #include "RoutingCallEngine.h"
 #include "Signals.h"
@@ -43,6 +46,9 @@ private:
     static void applyLevels(const ROConfiguration& in_config);
     bool prepare(std::string& out_strError);
     bool start(std::string& out_strError);
+    bool startHttp(std::string& out_strError);
+    bool startNetIf(std::string& out_strError);
+    static void observeMedia(LimitedObjPtr<MediaObserver> in_pObserver);
     void announce() const;
     int serve();
     int stop();
@@ -59,6 +65,10 @@ private:
     TSHandle<MapConfiguration> m_hConfig;
     std::shared_ptr<const RouteTable> m_pRoutes;
     RoutingCallEngine m_engine;
+    EngineControl m_control{m_engine};
+    MediaMetrics m_mediaMetrics;
+    Metrics m_metrics;
+    HttpServer m_http{m_control, m_metrics};
     DynLibObjPtr<OAMGatewayNetIf> m_pNetIf;
     mutable std::mutex m_mutex;
     Task::State m_netIfState = Task::STOPPED_STATE;

@@ -53,6 +53,8 @@ int statusOf(CommandResult::Kind in_kind)
             return 409;
         case CommandResult::UNAVAILABLE:
             return 503;
+        case CommandResult::NOT_SUPPORTED:
+            return 501;
     }
     return 500;
 }
@@ -174,7 +176,7 @@ bool HttpServer::parseListen(const std::string& in_strListen, std::string& out_s
     {
         strHost = strHost.substr(1, strHost.size() - 2);
     }
-    else if (strHost.empty() || strHost.find(':') != std::string::npos)
+    else if (strHost.empty() || strHost.find_first_of(":[]") != std::string::npos)
     {
         return false;
     }

@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include "infra/RegistrationSingleton.h"
+
 namespace Quorvex
 {
 
@@ -20,33 +22,24 @@ public:
 
     ~Incoming() override
     {
-        RoutingCallEngine& engine = m_engine;
-        m_engine.m_loop.post(
-            [&engine, ulCall = m_ulCall]
-            {
-                if (GatewayCall* pCall = engine.find(ulCall))
-                {
-                    engine.m_cdrWriter.write(pCall->released());
-                    engine.m_calls.erase(ulCall);
-                    engine.m_ulLive.fetch_sub(1, std::memory_order_relaxed);
-                }
-            });
+        m_engine.post([&engine = m_engine, ulCall = m_ulCall] { engine.ended(ulCall); });
     }
 
     bool invite(const CallLegInfo& in_leg) override
     {
-        RoutingCallEngine& engine = m_engine;
-        return engine.m_loop.post(
-            [&engine, ulCall = m_ulCall, leg = in_leg]
+        return post(
+            [&engine = m_engine, leg = in_leg](GatewayCall& io_call)
             {
-                if (GatewayCall* pCall = engine.find(ulCall))
+                if (!engine.takesCalls())
                 {
-                    const std::shared_ptr<const RouteTable> pRoutes = engine.routes();
-                    const Route* pRoute = pRoutes->find(leg);
-                    // The route keeps its table alive: a reload must not change a call that runs.
-                    pCall->invited(
-                        leg, pRoute == nullptr ? nullptr : std::shared_ptr<const Route>(pRoutes, pRoute));
+                    io_call.refused(leg);
+                    return;
                 }
+                const std::shared_ptr<const RouteTable> pRoutes = engine.routes();
+                const Route* pRoute = pRoutes->find(leg);
+                // The route keeps its table alive: a reload must not change a call that runs.
+                io_call.invited(leg,
+                                pRoute == nullptr ? nullptr : std::shared_ptr<const Route>(pRoutes, pRoute));
             });
     }
 
@@ -67,11 +60,11 @@ public:
     }
 
 private:
-    bool post(std::function<void(GatewayCall&)> in_job)
+    template <class CallJob>
+    bool post(CallJob in_job)
     {
-        RoutingCallEngine& engine = m_engine;
-        return engine.m_loop.post(
-            [&engine, ulCall = m_ulCall, job = std::move(in_job)]
+        return m_engine.post(
+            [&engine = m_engine, ulCall = m_ulCall, job = std::move(in_job)]
             {
                 if (GatewayCall* pCall = engine.find(ulCall))
                 {
@@ -83,11 +76,6 @@ private:
     RoutingCallEngine& m_engine;
     const std::uint64_t m_ulCall;
 };
-
-RoutingCallEngine::RoutingCallEngine()
-    : m_logger("quorvex.gateway.CallEngine"), m_pRoutes(std::make_shared<const RouteTable>())
-{
-}
 
 RoutingCallEngine::~RoutingCallEngine()
 {
@@ -113,8 +101,34 @@ void RoutingCallEngine::start()
 
 void RoutingCallEngine::stop()
 {
-    m_loop.post([this] { m_calls.clear(); });
+    m_loop.post(
+        [this]
+        {
+            for (const auto& [ulCall, pCall] : m_calls)
+            {
+                record(*pCall);
+            }
+            m_calls.clear();
+            m_numbers.clear();
+            m_ulLive.store(0, std::memory_order_relaxed);
+            m_journal.flush();
+        });
     m_loop.stop();
+    m_journal.getWriter().close();
+}
+
+void RoutingCallEngine::drain()
+{
+    takeCalls(false);
+    m_bDraining = true;
+    post(
+        [this]
+        {
+            if (isDrained() && m_drainedHandler)
+            {
+                m_drainedHandler();
+            }
+        });
 }
 
 GatewayCall* RoutingCallEngine::find(std::uint64_t in_ulCall)
@@ -123,56 +137,128 @@ GatewayCall* RoutingCallEngine::find(std::uint64_t in_ulCall)
     return it == m_calls.end() ? nullptr : it->second.get();
 }
 
+GatewayCall* RoutingCallEngine::find(const std::string& in_strId)
+{
+    const auto it = m_numbers.find(in_strId);
+    return it == m_numbers.end() ? nullptr : find(it->second);
+}
+
 CallInInterface* RoutingCallEngine::newInCall(InCallLeg* in_pLeg, const char* in_szCallId)
 {
     const std::uint64_t ulCall = m_ulTotal.fetch_add(1, std::memory_order_relaxed) + 1;
+    m_ulLive.fetch_add(1, std::memory_order_relaxed);
     // Shared, since a job must be copyable; the call takes the leg out.
     auto pHolder = std::make_shared<std::unique_ptr<InCallLeg>>(in_pLeg);
-    const bool bPosted = m_loop.post(
-        [this, ulCall, pHolder, strCallId = std::string(in_szCallId)] {
+    const bool bPosted = post(
+        [this, ulCall, pHolder, strCallId = std::string(in_szCallId)]
+        {
+            m_journal.opened(strCallId, 0);
+            m_numbers.emplace(strCallId, ulCall);
             m_calls.emplace(ulCall,
                             std::make_unique<GatewayCall>(m_loop, ulCall, strCallId, std::move(*pHolder)));
         });
     if (!bPosted)
     {
+        m_ulLive.fetch_sub(1, std::memory_order_relaxed);
         return nullptr;
     }
-    m_ulLive.fetch_add(1, std::memory_order_relaxed);
     return new Incoming(*this, ulCall);
 }
 
-bool RoutingCallEngine::snapshot(std::function<void(std::vector<CallSnapshot>)> in_receiver)
+void RoutingCallEngine::ended(std::uint64_t in_ulCall)
 {
-    return m_loop.post(
-        [this, receiver = std::move(in_receiver)]
-        {
-            std::vector<CallSnapshot> calls;
-            calls.reserve(m_calls.size());
-            for (const auto& [number, pCall] : m_calls)
-            {
-                calls.push_back({number,
-                                 GatewayCall::getStateName(pCall->getState()),
-                                 pCall->getLeg().getParameterOr("sip.in.from.uri", ""),
-                                 pCall->getLeg().getParameterOr("sip.in.requestUri", ""),
-                                 pCall->getRouteName(),
-                                 pCall->getInvited()});
-            }
-            receiver(std::move(calls));
-        });
+    const auto it = m_calls.find(in_ulCall);
+    if (it == m_calls.end())
+    {
+        return;
+    }
+    record(*it->second);
+    m_numbers.erase(it->second->getCallId());
+    m_calls.erase(it);
+    m_ulLive.fetch_sub(1, std::memory_order_relaxed);
+    if (isDrained() && m_drainedHandler)
+    {
+        m_drainedHandler();
+    }
 }
 
-bool RoutingCallEngine::hangup(std::uint64_t in_ulCall, std::function<void(bool)> in_receiver)
+void RoutingCallEngine::record(GatewayCall& io_call)
 {
-    return m_loop.post(
-        [this, in_ulCall, receiver = std::move(in_receiver)]
-        {
-            GatewayCall* pCall = find(in_ulCall);
-            if (pCall != nullptr)
-            {
-                pCall->hangup();
-            }
-            receiver(pCall != nullptr);
-        });
+    const bool bHadMedia = io_call.hadMedia();
+    m_journal.closed(io_call.released(), bHadMedia);
+}
+
+std::vector<CallView> RoutingCallEngine::viewCalls() const
+{
+    std::vector<CallView> vCalls;
+    vCalls.reserve(m_calls.size());
+    for (const auto& [ulCall, pCall] : m_calls)
+    {
+        vCalls.push_back(pCall->getView());
+    }
+    return vCalls;
+}
+
+CommandResult RoutingCallEngine::hangUp(const std::string& in_strId)
+{
+    GatewayCall* pCall = find(in_strId);
+    if (pCall == nullptr)
+    {
+        return {CommandResult::NO_SUCH_CALL, "There is no call " + in_strId + "."};
+    }
+    // One that is ending already has what was asked for.
+    pCall->hangup();
+    return {};
+}
+
+CommandResult RoutingCallEngine::sendInfo(const std::string& in_strId,
+                                          const std::vector<Parameter>& in_vParameters)
+{
+    GatewayCall* pCall = find(in_strId);
+    if (pCall == nullptr)
+    {
+        return {CommandResult::NO_SUCH_CALL, "There is no call " + in_strId + "."};
+    }
+    if (pCall->getState() != GatewayCall::State::ANSWERED)
+    {
+        return {CommandResult::WRONG_STATE,
+                std::string("INFO goes to answered calls; this one is ") +
+                    GatewayCall::getStateName(pCall->getState()) + "."};
+    }
+    if (!pCall->sendInfo(in_vParameters))
+    {
+        return {CommandResult::UNAVAILABLE, "The network interface takes no commands any more."};
+    }
+    return {};
+}
+
+void RoutingCallEngine::streamEnded(const StreamStatistics& in_statistics)
+{
+    post([this, statistics = in_statistics] { m_journal.streamEnded(statistics); });
+}
+
+void RoutingCallEngine::playEnded(const std::string& /*in_strCallId*/)
+{
+    // Files of services are repeated, so none ends.
+}
+
+void RoutingCallEngine::digitReceived(const std::string& in_strCallId, unsigned in_uiIndex, char in_cDigit)
+{
+    static const Logger s_logger("quorvex.gateway.CallEngine");
+    QLOG_DEBUG(s_logger, "call " << in_strCallId << ", leg " << in_uiIndex << ": digit " << in_cDigit);
+}
+
+void RoutingCallEngine::collect(MetricsPage& io_page)
+{
+    io_page.gauge("quorvex_calls", static_cast<double>(getLiveCalls()), "Calls that are alive.");
+    io_page.counter("quorvex_calls_total", getTotalCalls(), "Calls since the start.");
+    io_page.gauge("quorvex_takes_calls", takesCalls() ? 1 : 0, "Whether new calls are taken.");
+    io_page.counter(
+        "quorvex_cdr_written_total", m_journal.getWriter().getWrittenCount(), "Call records written.");
+    io_page.counter("quorvex_cdr_lost_total",
+                    m_journal.getWriter().getLostCount(),
+                    "Call records that could not be written.");
+    m_journal.getMetrics().collect(io_page);
 }
 
 }  // namespace Quorvex

@@ -9,77 +9,86 @@
 #include <string>
 #include <vector>
 
-#include "CdrWriter.h"
+#include "CallControl.h"
+#include "CallJournal.h"
 #include "EngineLoop.h"
 #include "GatewayCall.h"
 #include "Route.h"
 #include "infra/Logger.h"
+#include "media/MediaStatistics.h"
 #include "quorvex/CallInterface.h"
 
 namespace Quorvex
 {
 
-/// What is told of a call to those who watch from outside.
-struct CallSnapshot
-{
-    std::uint64_t m_ulNumber = 0;
-    std::string m_strState;
-    std::string m_strFrom;
-    std::string m_strTo;
-    std::string m_strRoute;
-    std::chrono::system_clock::time_point m_invited;
-};
-
 /// The gateway's call engine: routes the calls that arrive to services. All its work is done on a thread of
-/// its own; what comes from the network interface's thread is only queued.
-class RoutingCallEngine : public CallEngine
+/// its own; what comes from the network interface's and the media engine's threads is only queued.
+class RoutingCallEngine : public CallEngine, public MediaObserver, public MetricsSource
 {
 public:
-    RoutingCallEngine();
+    RoutingCallEngine() = default;
     RoutingCallEngine(const RoutingCallEngine&) = delete;
     RoutingCallEngine& operator=(const RoutingCallEngine&) = delete;
     ~RoutingCallEngine() override;
 
-    /// Before start().
-    bool openCdr(const std::string& in_strFile, std::string& out_strError)
-    {
-        return m_cdrWriter.open(in_strFile, out_strError);
-    }
+    /// Where records of ended calls go. Before start().
+    CdrWriter& getCdrWriter() { return m_journal.getWriter(); }
     /// Routes for the calls that come from now on; any thread.
     void setRoutes(std::shared_ptr<const RouteTable> in_pRoutes);
+    /// Called on the engine's thread when the last call has ended after drain(). Before start().
+    void setDrainedHandler(EngineLoop::Job in_handler) { m_drainedHandler = std::move(in_handler); }
 
     void start();
-    /// Deletes what calls are left and ends the thread; the network interface has ended before.
+    /// Records what calls are left and ends the thread; the network interface has ended before. Repeatable.
     void stop();
 
-    CallInInterface* newInCall(InCallLeg* in_pLeg, const char* in_szCallId) override;
+    /// From now on new calls are taken, or refused as unavailable (as they are at first). Any thread.
+    void takeCalls(bool in_bTake) { m_bTakesCalls.store(in_bTake, std::memory_order_relaxed); }
+    bool takesCalls() const { return m_bTakesCalls.load(std::memory_order_relaxed); }
+    /// Takes no new calls for good; the handler is called when there are none left. Any thread.
+    void drain();
+    /// Whether it is drained: no call is left and none will come.
+    bool isDrained() const { return m_bDraining && getLiveCalls() == 0; }
 
-    /// Asks for a description of all calls; the answer is given on the engine's thread. False when it does
-    /// not run.
-    bool snapshot(std::function<void(std::vector<CallSnapshot>)> in_receiver);
-    /// Hangs a call up; the answer says whether there is such a call. False when the engine does not run.
-    bool hangup(std::uint64_t in_ulCall, std::function<void(bool)> in_receiver);
     /// Calls that are alive, and all since the start; any thread.
     std::uint64_t getLiveCalls() const { return m_ulLive.load(std::memory_order_relaxed); }
     std::uint64_t getTotalCalls() const { return m_ulTotal.load(std::memory_order_relaxed); }
-    /// Runs a job on the engine's thread. False when it does not run.
+
+    /// Runs a job on the engine's thread. False when it does not run. The operations below are for such jobs.
     bool post(EngineLoop::Job in_job) { return m_loop.post(std::move(in_job)); }
+    std::vector<CallView> viewCalls() const;
+    CommandResult hangUp(const std::string& in_strId);
+    CommandResult sendInfo(const std::string& in_strId, const std::vector<Parameter>& in_vParameters);
+
+    CallInInterface* newInCall(InCallLeg* in_pLeg, const char* in_szCallId) override;
+
+    void streamEnded(const StreamStatistics& in_statistics) override;
+    void playEnded(const std::string& in_strCallId) override;
+    void digitReceived(const std::string& in_strCallId, unsigned in_uiIndex, char in_cDigit) override;
+
+    void collect(MetricsPage& io_page) override;
 
 private:
     class Incoming;
 
     GatewayCall* find(std::uint64_t in_ulCall);
+    GatewayCall* find(const std::string& in_strId);
+    void ended(std::uint64_t in_ulCall);
+    void record(GatewayCall& io_call);
     std::shared_ptr<const RouteTable> routes() const;
 
-    const Logger m_logger;
     mutable std::mutex m_routesMutex;
-    std::shared_ptr<const RouteTable> m_pRoutes;
+    std::shared_ptr<const RouteTable> m_pRoutes = std::make_shared<const RouteTable>();
     std::atomic<std::uint64_t> m_ulLive{0};
     std::atomic<std::uint64_t> m_ulTotal{0};
-    // The loop's own.
-    CdrWriter m_cdrWriter;
-    std::map<std::uint64_t, std::unique_ptr<GatewayCall>> m_calls;
+    std::atomic<bool> m_bTakesCalls{false};
+    std::atomic<bool> m_bDraining{false};
+    EngineLoop::Job m_drainedHandler;
     EngineLoop m_loop;
+    // The loop's own.
+    CallJournal m_journal{m_loop};
+    std::map<std::uint64_t, std::unique_ptr<GatewayCall>> m_calls;
+    std::map<std::string, std::uint64_t, std::less<>> m_numbers;
 };
 
 }  // namespace Quorvex
