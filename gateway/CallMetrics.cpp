@@ -1,0 +1,103 @@
+#include "CallMetrics.h"
+
+#include <chrono>
+
+#include "infra/RegistrationSingleton.h"
+#include "media/MediaStatistics.h"
+
+namespace Quorvex
+{
+
+namespace
+{
+
+double secondsBetween(CallRecord::Time in_from, CallRecord::Time in_to)
+{
+    // The wall clock may have been set back between the two.
+    return std::max(0.0, std::chrono::duration<double>(in_to - in_from).count());
+}
+
+}  // namespace
+
+void CallMetrics::ended(const CallRecord& in_record)
+{
+    if (in_record.m_answered)
+    {
+        m_answerSeconds.observe(secondsBetween(in_record.m_invited, *in_record.m_answered));
+        m_talkSeconds.observe(secondsBetween(*in_record.m_answered, in_record.m_ended));
+    }
+    if (in_record.m_rtp && in_record.m_rtp->m_fMos > 0)
+    {
+        m_mos.observe(in_record.m_rtp->m_fMos);
+    }
+    const std::lock_guard lock(m_mutex);
+    ++m_outcomes[{in_record.m_direction, in_record.m_uiStatus, in_record.m_endedBy}];
+    if (in_record.m_answered && in_record.m_rtp)
+    {
+        const bool bSent = in_record.m_rtp->m_ui64Sent > 0;
+        const bool bReceived = in_record.m_rtp->m_ui64Received > 0;
+        m_ui64OneWay += bSent != bReceived ? 1 : 0;
+        m_ui64Silent += !bSent && !bReceived ? 1 : 0;
+    }
+}
+
+void CallMetrics::collect(MetricsPage& io_page)
+{
+    {
+        const std::lock_guard lock(m_mutex);
+        io_page.family("quorvex_legs_ended_total",
+                       "counter",
+                       "Legs of calls that have ended, by direction, final SIP status and who ended them.");
+        for (const auto& [outcome, count] : m_outcomes)
+        {
+            const auto& [direction, uiStatus, endedBy] = outcome;
+            const std::string strStatus = std::to_string(uiStatus);
+            io_page.sample(
+                count,
+                {
+                    {"direction", toText(direction)},
+                    {"status",    strStatus        },
+                    {"ended_by",  toText(endedBy)  }
+            });
+        }
+        io_page.counter("quorvex_streams_one_way_total",
+                        m_ui64OneWay,
+                        "Answered legs whose audio went in one direction only.");
+        io_page.counter("quorvex_streams_silent_total", m_ui64Silent, "Answered legs without any audio.");
+    }
+    m_answerSeconds.write(io_page, "quorvex_answer_seconds", "From the INVITE to the answer.");
+    m_talkSeconds.write(io_page, "quorvex_talk_seconds", "From the answer to the end.");
+    m_mos.write(io_page, "quorvex_stream_mos", "Estimated mean opinion score of what was received.");
+}
+
+void MediaMetrics::collect(MetricsPage& io_page)
+{
+    const auto hSource =
+        RegistrationSingleton::instance().lookup("TONE_PLAYER_FACTORY").dynamicCast<MediaStatisticsSource>();
+    if (hSource.isNull())
+    {
+        return;
+    }
+    const MediaTotals totals = hSource->getTotals();
+    io_page.gauge(
+        "quorvex_rtp_endpoints", static_cast<double>(totals.m_ui64Endpoints), "Live media endpoints.");
+    io_page.gauge(
+        "quorvex_rtp_port_pairs", static_cast<double>(totals.m_ui64PortPairs), "RTP and RTCP port pairs.");
+    io_page.gauge("quorvex_rtp_free_port_pairs",
+                  static_cast<double>(totals.m_ui64FreePortPairs),
+                  "RTP and RTCP port pairs that are free.");
+    io_page.counter(
+        "quorvex_rtp_received_packets_total", totals.m_ui64PacketsReceived, "RTP packets received.");
+    io_page.counter("quorvex_rtp_sent_packets_total", totals.m_ui64PacketsSent, "RTP packets sent.");
+    io_page.counter("quorvex_rtp_dropped_packets_total",
+                    totals.m_ui64PacketsDropped,
+                    "Datagrams on RTP ports that were no acceptable RTP.");
+    io_page.counter("quorvex_rtp_capacity_failures_total",
+                    totals.m_ui64CapacityFailures,
+                    "Endpoints that could not be had.");
+    io_page.counter("quorvex_rtp_late_ticks_total",
+                    totals.m_ui64LateTicks,
+                    "Ticks of the media clock that came more than 20 ms late.");
+}
+
+}  // namespace Quorvex

@@ -1,0 +1,41 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <mutex>
+#include <tuple>
+
+#include "CallRecord.h"
+#include "Metrics.h"
+
+namespace Quorvex
+{
+
+/// What the records of ended calls add up to. Any thread.
+class CallMetrics : public MetricsSource
+{
+public:
+    void ended(const CallRecord& in_record);
+    void collect(MetricsPage& io_page) override;
+
+private:
+    /// Direction, SIP status, who ended it.
+    using Outcome = std::tuple<CallRecord::Direction, unsigned int, CallRecord::EndedBy>;
+
+    std::mutex m_mutex;
+    std::map<Outcome, std::uint64_t> m_outcomes;
+    std::uint64_t m_ui64OneWay = 0;
+    std::uint64_t m_ui64Silent = 0;
+    Histogram m_answerSeconds{0.01, 0.05, 0.1, 0.5, 1, 2, 5, 10, 20, 30, 60, 120};
+    Histogram m_talkSeconds{1, 5, 10, 30, 60, 180, 600, 1800, 3600};
+    Histogram m_mos{1.5, 2, 2.5, 3, 3.5, 3.8, 4, 4.2, 4.4};
+};
+
+/// The media engine's figures, and how many RTP ports are free; none while no media engine is published.
+class MediaMetrics : public MetricsSource
+{
+public:
+    void collect(MetricsPage& io_page) override;
+};
+
+}  // namespace Quorvex

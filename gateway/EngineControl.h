@@ -1,0 +1,41 @@
+#pragma once
+
+#include <functional>
+
+#include "CallControl.h"
+#include "RoutingCallEngine.h"
+#include "oam/OMReporter.h"
+
+namespace Quorvex
+{
+
+/// The operators' commands, brought to the call engine's thread and the network interface, which must both
+/// outlive it. Any thread but theirs: an answer is waited for, for a bounded time.
+class EngineControl : public CallControl
+{
+public:
+    explicit EngineControl(RoutingCallEngine& in_engine) : m_engine(in_engine) {}
+
+    /// Whose description describe() gives; null while there is none. Returns when nobody asks the former one
+    /// any more.
+    void setReporter(OMReporter* in_pReporter);
+
+    bool takesCalls() const override { return m_engine.takesCalls(); }
+    std::string describe() override;
+    std::vector<CallView> getCalls() override;
+    CommandResult placeCall(const CallLegInfo& in_leg, const ParameterTrie& in_options) override;
+    CommandResult hangUp(const std::string& in_strId) override;
+    CommandResult sendInfo(const std::string& in_strId,
+                           const std::vector<Parameter>& in_vParameters) override;
+    CommandResult transfer(const std::string& in_strId, const CallLegInfo& in_leg) override;
+    CommandResult drain() override;
+
+private:
+    CommandResult command(std::function<CommandResult(RoutingCallEngine&)> in_command);
+
+    RoutingCallEngine& m_engine;
+    std::mutex m_reporterMutex;
+    OMReporter* m_pReporter = nullptr;
+};
+
+}  // namespace Quorvex
