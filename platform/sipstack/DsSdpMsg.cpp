@@ -67,7 +67,7 @@ void DsSdpMediaDescription::appendTo(std::string& io_strText) const
 
 DsHandle<DsSdpMsg> DsSdpMsg::parse(std::string_view in_text)
 {
-    const auto hMsg = makeDs<DsSdpMsg>();
+    auto hMsg = makeDs<DsSdpMsg>();
     bool bAnyLine = false;
     for (std::size_t uiLine = 1; !in_text.empty(); ++uiLine)
     {

@@ -54,6 +54,7 @@ private:
         RtpMediaConfigData m_config;
     };
 
+    // NOLINTNEXTLINE(readability-identifier-naming): the name that the log shows
     bool initLocal_i(const MediaEndpointCapacity& in_capacity,
                      const ROConfiguration& in_config,
                      Media::StreamMode in_mode);

@@ -80,6 +80,7 @@ private:
         if (::Quorvex::Sdp::getSummaryLogger().isEnabled(in_level))                                   \
         {                                                                                             \
             std::ostringstream quorvexText_;                                                          \
+            /* NOLINTNEXTLINE(bugprone-macro-parentheses): a chain of << */                           \
             quorvexText_ << "SDP : " << in_expression;                                                \
             ::Quorvex::Sdp::getSummaryLogger().log(in_level, quorvexText_.str(), __FILE__, __LINE__); \
         }                                                                                             \
