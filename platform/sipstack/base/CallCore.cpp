@@ -90,8 +90,9 @@ private:
             return;
         }
         const auto status = in_hResponse->getStatusCode();
-        MessageBridge::reply(m_pIrq, in_hResponse,
-                             status < 300 ? m_call.m_agent.contactFor(m_pNew->getPort()) : std::string());
+        m_pNew->rememberSdp(in_hResponse);
+        MessageBridge::reply(m_pIrq, in_hResponse, status < 300 ? m_pNew->getContact() : std::string(),
+                             status >= 200 && status < 300 ? m_pNew->acceptSession(m_pIrq) : std::string());
         if (status >= 300)
         {
             m_bAnswered = true;
@@ -152,12 +153,12 @@ CallCore::~CallCore() = default;
 
 int CallCore::offerReplaces(DialogCore& in_replaced, nta_incoming_t* in_pIrq, const sip_t* in_pSip)
 {
-    auto dialog = DialogCore::fromInvite(m_agent, *this, in_pIrq, in_pSip);
+    const auto invite = m_agent.bridge().fromRequest(in_pIrq).dynamicCast<DsSipInviteMessage>();
+    auto dialog = DialogCore::fromInvite(m_agent, *this, in_pIrq, in_pSip, invite->getLocalAddress());
     if (!dialog)
     {
         return 500;
     }
-    const auto invite = m_agent.bridge().fromRequest(in_pIrq).dynamicCast<DsSipInviteMessage>();
     m_vOffers.push_back(std::make_unique<ReplacesOffer>(*this, in_pIrq, dialog));
     onDialogReplaces(in_replaced, *dialog, invite);
     return 0;

@@ -22,7 +22,16 @@ StaticLogger s_logger("quorvex.sip.Dialog");
 }  // namespace
 
 DialogCore::DialogCore(SipAgent& in_agent, DialogOwner& in_owner)
-    : m_agent(in_agent), m_pAgent(in_agent.weak_from_this()), m_pOwner(&in_owner)
+    : m_agent(in_agent),
+      m_pAgent(in_agent.weak_from_this()),
+      m_pOwner(&in_owner),
+      m_session(
+          in_agent.thread(), [this] { refreshSession(); },
+          [this] {
+              const auto self = shared_from_this();
+              m_pOwner->onDialogSessionTimeOut(*this);
+              lose("the session was not refreshed in time");
+          })
 {
     m_agent.dialogCreated();
 }
@@ -30,10 +39,12 @@ DialogCore::DialogCore(SipAgent& in_agent, DialogOwner& in_owner)
 DialogCore::~DialogCore() = default;
 
 std::shared_ptr<DialogCore> DialogCore::fromInvite(SipAgent& in_agent, DialogOwner& in_owner, nta_incoming_t* in_pIrq,
-                                                   const sip_t* in_pSip)
+                                                   const sip_t* in_pSip, const DsInetAddress& in_local)
 {
     auto dialog = std::make_shared<DialogCore>(in_agent, in_owner);
     dialog->m_strPort = in_agent.portOf(in_pIrq);
+    dialog->m_strContact = in_agent.contactFor(dialog->m_strPort, in_local);
+    dialog->m_bUpdateAllowed = sip_is_allowed(in_pSip->sip_allow, SIP_METHOD_UPDATE) != 0;
     const char* const tag = nta_incoming_tag(in_pIrq, nullptr);
     dialog->m_strLocalTag = tag != nullptr ? tag : "";
 
@@ -64,10 +75,12 @@ std::shared_ptr<DialogCore> DialogCore::fromInvite(SipAgent& in_agent, DialogOwn
 }
 
 std::shared_ptr<DialogCore> DialogCore::fromResponse(SipAgent& in_agent, DialogOwner& in_owner, const sip_t* in_pSip,
-                                                     const std::string& in_strPort)
+                                                     const std::string& in_strPort,
+                                                     const std::string& in_strContact)
 {
     auto dialog = std::make_shared<DialogCore>(in_agent, in_owner);
     dialog->m_strPort = in_strPort;
+    dialog->m_strContact = in_strContact;
     dialog->m_pLeg = nta_leg_tcreate(in_agent.nta(), &LegHandler::callback, dialog.get(),
                                      SIPTAG_FROM(in_pSip->sip_from), SIPTAG_TO(in_pSip->sip_to),
                                      SIPTAG_CALL_ID(in_pSip->sip_call_id), SIPTAG_CSEQ(in_pSip->sip_cseq), TAG_END());
@@ -125,6 +138,7 @@ void DialogCore::end()
     m_byeTimer.stop();
     m_reinviteTimer.stop();
     m_retryTimer.stop();
+    m_session.stop();
     if (m_pByeIrq != nullptr)
     {
         nta_incoming_treply(m_pByeIrq, SIP_200_OK, TAG_END());
@@ -181,6 +195,7 @@ void DialogCore::hangup(const DsHandle<DsSipRequest>& in_hBye)
         finishReinvite();
     }
     m_retryTimer.stop();
+    m_session.stop();
     if (m_bAckDue)
     {
         sendAck(DsHandle<DsSipMessage>());
@@ -240,7 +255,9 @@ bool DialogCore::send(ClientRequest& in_request, sip_method_t in_method, const c
         return false;
     }
     su_home_t home[1] = {SU_HOME_INIT(home)};
-    const OutgoingParts parts(home, in_hMessage);
+    const bool target = in_method == sip_method_invite || in_method == sip_method_update ||
+                        in_method == sip_method_refer || in_method == sip_method_notify;
+    const OutgoingParts parts(home, in_hMessage, target ? m_strContact : std::string());
     const bool made = in_request.take(nta_outgoing_tcreate(
         m_pLeg, &OutgoingHandler::callback, &in_request, nullptr, in_method, in_szMethod, nullptr,
         TAG_IF(!in_strAuthorization.empty(), SIPTAG_HEADER_STR(in_strAuthorization.c_str())),
@@ -325,6 +342,7 @@ int DialogCore::onBye(nta_incoming_t* in_pIrq)
     m_bByePending = true;
     m_state = State::eEnding;
     m_retryTimer.stop();
+    m_session.stop();
     if (m_pReinviteIrq != nullptr)
     {
         if (!m_bReinviteAnswered)
@@ -375,8 +393,23 @@ int DialogCore::onOtherRequest(nta_incoming_t* in_pIrq, const sip_t* in_pSip)
     switch (in_pSip->sip_request->rq_method)
     {
     case sip_method_refer:
-        m_pOwner->onDialogRefer(*this, transaction, request);
+    {
+        const auto hosts = SipAgent::unknownHosts(
+            {in_pSip->sip_refer_to != nullptr ? in_pSip->sip_refer_to->r_url : nullptr, in_pSip->sip_from->a_url,
+             in_pSip->sip_to->a_url});
+        if (hosts.empty())
+        {
+            m_pOwner->onDialogRefer(*this, transaction, request);
+            break;
+        }
+        m_agent.prefetchHosts(hosts, [self = shared_from_this(), transaction, request] {
+            if (self->m_pOwner != nullptr)
+            {
+                self->m_pOwner->onDialogRefer(*self, transaction, request);
+            }
+        });
         break;
+    }
     case sip_method_notify:
         if (in_pSip->sip_event != nullptr && in_pSip->sip_event->o_type != nullptr &&
             su_casematch(in_pSip->sip_event->o_type, "refer") != 0)
@@ -432,8 +465,22 @@ void DialogCore::onRequestOutcome(sip_method_t in_method, const sip_t* in_pSip)
     // RFC 3261 12.2.1.2: the far end does not know the dialog, or has gone.
     if ((status == 481 || status == 408) && m_state == State::eConfirmed)
     {
-        QLOG_INFO(s_logger, "dialog " << m_strCallId << " is ended after " << status << " to a request of ours");
-        hangup(DsHandle<DsSipRequest>());
+        lose("the far end does not know it any more, or has gone");
+    }
+}
+
+void DialogCore::lose(const char* in_szReason)
+{
+    if (m_state != State::eConfirmed || m_pOwner == nullptr)
+    {
+        return;
+    }
+    const auto self = shared_from_this();
+    QLOG_INFO(s_logger, "dialog " << m_strCallId << " is ended: " << in_szReason);
+    hangup(DsHandle<DsSipRequest>());
+    if (m_pOwner != nullptr)
+    {
+        m_pOwner->onDialogLost(*this);
     }
 }
 

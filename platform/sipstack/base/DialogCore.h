@@ -11,6 +11,7 @@
 #include "sipstack/base/Challenges.h"
 #include "sipstack/base/ClientRequest.h"
 #include "sipstack/base/DialogOwner.h"
+#include "sipstack/base/SessionTimer.h"
 #include "sipstack/base/Sofia.h"
 #include "sipstack/base/StackThread.h"
 
@@ -18,6 +19,7 @@ namespace Quorvex
 {
 
 class CallLogger;
+class DsInetAddress;
 class SipAgent;
 
 /// The stack's side of a dialog: the leg of the base library, and the transactions in it. SIP stack thread, except
@@ -42,16 +44,26 @@ public:
 
     /// The dialog of an INVITE that was received (RFC 3261 12.1.1): the request gets its To tag here.
     static std::shared_ptr<DialogCore> fromInvite(SipAgent& in_agent, DialogOwner& in_owner, nta_incoming_t* in_pIrq,
-                                                  const sip_t* in_pSip);
+                                                  const sip_t* in_pSip, const DsInetAddress& in_local);
 
     /// The dialog of a response to an INVITE of ours (RFC 3261 12.1.2).
     static std::shared_ptr<DialogCore> fromResponse(SipAgent& in_agent, DialogOwner& in_owner, const sip_t* in_pSip,
-                                                    const std::string& in_strPort);
+                                                    const std::string& in_strPort, const std::string& in_strContact);
 
     const DsHandle<DsSipDialog>& getHandle() const { return m_hDialog; }
     State getState() const { return m_state.load(std::memory_order_acquire); }  // any thread
     DialogOwner* getOwner() const { return m_pOwner; }
     const std::string& getPort() const { return m_strPort; }
+    /// The Contact for messages of the dialog that have none of their own.
+    const std::string& getContact() const { return m_strContact; }
+
+    /// Our 2xx to an INVITE of the dialog: settles the session timer, and gives header lines for the answer.
+    std::string acceptSession(nta_incoming_t* in_pIrq);
+    /// A 2xx to an INVITE of ours.
+    void agreeSession(const sip_t* in_pSip);
+    /// What we offered or answered last; a refresh of the session repeats it.
+    void rememberSdp(const DsHandle<DsSipMessage>& in_hMessage);
+
     nta_leg_t* getLeg() const { return m_pLeg; }
 
     /// The INVITE was answered 2xx: the dialog stands.
@@ -99,6 +111,8 @@ private:
     void answerBye(const DsHandle<DsSipResponse>& in_hResponse);
     void answerReinvite(const DsHandle<DsSipResponse>& in_hResponse);
     void sendBye(const DsHandle<DsSipRequest>& in_hBye);
+    void refreshSession();
+    void lose(const char* in_szReason);
     void sendReinvite(const DsHandle<DsSipInviteMessage>& in_hInvite);
     bool send(ClientRequest& in_request, sip_method_t in_method, const char* in_szMethod,
               const DsHandle<DsSipMessage>& in_hMessage, const std::string& in_strAuthorization = std::string());
@@ -119,6 +133,7 @@ private:
     std::string m_strRemote;  // To of our requests
     std::string m_strRemoteTag;
     std::string m_strPort;
+    std::string m_strContact;
 
     mutable std::mutex m_mutex;  // guards the one below
     std::string m_strTarget;
@@ -149,6 +164,11 @@ private:
     std::string m_strAckBranch;
     std::string m_strAckAuthorization;
     bool m_bAckDue = false;
+
+    SessionTimer m_session;
+    std::string m_strLocalSdp;
+    bool m_bUpdateAllowed = false;  // by the far end
+    bool m_bRefreshing = false;     // our re-INVITE is the layer's, not the user's
 
     std::function<void(const DsHandle<DsSipResponse>&)> m_inviteAnswer;
     std::unique_ptr<CallLogger> m_pLogger;

@@ -26,6 +26,9 @@ public:
     /// The far end's BYE has been answered. Nothing follows for this dialog.
     virtual void onDialogEnded(DialogCore& in_dialog) = 0;
 
+    /// The layer has ended the dialog of itself; its BYE is on its way, and its answer is of no interest.
+    virtual void onDialogLost(DialogCore& in_dialog) = 0;
+
     virtual void onDialogRequest(DialogCore& in_dialog, const DsHandle<DsSipServerTransaction>& in_hTransaction,
                                  const DsHandle<DsSipRequest>& in_hRequest) = 0;
     virtual void onDialogRefer(DialogCore& in_dialog, const DsHandle<DsSipServerTransaction>& in_hTransaction,

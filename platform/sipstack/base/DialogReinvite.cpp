@@ -1,6 +1,7 @@
 // The re-INVITEs of a dialog, in both directions (RFC 3261 section 14).
 
 #include <random>
+#include <utility>
 
 #include "infra/Logger.h"
 #include "sipstack/DsException.h"
@@ -93,8 +94,14 @@ void DialogCore::answerReinvite(const DsHandle<DsSipResponse>& in_hResponse)
     {
         return;  // cancelled, or the dialog has ended meanwhile
     }
-    MessageBridge::reply(m_pReinviteIrq, in_hResponse, m_agent.contactFor(m_strPort));
     const auto status = in_hResponse->getStatusCode();
+    const bool accepted = status >= 200 && status < 300;
+    if (accepted)
+    {
+        rememberSdp(in_hResponse);
+    }
+    MessageBridge::reply(m_pReinviteIrq, in_hResponse, m_strContact,
+                         accepted ? acceptSession(m_pReinviteIrq) : std::string());
     if (status >= 300)
     {
         finishReinvite();
@@ -119,9 +126,8 @@ void DialogCore::onIncoming(nta_incoming_t* in_pIrq, const sip_t* in_pSip)
         // No ACK for our 2xx: the session is in doubt, the dialog is ended (RFC 3261 14.2, 13.3.1.4).
         const auto invite = m_hReinvite;
         finishReinvite();
-        QLOG_INFO(s_logger, "dialog " << m_strCallId << " is ended: no ACK for the answer to a re-INVITE");
         m_pOwner->onDialogReinviteTimeOut(*this, invite);
-        hangup(DsHandle<DsSipRequest>());
+        lose("no ACK for the answer to a re-INVITE");
         return;
     }
     const sip_method_t method = in_pSip->sip_request->rq_method;
@@ -167,14 +173,15 @@ void DialogCore::sendReinvite(const DsHandle<DsSipInviteMessage>& in_hInvite)
     {
         m_pOurReinvite =
             std::make_unique<ClientRequest>([this](const sip_t* in_pSip) { onReinviteOutcome(in_pSip); });
-        sent = send(*m_pOurReinvite, SIP_METHOD_INVITE, DsHandle<DsSipMessage>(in_hInvite));
+        sent = send(*m_pOurReinvite, SIP_METHOD_INVITE, DsHandle<DsSipMessage>(in_hInvite),
+                    m_session.getInterval() == 0 ? std::string() : m_session.refreshHeaders());
     }
     if (!sent)
     {
         m_pOurReinvite.reset();
         m_hOurReinvite = DsHandle<DsSipInviteMessage>();
         m_bOurReinvitePending = false;
-        if (m_pOwner != nullptr)
+        if (m_pOwner != nullptr && !std::exchange(m_bRefreshing, false))
         {
             m_pOwner->onDialogReinviteTimeOut(*this, in_hInvite);
         }
@@ -188,7 +195,7 @@ void DialogCore::onReinviteOutcome(const sip_t* in_pSip)
     const int status = internal ? 408 : in_pSip->sip_status->st_status;
     if (status < 200)
     {
-        if (m_pOwner != nullptr)
+        if (m_pOwner != nullptr && !m_bRefreshing)
         {
             m_pOwner->onDialogReinviteResponse(
                 *this, m_agent.bridge().fromResponse(m_pOurReinvite->get()).dynamicCast<DsSipResponse>());
@@ -227,7 +234,19 @@ void DialogCore::onReinviteOutcome(const sip_t* in_pSip)
     {
         return;
     }
-    if (internal)
+    if (status < 300)
+    {
+        agreeSession(in_pSip);
+        rememberSdp(DsHandle<DsSipMessage>(invite));
+    }
+    if (std::exchange(m_bRefreshing, false))
+    {
+        if (status < 300)
+        {
+            sendAck(DsHandle<DsSipMessage>());
+        }
+    }
+    else if (internal)
     {
         m_pOwner->onDialogReinviteTimeOut(*this, invite);
     }
@@ -237,8 +256,73 @@ void DialogCore::onReinviteOutcome(const sip_t* in_pSip)
     }
     if (status == 481 || status == 408)
     {
-        hangup(DsHandle<DsSipRequest>());
+        lose("the far end does not know it any more, or has gone");
     }
+}
+
+// ---- the session timer ----------------------------------------------------------------------------------------------
+
+std::string DialogCore::acceptSession(nta_incoming_t* in_pIrq)
+{
+    msg_t* const msg = nta_incoming_getrequest(in_pIrq);
+    const std::string headers = m_session.accept(sip_object(msg), m_agent.config());
+    msg_destroy(msg);
+    return headers;
+}
+
+void DialogCore::agreeSession(const sip_t* in_pSip)
+{
+    if (in_pSip->sip_allow != nullptr)
+    {
+        m_bUpdateAllowed = sip_is_allowed(in_pSip->sip_allow, SIP_METHOD_UPDATE) != 0;
+    }
+    m_session.agree(in_pSip, m_agent.config());
+}
+
+void DialogCore::rememberSdp(const DsHandle<DsSipMessage>& in_hMessage)
+{
+    if (in_hMessage->getBodyLength() != 0 && in_hMessage->getBodyType().equalsIgnoreCase("application/sdp"))
+    {
+        m_strLocalSdp = in_hMessage->getBody();
+    }
+}
+
+void DialogCore::refreshSession()
+{
+    const auto self = shared_from_this();
+    if (m_pOwner == nullptr || m_state != State::eConfirmed)
+    {
+        return;
+    }
+    m_pOwner->onDialogSessionRefresh(*this);
+    if (m_bUpdateAllowed)
+    {
+        auto request = std::make_unique<ClientRequest>(nullptr);
+        request->setCallback([this](const sip_t* in_pSip) {
+            if (!ClientRequest::isInternal(in_pSip) && in_pSip->sip_status->st_status >= 200 &&
+                in_pSip->sip_status->st_status < 300)
+            {
+                m_session.agree(in_pSip, m_agent.config());
+            }
+            onRequestOutcome(sip_method_update, in_pSip);
+        });
+        ClientRequest& reference = *request;
+        m_vRequests.push_back(std::move(request));
+        if (!send(reference, SIP_METHOD_UPDATE, DsHandle<DsSipMessage>(), m_session.refreshHeaders()))
+        {
+            m_vRequests.pop_back();
+        }
+        return;
+    }
+    if (m_bReinvitePending || m_bOurReinvitePending.exchange(true))
+    {
+        return;  // the INVITE under way refreshes the session as well
+    }
+    const auto invite = createRequest("INVITE").dynamicCast<DsSipInviteMessage>();
+    invite->setBody(m_strLocalSdp, "application/sdp");
+    m_bRefreshing = true;
+    m_bReinviteRetried = false;
+    sendReinvite(invite);
 }
 
 }  // namespace Quorvex

@@ -34,7 +34,7 @@ int IncomingCallCore::begin(SipAgent& in_agent, nta_incoming_t* in_pIrq, const s
 {
     const auto core = std::make_shared<IncomingCallCore>(in_agent);
     const auto invite = in_agent.bridge().fromRequest(in_pIrq).dynamicCast<DsSipInviteMessage>();
-    core->m_pDialog = DialogCore::fromInvite(in_agent, *core, in_pIrq, in_pSip);
+    core->m_pDialog = DialogCore::fromInvite(in_agent, *core, in_pIrq, in_pSip, invite->getLocalAddress());
     if (!core->m_pDialog)
     {
         return 500;
@@ -129,8 +129,13 @@ void IncomingCallCore::answer(const DsHandle<DsSipResponse>& in_hResponse, bool 
         m_hHeldAnswer = in_hResponse;
         return;
     }
+    if (status > 100 && status < 300)
+    {
+        m_pDialog->rememberSdp(in_hResponse);
+    }
     MessageBridge::reply(m_pIrq, in_hResponse,
-                         status > 100 && status < 300 ? m_agent.contactFor(m_pDialog->getPort()) : std::string());
+                         status > 100 && status < 300 ? m_pDialog->getContact() : std::string(),
+                         status >= 200 && status < 300 ? m_pDialog->acceptSession(m_pIrq) : std::string());
     if (status >= 300)
     {
         close();
@@ -150,7 +155,8 @@ void IncomingCallCore::sendReliable(const DsHandle<DsSipResponse>& in_hResponse)
         m_vReliableQueue.push_back(in_hResponse);
         return;
     }
-    m_pReliable = MessageBridge::replyReliably(m_pIrq, *this, in_hResponse, m_agent.contactFor(m_pDialog->getPort()));
+    m_pDialog->rememberSdp(in_hResponse);
+    m_pReliable = MessageBridge::replyReliably(m_pIrq, *this, in_hResponse, m_pDialog->getContact());
     if (m_pReliable == nullptr)
     {
         QLOG_ERROR(s_logger, "cannot send a reliable provisional response in call " << m_pDialog->getCallId());
@@ -404,6 +410,15 @@ void IncomingCallCore::onDialogEnded(DialogCore& in_dialog)
     else
     {
         std::erase_if(m_vReplaced, [&](const auto& in_pReplaced) { return in_pReplaced.get() == &in_dialog; });
+    }
+}
+
+void IncomingCallCore::onDialogLost(DialogCore& in_dialog)
+{
+    if (&in_dialog == m_pDialog.get())
+    {
+        m_state = State::eEnding;
+        report(DsHandle<DsSipMessage>());
     }
 }
 

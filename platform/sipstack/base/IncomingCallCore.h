@@ -63,6 +63,7 @@ private:
     void onDialogBye(DialogCore& in_dialog, const DsHandle<DsSipMessage>& in_hBye) override;
     void onDialogByeAnswered(DialogCore& in_dialog, const DsHandle<DsSipMessage>& in_hResponse) override;
     void onDialogEnded(DialogCore& in_dialog) override;
+    void onDialogLost(DialogCore& in_dialog) override;
     void onDialogRequest(DialogCore& in_dialog, const DsHandle<DsSipServerTransaction>& in_hTransaction,
                          const DsHandle<DsSipRequest>& in_hRequest) override;
     void onDialogRefer(DialogCore& in_dialog, const DsHandle<DsSipServerTransaction>& in_hTransaction,

@@ -87,7 +87,8 @@ bool isOwnedByStack(int in_iID)
 }  // namespace
 
 OutgoingParts::OutgoingParts(su_home_t* in_pHome, const DsHandle<DsSipMessage>& in_hMessage,
-                             const std::string& in_strContact, Routes in_routes)
+                             const std::string& in_strContact, Routes in_routes, const std::string& in_strExtra)
+    : m_strHeaders(in_strExtra)
 {
     bool contact = in_strContact.empty();
     if (!in_hMessage.isNil())
@@ -187,7 +188,14 @@ DsHandle<DsSipMessage> MessageBridge::build(msg_t* in_pMsg, tport_t* in_pTranspo
 DsHandle<DsSipMessage> MessageBridge::fromRequest(nta_incoming_t* in_pIrq) const
 {
     msg_t* const msg = nta_incoming_getrequest(in_pIrq);
-    const auto message = build(msg, tport_delivered_by(nta_agent_tports(m_agent.nta()), msg));
+    tport_t* transport = tport_delivered_by(nta_agent_tports(m_agent.nta()), msg);
+    tport_t* const later = transport == nullptr ? nta_incoming_transport(m_agent.nta(), in_pIrq, msg) : nullptr;
+    transport = transport == nullptr ? later : transport;
+    const auto message = build(msg, transport);
+    if (later != nullptr)
+    {
+        tport_unref(later);
+    }
     msg_destroy(msg);
     return message;
 }
@@ -209,10 +217,10 @@ DsHandle<DsSipMessage> MessageBridge::fromResponse(nta_outgoing_t* in_pOrq) cons
 }
 
 void MessageBridge::reply(nta_incoming_t* in_pIrq, const DsHandle<DsSipResponse>& in_hResponse,
-                          const std::string& in_strContact)
+                          const std::string& in_strContact, const std::string& in_strExtra)
 {
     su_home_t home[1] = {SU_HOME_INIT(home)};
-    const OutgoingParts parts(home, in_hResponse, in_strContact);
+    const OutgoingParts parts(home, in_hResponse, in_strContact, OutgoingParts::Routes::eSkip, in_strExtra);
     // The phrase is not copied by the base library; it has to live as long as the response is kept.
     const char* const phrase = SipAgent::keptPhrase(in_hResponse->getStatusCode(), in_hResponse->getReasonPhrase());
     nta_incoming_treply(in_pIrq, static_cast<int>(in_hResponse->getStatusCode()), phrase,

@@ -25,8 +25,10 @@ public:
     };
 
     /// @param in_strContact the Contact for a message that has none; "" for none
+    /// @param in_strExtra header lines of the layer's own
     OutgoingParts(su_home_t* in_pHome, const DsHandle<DsSipMessage>& in_hMessage,
-                  const std::string& in_strContact = std::string(), Routes in_routes = Routes::eSkip);
+                  const std::string& in_strContact = std::string(), Routes in_routes = Routes::eSkip,
+                  const std::string& in_strExtra = std::string());
 
     bool hasHeaders() const { return !m_strHeaders.empty(); }
     const char* headers() const { return m_strHeaders.c_str(); }
@@ -51,7 +53,8 @@ public:
 
     /// Answers a request.
     static void reply(nta_incoming_t* in_pIrq, const DsHandle<DsSipResponse>& in_hResponse,
-                      const std::string& in_strContact = std::string());
+                      const std::string& in_strContact = std::string(),
+                      const std::string& in_strExtra = std::string());
     /// Answers an INVITE provisionally and reliably; null when that cannot be done.
     static nta_reliable_t* replyReliably(nta_incoming_t* in_pIrq, ReliableHandler& in_handler,
                                          const DsHandle<DsSipResponse>& in_hResponse, const std::string& in_strContact);

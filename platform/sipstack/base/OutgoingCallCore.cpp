@@ -24,6 +24,7 @@ StaticLogger s_logger("quorvex.sip.OutgoingCall");
 
 // How long a 2xx that crossed our CANCEL waits for the user to end it before the layer does.
 constexpr unsigned int kCrossingGraceT1 = 4;
+constexpr unsigned long kLongestSession = 86400;  // s
 
 }  // namespace
 
@@ -91,6 +92,8 @@ void OutgoingCallCore::send(const std::string& in_strRoute)
     if (m_pLeg == nullptr)
     {
         m_strPort = m_agent.portFor(invite);
+        m_strContact = m_agent.contactFor(m_strPort, in_strRoute);
+        m_uiSessionExpires = m_agent.config().m_uiSessionExpiresS;
         std::string from = invite->getHeaderValue("From");
         if (invite->getFromTag().empty())
         {
@@ -108,7 +111,8 @@ void OutgoingCallCore::send(const std::string& in_strRoute)
     if (m_pLeg != nullptr)
     {
         su_home_t home[1] = {SU_HOME_INIT(home)};
-        const OutgoingParts parts(home, invite, m_agent.contactFor(m_strPort), OutgoingParts::Routes::eKeep);
+        const OutgoingParts parts(home, invite, m_strContact, OutgoingParts::Routes::eKeep,
+                                  SessionTimer::offer(m_agent.config(), m_uiSessionExpires));
         const std::string cseq = std::to_string(m_uiCSeq) + " INVITE";
         const std::string uri = invite->getRequestURI();
         // A numeric route stays out of the message: it is where to send, not a Route header.
@@ -172,7 +176,7 @@ std::shared_ptr<DialogCore> OutgoingCallCore::dialogOf(const sip_t* in_pSip)
             return dialog;
         }
     }
-    auto dialog = DialogCore::fromResponse(m_agent, *this, in_pSip, m_strPort);
+    auto dialog = DialogCore::fromResponse(m_agent, *this, in_pSip, m_strPort, m_strContact);
     if (dialog)
     {
         m_vDialogs.push_back(dialog);
@@ -249,6 +253,8 @@ void OutgoingCallCore::onSuccess(const sip_t* in_pSip, const DsHandle<DsSipRespo
     m_pDialog->confirm();
     const char* const branch = nta_outgoing_branch(m_pInvite->get());
     m_pDialog->rememberInvite(in_pSip->sip_cseq->cs_seq, branch != nullptr ? branch : "", m_challenges.getHeaders());
+    m_pDialog->rememberSdp(m_hCall->getInvite());
+    m_pDialog->agreeSession(in_pSip);
     m_state = State::eConfirmed;
     m_pInvite.reset();
     // The other early dialogs are over; a 2xx of theirs is acknowledged and ended by the base library.
@@ -271,7 +277,7 @@ void OutgoingCallCore::onSuccess(const sip_t* in_pSip, const DsHandle<DsSipRespo
     reports().succeeded(m_hCall, m_pDialog->getHandle(), in_hResponse);
 }
 
-void OutgoingCallCore::onFailure(int in_iStatus, const sip_t*, const DsHandle<DsSipResponse>& in_hResponse)
+void OutgoingCallCore::onFailure(int in_iStatus, const sip_t* in_pSip, const DsHandle<DsSipResponse>& in_hResponse)
 {
     const auto& invite = m_hCall->getInvite();
     if (!m_bCancelled && m_challenges.answer(in_hResponse, "INVITE", invite->getRequestURI(), m_agent.config().m_vCredentials))
@@ -279,6 +285,17 @@ void OutgoingCallCore::onFailure(int in_iStatus, const sip_t*, const DsHandle<Ds
         // The same call once more, with credentials; what the first attempt made is forgotten.
         ++m_uiCSeq;
         m_lastRSeq.clear();
+        forgetDialogs();
+        send(m_strRoute);
+        return;
+    }
+    if (in_iStatus == 422 && !m_bCancelled && !m_bIntervalRaised && in_pSip->sip_min_se != nullptr &&
+        m_uiSessionExpires != 0 && in_pSip->sip_min_se->min_delta <= kLongestSession)
+    {
+        // RFC 4028 section 7.4: once more, with an interval that the far end can take.
+        m_bIntervalRaised = true;
+        m_uiSessionExpires = std::max(m_uiSessionExpires, static_cast<unsigned int>(in_pSip->sip_min_se->min_delta));
+        ++m_uiCSeq;
         forgetDialogs();
         send(m_strRoute);
         return;
@@ -475,6 +492,15 @@ void OutgoingCallCore::onDialogEnded(DialogCore& in_dialog)
         std::erase(m_hCall->m_vDialogs, in_dialog.getHandle());
     }
     std::erase_if(m_vDialogs, [&](const auto& in_pDialog) { return in_pDialog.get() == &in_dialog; });
+}
+
+void OutgoingCallCore::onDialogLost(DialogCore& in_dialog)
+{
+    if (&in_dialog == m_pDialog.get())
+    {
+        m_state = State::eEnding;
+        report(DsHandle<DsSipMessage>());
+    }
 }
 
 void OutgoingCallCore::onDialogRequest(DialogCore& in_dialog, const DsHandle<DsSipServerTransaction>& in_hTransaction,

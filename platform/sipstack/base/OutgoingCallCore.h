@@ -71,6 +71,7 @@ private:
     void onDialogBye(DialogCore& in_dialog, const DsHandle<DsSipMessage>& in_hBye) override;
     void onDialogByeAnswered(DialogCore& in_dialog, const DsHandle<DsSipMessage>& in_hResponse) override;
     void onDialogEnded(DialogCore& in_dialog) override;
+    void onDialogLost(DialogCore& in_dialog) override;
     void onDialogRequest(DialogCore& in_dialog, const DsHandle<DsSipServerTransaction>& in_hTransaction,
                          const DsHandle<DsSipRequest>& in_hRequest) override;
     void onDialogRefer(DialogCore& in_dialog, const DsHandle<DsSipServerTransaction>& in_hTransaction,
@@ -98,6 +99,9 @@ private:
     std::unique_ptr<ClientRequest> m_pInvite;
     std::string m_strPort;
     std::string m_strRoute;
+    std::string m_strContact;
+    unsigned int m_uiSessionExpires = 0;
+    bool m_bIntervalRaised = false;
     std::uint32_t m_uiCSeq = 1;
     Challenges m_challenges;
     std::vector<std::shared_ptr<DialogCore>> m_vDialogs;

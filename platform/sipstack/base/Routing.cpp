@@ -1,9 +1,11 @@
 // Where requests of ours go, and from which port.
 
+#include <algorithm>
 #include <array>
 #include <random>
 
 #include "net/HostResolver.h"
+#include "net/Net.h"
 #include "sipstack/DsInetAddress.h"
 #include "sipstack/DsSipRequest.h"
 #include "sipstack/base/SipAgent.h"
@@ -119,6 +121,57 @@ std::string SipAgent::portFor(const DsHandle<DsSipRequest>& in_hRequest) const
         fallback = fallback.empty() ? name : fallback;
     }
     return samePort.empty() ? fallback : samePort;
+}
+
+std::string SipAgent::contactFor(const std::string& in_strPort, const std::string& in_strRoute) const
+{
+    DsInetAddress address;
+    boundAddress(in_strPort.c_str(), address);
+    DsInetAddress local;
+    Net::Interface interface;
+    if (address.isAny() && Net::Interface::getForDestination(Target(in_strRoute).m_strHost, interface))
+    {
+        DsInetAddress::parseLiteral(interface.getIPAdress(), 0, local);
+    }
+    return contactFor(in_strPort, local);
+}
+
+std::vector<std::string> SipAgent::unknownHosts(const std::vector<const url_t*>& in_vUrls)
+{
+    std::vector<std::string> hosts;
+    for (const url_t* const url : in_vUrls)
+    {
+        if (url != nullptr && url->url_host != nullptr && (url->url_type == url_sip || url->url_type == url_sips))
+        {
+            std::string host = url->url_host;
+            if (!Net::HostResolver::isAddress(host) && std::find(hosts.begin(), hosts.end(), host) == hosts.end())
+            {
+                hosts.push_back(std::move(host));
+            }
+        }
+    }
+    return hosts;
+}
+
+void SipAgent::prefetchHosts(const std::vector<std::string>& in_vHosts, std::function<void()> in_function)
+{
+    const auto left = std::make_shared<std::atomic<std::size_t>>(in_vHosts.size());
+    const auto shared = std::make_shared<std::function<void()>>(std::move(in_function));
+    for (const auto& host : in_vHosts)
+    {
+        Net::HostResolver::instance().prefetch(
+            host, std::chrono::milliseconds(m_config.m_uiNameTimeoutMs),
+            [left, shared, weak = weak_from_this()](const std::string&) {
+                if (--*left != 0)
+                {
+                    return;
+                }
+                if (const auto agent = weak.lock())
+                {
+                    agent->post([shared] { (*shared)(); });
+                }
+            });
+    }
 }
 
 std::string SipAgent::newTag()

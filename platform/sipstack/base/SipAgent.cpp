@@ -1,5 +1,6 @@
 #include "sipstack/base/SipAgent.h"
 
+#include <algorithm>
 #include <condition_variable>
 #include <cstring>
 #include <mutex>
@@ -17,6 +18,7 @@
 #include "sipstack/base/DialogCore.h"
 #include "sipstack/base/IncomingCallCore.h"
 #include "sipstack/base/ServerTransactionCore.h"
+#include "sipstack/base/SofiaLog.h"
 
 namespace Quorvex
 {
@@ -45,7 +47,6 @@ SipAgent::SipAgent(DsSipStackConfig in_config, DsHandle<DsSipNewCallinterface> i
 {
 }
 
-SipAgent::~SipAgent() = default;
 
 std::shared_ptr<SipAgent> SipAgent::lock(const std::weak_ptr<SipAgent>& in_pAgent)
 {
@@ -64,6 +65,7 @@ bool SipAgent::start(std::string& out_strError)
 
 bool SipAgent::open(su_root_t* in_pRoot, std::string& out_strError)
 {
+    redirectSofiaLog();
     if (m_config.m_vListenPorts.empty())
     {
         out_strError = "no port to listen on: at least one is needed";
@@ -151,6 +153,7 @@ void SipAgent::stop(unsigned int in_uiTimeoutMs)
     };
     const auto self = shared_from_this();
     if (m_thread.post([this, self, finish] {
+            m_vPending.clear();
             const auto calls = m_calls;
             for (const auto& [key, call] : calls)
             {
@@ -179,6 +182,7 @@ void SipAgent::checkEmpty()
 void SipAgent::close()
 {
     m_onEmpty = nullptr;
+    m_vPending.clear();
     const auto calls = m_calls;
     for (const auto& [key, call] : calls)
     {
@@ -253,19 +257,20 @@ const char* SipAgent::keptPhrase(unsigned int in_uiStatusCode, const std::string
     return s_phrases.size() < kMost ? s_phrases.insert(in_strPhrase).first->c_str() : usual;
 }
 
-std::string SipAgent::contactFor(const std::string& in_strPort) const
+std::string SipAgent::contactFor(const std::string& in_strPort, const DsInetAddress& in_local) const
 {
-    for (std::size_t i = 0; i < m_config.m_vListenPorts.size(); ++i)
+    DsInetAddress address;
+    boundAddress(in_strPort.c_str(), address);
+    if (!address.isValid())
     {
-        if (portName(i) == in_strPort)
-        {
-            const DsSipListenPort& port = m_config.m_vListenPorts[i];
-            const std::string user = m_config.m_strContactUser.empty() ? "" : m_config.m_strContactUser + "@";
-            return "<sip:" + user + bracketed(port.m_strAddress) + ":" + std::to_string(port.m_uiPort) +
-                   (port.m_transport == DsSipTransport::eTCP ? ";transport=tcp>" : ">");
-        }
+        return std::string();
     }
-    return std::string();
+    const std::string host = bracketed(address.isAny() && in_local.isValid() ? in_local.getHostAddress()
+                                                                             : address.getHostAddress());
+    const std::size_t i = std::strtoul(in_strPort.c_str() + 1, nullptr, 10);
+    const bool tcp = m_config.m_vListenPorts[i].m_transport == DsSipTransport::eTCP;
+    return "<sip:" + (m_config.m_strContactUser.empty() ? "" : m_config.m_strContactUser + "@") + host + ":" +
+           std::to_string(address.getPort()) + (tcp ? ";transport=tcp>" : ">");
 }
 
 bool SipAgent::checkRequire(nta_incoming_t* in_pIrq, const sip_t* in_pSip) const
@@ -409,11 +414,98 @@ int SipAgent::onInvite(nta_incoming_t* in_pIrq, const sip_t* in_pSip)
     {
         return refuse(in_pIrq, 400, "Missing Contact Header");
     }
-    if (in_pSip->sip_replaces != nullptr)
+    if (const int status = nta_check_session_expires(in_pIrq, in_pSip, m_config.m_uiMinSES, TAG_END()); status != 0)
     {
-        return onReplaces(in_pIrq, in_pSip);
+        ++m_ulRefused;
+        return status;
     }
-    return IncomingCallCore::begin(*this, in_pIrq, in_pSip);
+    return takeInvite(in_pIrq, in_pSip);
+}
+
+/// An INVITE that waits for its host names to be looked up; nothing has been reported of it.
+class SipAgent::PendingInvite final : public IncomingHandler
+{
+public:
+    PendingInvite(SipAgent& in_agent, nta_incoming_t* in_pIrq) : m_agent(in_agent), m_pIrq(in_pIrq)
+    {
+        nta_incoming_bind(in_pIrq, &IncomingHandler::callback, this);
+    }
+    PendingInvite(const PendingInvite&) = delete;
+    PendingInvite& operator=(const PendingInvite&) = delete;
+    ~PendingInvite() { give(SIP_503_SERVICE_UNAVAILABLE); }
+
+    void proceed()
+    {
+        nta_incoming_t* const irq = m_pIrq;
+        m_pIrq = nullptr;
+        nta_incoming_bind(irq, nullptr, nullptr);
+        msg_t* const msg = nta_incoming_getrequest(irq);
+        const int status = m_agent.beginCall(irq, sip_object(msg));
+        msg_destroy(msg);
+        if (status >= 200)
+        {
+            nta_incoming_treply(irq, status, nullptr, TAG_END());
+            nta_incoming_destroy(irq);
+        }
+    }
+
+private:
+    void onIncoming(nta_incoming_t*, const sip_t* in_pSip) override
+    {
+        if (in_pSip != nullptr && in_pSip->sip_request->rq_method == sip_method_cancel)
+        {
+            give(SIP_487_REQUEST_CANCELLED);
+            m_agent.removePending(*this);
+        }
+    }
+
+    void give(int in_iStatus, const char* in_szPhrase)
+    {
+        if (m_pIrq != nullptr)
+        {
+            nta_incoming_treply(m_pIrq, in_iStatus, in_szPhrase, TAG_END());
+            nta_incoming_destroy(m_pIrq);
+            m_pIrq = nullptr;
+        }
+    }
+
+    SipAgent& m_agent;
+    nta_incoming_t* m_pIrq;
+};
+
+SipAgent::~SipAgent() = default;
+
+void SipAgent::removePending(const PendingInvite& in_pending)
+{
+    m_vPending.remove_if([&](const auto& in_pPending) { return in_pPending.get() == &in_pending; });
+}
+
+int SipAgent::takeInvite(nta_incoming_t* in_pIrq, const sip_t* in_pSip)
+{
+    const auto hosts = unknownHosts({in_pSip->sip_request->rq_url, in_pSip->sip_from->a_url, in_pSip->sip_to->a_url});
+    if (hosts.empty())
+    {
+        return beginCall(in_pIrq, in_pSip);
+    }
+    m_vPending.push_back(std::make_unique<PendingInvite>(*this, in_pIrq));
+    const PendingInvite* const pending = m_vPending.back().get();
+    prefetchHosts(hosts, [this, pending] {
+        const auto i = std::find_if(m_vPending.begin(), m_vPending.end(),
+                                    [&](const auto& in_pPending) { return in_pPending.get() == pending; });
+        if (i != m_vPending.end())
+        {
+            const auto taken = std::move(*i);
+            m_vPending.erase(i);
+            taken->proceed();
+        }
+    });
+    return 0;
+}
+
+int SipAgent::beginCall(nta_incoming_t* in_pIrq, const sip_t* in_pSip)
+{
+    return in_pSip->sip_replaces != nullptr ? onReplaces(in_pIrq, in_pSip)
+                                            : IncomingCallCore::begin(*this, in_pIrq, in_pSip);
 }
 
 // RFC 3891 section 3.

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <list>
 #include <memory>
 #include <string>
 #include <unordered_map>
@@ -69,8 +70,16 @@ public:
     /// A reason phrase that lives as long as the program: the one asked for, or the usual one when too many different
     /// ones have been asked for.
     static const char* keptPhrase(unsigned int in_uiStatusCode, const std::string& in_strPhrase);
-    /// The Contact of the layer's own for a port.
-    std::string contactFor(const std::string& in_strPort) const;
+    /// The Contact of the layer's own for a port; the local address takes the place of a port's any-address.
+    std::string contactFor(const std::string& in_strPort, const DsInetAddress& in_local) const;
+    /// The same for a request of ours that goes to a route.
+    std::string contactFor(const std::string& in_strPort, const std::string& in_strRoute) const;
+
+    /// The hosts of SIP URIs that are names.
+    static std::vector<std::string> unknownHosts(const std::vector<const url_t*>& in_vUrls);
+    /// Looks hosts up, so that who asks for them next finds the answer, good or bad; then runs the function, later and
+    /// on the SIP stack thread.
+    void prefetchHosts(const std::vector<std::string>& in_vHosts, std::function<void()> in_function);
 
     /// False when the request requires what the layer does not have; it has been answered then.
     bool checkRequire(nta_incoming_t* in_pIrq, const sip_t* in_pSip) const;
@@ -93,8 +102,12 @@ private:
     bool addPort(su_root_s* in_pRoot, std::size_t in_iPort, std::string& out_strError);
     void close();
     void checkEmpty();
+    class PendingInvite;
+    void removePending(const PendingInvite& in_pending);
 
     int onInvite(nta_incoming_t* in_pIrq, const sip_t* in_pSip);
+    int beginCall(nta_incoming_t* in_pIrq, const sip_t* in_pSip);
+    int takeInvite(nta_incoming_t* in_pIrq, const sip_t* in_pSip);
     int onReplaces(nta_incoming_t* in_pIrq, const sip_t* in_pSip);
     int onOptions(nta_incoming_t* in_pIrq);
     int refuse(nta_incoming_t* in_pIrq, int in_iStatus, const char* in_szPhrase, bool in_bRetryAfter = false);
@@ -111,6 +124,8 @@ private:
     std::unordered_map<const CallCore*, std::shared_ptr<CallCore>> m_calls;
     std::unordered_map<const ServerTransactionCore*, std::shared_ptr<ServerTransactionCore>> m_serverTransactions;
     std::unordered_map<const ClientTransactionCore*, std::shared_ptr<ClientTransactionCore>> m_clientTransactions;
+
+    std::list<std::unique_ptr<PendingInvite>> m_vPending;
 
     std::atomic<std::uint64_t> m_ulInvitesReceived{0};
     std::atomic<std::uint64_t> m_ulInvitesSent{0};
