@@ -49,10 +49,7 @@ DsSipMessage::DsSipMessage(const DsSipMessage& in_other)
     {
         Line copy;
         copy.m_iID = line.m_iID;
-        const bool modified =
-            std::any_of(line.m_vTyped.begin(),
-                        line.m_vTyped.end(),
-                        [](const DsHandle<DsSipHeader>& in_h) { return in_h->m_bModified; });
+        const bool modified = isModified(line);
         store(copy,
               in_other.nameOf(line),
               modified ? in_other.valueOf(line) : std::string(in_other.rawValueOf(line)));
@@ -70,12 +67,17 @@ std::string_view DsSipMessage::rawValueOf(const Line& in_line) const
     return std::string_view(m_strHeaders).substr(in_line.m_uiValue, in_line.m_uiValueLength);
 }
 
-// With m_mutex held, or by the owner.
+// With m_mutex held, or by the owner, as valueOf().
+bool DsSipMessage::isModified(const Line& in_line)
+{
+    return std::any_of(in_line.m_vTyped.begin(),
+                       in_line.m_vTyped.end(),
+                       [](const DsHandle<DsSipHeader>& in_h) { return in_h->m_bModified; });
+}
+
 std::string DsSipMessage::valueOf(const Line& in_line) const
 {
-    if (std::none_of(in_line.m_vTyped.begin(),
-                     in_line.m_vTyped.end(),
-                     [](const DsHandle<DsSipHeader>& in_h) { return in_h->m_bModified; }))
+    if (!isModified(in_line))
     {
         return SipText::unfold(rawValueOf(in_line));
     }
@@ -128,9 +130,7 @@ void DsSipMessage::forgetTyped(int in_iID)
         {
             continue;
         }
-        if (std::any_of(line.m_vTyped.begin(),
-                        line.m_vTyped.end(),
-                        [](const DsHandle<DsSipHeader>& in_h) { return in_h->m_bModified; }))
+        if (isModified(line))
         {
             const std::string name(nameOf(line));
             const std::string value = valueOf(line);
@@ -407,7 +407,7 @@ std::string DsSipMessage::getText() const
             hasLength = true;
             text.append(std::to_string(m_strBody.size()));
         }
-        else if (line.m_vTyped.empty())
+        else if (!isModified(line))
         {
             text.append(rawValueOf(line));
         }

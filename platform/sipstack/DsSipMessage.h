@@ -167,6 +167,7 @@ private:
 
     std::string_view nameOf(const Line& in_line) const;
     std::string_view rawValueOf(const Line& in_line) const;
+    static bool isModified(const Line& in_line);
     std::string valueOf(const Line& in_line) const;
     bool hasName(const Line& in_line, int in_iID, std::string_view in_name) const;
     void store(Line& out_line, std::string_view in_name, std::string_view in_value);
