@@ -359,6 +359,8 @@ void Host::tearDown()
 
 void Host::logMemoryAccounts()
 {
+    // The configuration is the last of what lives from the start to the end.
+    m_hConfig.reset();
     static const Logger s_logger("quorvex.gateway.memory");
     if (!s_logger.isEnabled(eDEBUG_LEVEL))
     {

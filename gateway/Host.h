@@ -54,7 +54,7 @@ private:
     int stop();
     void reload();
     void tearDown();
-    static void logMemoryAccounts();
+    void logMemoryAccounts();
 
     void taskStateChanged(ManageableTask& in_task, Task::State in_newState) override;
     Task::State netIfState() const;

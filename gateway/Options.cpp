@@ -10,7 +10,7 @@ Options::Outcome Options::parse(int in_iArgc, const char* const* in_ppArgv)
 {
     CLI::App app("A SIP telephony gateway: loads its network interface and routes the calls that it carries.",
                  "quorvex-gateway");
-    app.add_option("--config", m_strConfigFile, "the configuration, a TOML file")->required();
+    app.add_option("--config", m_strConfigFile, "the configuration, a TOML file");
     app.add_flag(
         "--check", m_bCheckOnly, "check the configuration and end: 0 when it can be used, 2 when not");
     app.set_version_flag("--version", "quorvex-gateway " QUORVEX_VERSION);
@@ -26,6 +26,12 @@ Options::Outcome Options::parse(int in_iArgc, const char* const* in_ppArgv)
     catch (const CLI::ParseError& error)
     {
         std::cerr << "quorvex-gateway: " << error.what() << " (--help lists the options)\n";
+        return Outcome::BAD;
+    }
+    // Not left to the library: it would speak of the missing option before an unknown one.
+    if (m_strConfigFile.empty())
+    {
+        std::cerr << "quorvex-gateway: --config FILE is required (--help lists the options)\n";
         return Outcome::BAD;
     }
     return Outcome::RUN;

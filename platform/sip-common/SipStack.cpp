@@ -42,8 +42,8 @@ SipStack::~SipStack() = default;
 
 SipStack* SipStack::instance()
 {
-    // Not destroyed: what still uses it while the process ends finds it there.
-    static SipStack* const s_pInstance = new SipStack;
+    // Not destroyed: what still uses it while the process ends finds it there. No part of any memory account.
+    static SipStack* const s_pInstance = ::new SipStack;
     return s_pInstance;
 }
 
@@ -132,6 +132,9 @@ bool SipStack::waitUntilDone()
     {
         // Reports that this causes may ask for the stack: no lock is held.
         stack->stop(kStopTimeoutMs);
+        m_vListenPorts.clear();
+        m_hIdentification = nullptr;
+        m_settings = SipStackSettings();
     }
     return true;
 }

@@ -170,19 +170,20 @@ def baresip_hears_its_echo(build):
         subprocess.run(["sox", "-n", "-r", "8000", "-c", "1", "-b", "16", str(tone), "synth", "30", "sine", "700",
                         "gain", "-6"], check=True)
         sip_port = free_port()
+        rtp_port = free_port() & ~1
         modules = next(Path("/usr/lib").glob("**/baresip/modules"), None)
         check(modules is not None, "baresip's modules are not installed")
         (folder / "config").write_text(
-            f"sip_listen 127.0.0.1:{sip_port}\nmodule_path {modules}\nmodule_tmp account.so\nmodule_app menu.so\n"
-            "module g711.so\nmodule aufile.so\nmodule sndfile.so\nmodule stdio.so\n"
+            f"sip_listen 127.0.0.1:{sip_port}\nnet_interface lo\nmodule_path {modules}\nmodule_tmp account.so\n"
+            "module_app menu.so\nmodule g711.so\nmodule aufile.so\nmodule sndfile.so\n"
             f"audio_source aufile,{tone}\naudio_player aufile,{folder / 'heard.wav'}\naudio_alert aufile,{folder / 'x.wav'}\n"
-            f"snd_path {folder}\nrtp_ports {free_port() & ~1}-{(free_port() & ~1) + 1000}\n", encoding="utf-8")
+            f"snd_path {folder}\nrtp_ports {rtp_port}-{min(rtp_port + 1000, 65534)}\n", encoding="utf-8")
         (folder / "accounts").write_text(
             "<sip:tester@127.0.0.1>;regint=0;audio_codecs=PCMU;catchall=yes\n", encoding="utf-8")
         (folder / "contacts").write_text("", encoding="utf-8")
         done = subprocess.run([program, "-f", str(folder), "-t", "4", "-e",
                                f"/dial sip:echo@127.0.0.1:{gateway.port}"], cwd=folder,
-                              capture_output=True, text=True, timeout=60)
+                              stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=60)
         text = done.stdout + done.stderr
         check("Call established" in text, f"baresip's call was not established:\n{text[-2000:]}")
         recordings = sorted(folder.glob("dump-*-dec.wav"))
