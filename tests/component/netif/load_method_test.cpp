@@ -73,7 +73,7 @@ TEST(LoadMethodTest, FailuresAreReportedAndLeaveNoInstance)
         EXPECT_EQ(load(toHandle(pConfiguration)), nullptr);
         for (const std::string& strError : testCase.m_vErrors)
         {
-            EXPECT_EQ(log.count(strError, eERROR_LEVEL), 1U) << strError;
+            EXPECT_GE(log.count(strError, eERROR_LEVEL), 1U) << strError;
         }
         EXPECT_EQ(log.count("failed to configure sip network interface", eERROR_LEVEL), 1U);
         // One that was left alive would be in the way of this one.
@@ -168,13 +168,14 @@ TEST(LoadMethodTest, LinkedClassForwardsToOneInterface)
     ASSERT_TRUE(netIf.start());
     SipTestPeer peer;
     SipTestCall call(peer, uiPort, "options@peer");
-    call.request("OPTIONS");
     // Sent again until the socket is open.
-    while (peer.receive("200", std::chrono::milliseconds(200)).empty() &&
-           netIf.getTaskState() != Task::STOPPED_STATE)
+    bool bAnswered = false;
+    for (int iTry = 0; iTry < 100 && !bAnswered; ++iTry)
     {
         call.request("OPTIONS");
+        bAnswered = !peer.receive("200", std::chrono::milliseconds(200)).empty();
     }
+    EXPECT_TRUE(bAnswered);
     EXPECT_EQ(netIf.getTaskState(), Task::RUNNING_STATE);
     EXPECT_TRUE(netIf.stop());
     EXPECT_TRUE(netIf.waitUntilDone());

@@ -177,6 +177,10 @@ void SipTestCall::request(const std::string& in_strMethod,
                           const std::string& in_strType)
 {
     ++m_uiCSeq;
+    if (m_strTo.empty())
+    {
+        m_strTo = "<sip:" + m_strUser + "@127.0.0.1>";
+    }
     m_peer.send(m_uiGatewayPort,
                 makeRequest(in_strMethod,
                             m_uiCSeq,

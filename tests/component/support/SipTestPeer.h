@@ -35,8 +35,8 @@ public:
     static std::string header(const std::string& in_strMessage, const std::string& in_strName);
 
 private:
-    int m_iSocket;
     std::uint16_t m_uiPort = 0;
+    const int m_iSocket;  // binding it finds the port
 };
 
 /// One call from a SipTestPeer to the gateway: writes the requests of one dialog.
@@ -49,7 +49,7 @@ public:
     void cancel();
     /// After a response that carries the To tag.
     void ack(const std::string& in_strResponse);
-    /// A request in the dialog.
+    /// A request in the dialog; outside one when there is none yet.
     void request(const std::string& in_strMethod,
                  const std::string& in_strBody = "",
                  const std::string& in_strType = "");
