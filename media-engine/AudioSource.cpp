@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <string_view>
 
 #include "RtpPacket.h"
 #include "media/CTBusTonePlayerFactory.h"
@@ -196,6 +197,31 @@ AudioRecipePtr makeToneRecipe(const ToneDescription& in_tone)
         return nullptr;
     }
     return AudioRecipePtr(new ToneRecipe(in_tone));
+}
+
+AudioRecipePtr makeDigitRecipe(const std::string& in_strDigits, unsigned in_uiDurationMs)
+{
+    static constexpr std::string_view s_digits = "123A456B789C*0#D";
+    static constexpr std::array<double, 4> s_rows = {697, 770, 852, 941};
+    static constexpr std::array<double, 4> s_columns = {1209, 1336, 1477, 1633};
+    ToneDescription tone;
+    tone.m_fLevelDbm0 = -8;
+    tone.m_bRepeat = false;
+    const unsigned uiDurationMs = std::clamp(in_uiDurationMs, 60U, 8000U);
+    for (const char cDigit : in_strDigits)
+    {
+        const std::size_t index = s_digits.find(cDigit);
+        if (index == std::string_view::npos)
+        {
+            return nullptr;
+        }
+        tone.m_vSegments.push_back({
+            {s_rows[index / 4], s_columns[index % 4]},
+            uiDurationMs
+        });
+        tone.m_vSegments.push_back({{}, 80});
+    }
+    return makeToneRecipe(tone);
 }
 
 }  // namespace Quorvex

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "infra/MemAccount.h"
@@ -49,5 +50,9 @@ AudioRecipePtr makeFileRecipe(std::shared_ptr<const SampleVector> in_pSamples, b
 
 /// Null when the description is out of range.
 AudioRecipePtr makeToneRecipe(const ToneDescription& in_tone);
+
+/// Digits as pairs of tones (ITU-T Q.23), one after another with pauses. Null when there is none, or another
+/// character.
+AudioRecipePtr makeDigitRecipe(const std::string& in_strDigits, unsigned in_uiDurationMs);
 
 }  // namespace Quorvex

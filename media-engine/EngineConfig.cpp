@@ -73,6 +73,14 @@ bool EngineConfig::read(const ROConfiguration& in_config, std::string& out_strEr
         return false;
     }
     m_bRtcp = in_config.getBooleanOr("quorvex.rtp.rtcp", true);
+    const std::int64_t iCpaMaxTimeMs = in_config.getIntegerOr("quorvex.media.cpaMaxTimeMs", 10000);
+    if (iCpaMaxTimeMs < 1000 || iCpaMaxTimeMs > 60000)
+    {
+        out_strError =
+            "quorvex.media.cpaMaxTimeMs: " + std::to_string(iCpaMaxTimeMs) + ", expected 1000 to 60000";
+        return false;
+    }
+    m_uiCpaMaxTimeMs = static_cast<unsigned>(iCpaMaxTimeMs);
     m_strRecordingDir = in_config.getStringOr("quorvex.media.recordingDir", ".");
     return true;
 }

@@ -15,6 +15,8 @@ struct EngineConfig
     unsigned m_uiFirstPort = 0;
     unsigned m_uiLastPort = 0;
     bool m_bRtcp = true;
+    /// Call-progress analysis ends after this time at the latest.
+    unsigned m_uiCpaMaxTimeMs = 10000;
     /// Where recordings go.
     std::string m_strRecordingDir;
 

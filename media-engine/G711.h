@@ -17,6 +17,12 @@ enum Law
     A_LAW = 1
 };
 
+/// Whether an RTP payload type is one of the two laws.
+inline bool isPayloadType(unsigned in_uiPayloadType)
+{
+    return in_uiPayloadType == 0 || in_uiPayloadType == 8;
+}
+
 /// The law of payload type 0 or 8.
 inline Law lawOf(unsigned in_uiPayloadType)
 {

@@ -19,13 +19,36 @@ constexpr std::int64_t MAX_CATCH_UP_NS = 200 * NS_PER_MS;
 constexpr std::int64_t FAILURE_LOG_NS = 1000 * NS_PER_MS;
 constexpr int EVENTS = 256;
 
+// What a descriptor's event carries: the endpoint, and which of its two sockets.
+constexpr std::uintptr_t RTCP_TAG = 1;
+static_assert(alignof(RtpEndpoint) > RTCP_TAG);
+
+// What an entry of the wheel is for; the rest of it is the endpoint's number.
+enum TimerKind : unsigned
+{
+    REPORT_TIMER = 0,
+    READ_AGAIN_TIMER = 1,
+    ANALYSIS_TIMER = 2
+};
+
+constexpr unsigned KIND_BITS = 2;
+constexpr std::uint64_t KIND_MASK = 3;
+// How often call-progress analysis looks whether anything comes.
+constexpr unsigned ANALYSIS_TICKS = 2;
+
+std::uint64_t makeEntry(TimerKind in_kind, const RtpEndpoint& in_endpoint)
+{
+    return (std::uint64_t{in_endpoint.getIdentity().m_uiId} << KIND_BITS) | in_kind;
+}
+
 }  // namespace
 
 MediaThread::MediaThread(const EngineConfig& in_config, CommandQueuePtr in_pQueue)
     : m_config(in_config),
       m_pQueue(std::move(in_pQueue)),
       m_ports(in_config.m_strLocalAddress, in_config.m_uiFirstPort, in_config.m_uiLastPort),
-      m_iEpoll(::epoll_create1(EPOLL_CLOEXEC))
+      m_iEpoll(::epoll_create1(EPOLL_CLOEXEC)),
+      m_strSourceName("quorvex@" + in_config.m_strLocalAddress)
 {
     for (unsigned i = 0; i < CLOCKS; ++i)
     {
@@ -69,19 +92,24 @@ void MediaThread::run()
         bool bCommands = false;
         for (int i = 0; i < iCount; ++i)
         {
-            auto* pEndpoint = static_cast<RtpEndpoint*>(events[static_cast<std::size_t>(i)].data.ptr);
-            if (pEndpoint == nullptr)
+            const auto uiTagged =
+                reinterpret_cast<std::uintptr_t>(events[static_cast<std::size_t>(i)].data.ptr);
+            if (uiTagged == 0)
             {
                 bCommands = true;
                 continue;
             }
-            receive(*pEndpoint, i64Now);
+            receive(
+                *reinterpret_cast<RtpEndpoint*>(uiTagged & ~RTCP_TAG), (uiTagged & RTCP_TAG) != 0, i64Now);
         }
+        m_wheel.run(i64Now, [this, i64Now](std::uint64_t in_ui64Entry) { runTimer(in_ui64Entry, i64Now); });
         runClocks(i64Now);
+        runReplans();
         // Last: a command may end an endpoint that has an event.
         if (bCommands)
         {
             runCommands();
+            runReplans();
         }
     }
     closeAll();
@@ -110,28 +138,117 @@ int MediaThread::wait(std::int64_t in_i64Deadline, epoll_event* out_events, int 
     return ::epoll_wait(m_iEpoll, out_events, in_iCount, iTimeout);
 }
 
-void MediaThread::receive(RtpEndpoint& io_endpoint, std::int64_t in_i64Now)
+void MediaThread::receive(RtpEndpoint& io_endpoint, bool in_bRtcp, std::int64_t in_i64Now)
 {
     for (unsigned i = 0; i < BATCH; ++i)
     {
         m_messages[i].msg_hdr.msg_namelen = sizeof(sockaddr_in);
     }
-    const int iCount = ::recvmmsg(io_endpoint.getSocket(), m_messages.data(), BATCH, MSG_DONTWAIT, nullptr);
+    const int iSocket = in_bRtcp ? io_endpoint.getRtcpSocket() : io_endpoint.getSocket();
+    const int iCount = ::recvmmsg(iSocket, m_messages.data(), BATCH, MSG_DONTWAIT, nullptr);
     for (int i = 0; i < iCount; ++i)
     {
         const auto index = static_cast<std::size_t>(i);
+        const SocketAddress from(m_addresses[index]);
+        const std::uint8_t* pData = m_buffers[index].data();
+        const std::size_t uiSize = m_messages[index].msg_len;
         ++m_ui64PacketsReceived;
-        if ((m_messages[index].msg_hdr.msg_flags & MSG_TRUNC) != 0)
+        if (!io_endpoint.isWithinRate(in_i64Now))
+        {
+            // What is more than any stream can be waits in the socket, where it costs the other calls
+            // nothing.
+            io_endpoint.countDropped();
+            setReading(io_endpoint, false);
+        }
+        else if ((m_messages[index].msg_hdr.msg_flags & MSG_TRUNC) != 0)
         {
             io_endpoint.countDropped();
-            continue;
         }
-        io_endpoint.receive(
-            m_buffers[index].data(), m_messages[index].msg_len, SocketAddress(m_addresses[index]), in_i64Now);
+        else if (in_bRtcp)
+        {
+            io_endpoint.receiveRtcp(pData, uiSize, from, in_i64Now);
+        }
+        else
+        {
+            io_endpoint.receive(pData, uiSize, from, in_i64Now);
+        }
     }
     // At most one batch for each socket before the others have their turn: a flood on one does not starve
     // them.
     m_sender.flush();
+}
+
+void MediaThread::setReading(RtpEndpoint& io_endpoint, bool in_bOn)
+{
+    if (io_endpoint.isReading() == in_bOn)
+    {
+        return;
+    }
+    io_endpoint.setReadingState(in_bOn);
+    epoll_event event{};
+    event.events = in_bOn ? EPOLLIN : 0U;
+    event.data.ptr = &io_endpoint;
+    static_cast<void>(::epoll_ctl(m_iEpoll, EPOLL_CTL_MOD, io_endpoint.getSocket(), &event));
+    if (io_endpoint.getRtcpSocket() >= 0)
+    {
+        event.data.ptr = reinterpret_cast<void*>(reinterpret_cast<std::uintptr_t>(&io_endpoint) | RTCP_TAG);
+        static_cast<void>(::epoll_ctl(m_iEpoll, EPOLL_CTL_MOD, io_endpoint.getRtcpSocket(), &event));
+    }
+    if (!in_bOn)
+    {
+        m_wheel.schedule(makeEntry(READ_AGAIN_TIMER, io_endpoint), 1, now());
+    }
+}
+
+void MediaThread::scheduleReport(const RtpEndpoint& in_endpoint)
+{
+    m_wheel.schedule(makeEntry(REPORT_TIMER, in_endpoint), 25 + m_random() % 51, now());
+}
+
+void MediaThread::scheduleAnalysis(const RtpEndpoint& in_endpoint)
+{
+    m_wheel.schedule(makeEntry(ANALYSIS_TIMER, in_endpoint), ANALYSIS_TICKS, now());
+}
+
+void MediaThread::runTimer(std::uint64_t in_ui64Entry, std::int64_t in_i64Now)
+{
+    RtpEndpoint* pEndpoint = findEndpoint(static_cast<std::uint32_t>(in_ui64Entry >> KIND_BITS));
+    if (pEndpoint == nullptr)
+    {
+        return;
+    }
+    switch (in_ui64Entry & KIND_MASK)
+    {
+        case READ_AGAIN_TIMER:
+            setReading(*pEndpoint, true);
+            break;
+        case ANALYSIS_TIMER:
+            if (pEndpoint->passAnalysisTime(in_i64Now))
+            {
+                scheduleAnalysis(*pEndpoint);
+            }
+            break;
+        default:
+            if (pEndpoint->sendReport(in_i64Now))
+            {
+                scheduleReport(*pEndpoint);
+            }
+            break;
+    }
+}
+
+void MediaThread::replanLater(CallGroup& in_group)
+{
+    m_vReplan.push_back(&in_group);
+}
+
+void MediaThread::runReplans()
+{
+    for (CallGroup* pGroup : m_vReplan)
+    {
+        pGroup->replan();
+    }
+    m_vReplan.clear();
 }
 
 void MediaThread::runCommands()
@@ -161,6 +278,10 @@ std::int64_t MediaThread::nextDeadline() const
     };
     std::for_each(m_clocks.begin(), m_clocks.end(), consider);
     consider(m_eventClock);
+    if (!m_wheel.empty() && (i64Next < 0 || m_wheel.getNext() < i64Next))
+    {
+        i64Next = m_wheel.getNext();
+    }
     return i64Next;
 }
 
@@ -251,6 +372,14 @@ bool MediaThread::addSocket(int in_iSocket, RtpEndpoint& in_endpoint)
     return ::epoll_ctl(m_iEpoll, EPOLL_CTL_ADD, in_iSocket, &event) == 0;
 }
 
+void MediaThread::addRtcpSocket(int in_iSocket, RtpEndpoint& in_endpoint)
+{
+    epoll_event event{};
+    event.events = EPOLLIN;
+    event.data.ptr = reinterpret_cast<void*>(reinterpret_cast<std::uintptr_t>(&in_endpoint) | RTCP_TAG);
+    static_cast<void>(::epoll_ctl(m_iEpoll, EPOLL_CTL_ADD, in_iSocket, &event));
+}
+
 void MediaThread::removeSocket(int in_iSocket)
 {
     static_cast<void>(::epoll_ctl(m_iEpoll, EPOLL_CTL_DEL, in_iSocket, nullptr));
@@ -270,6 +399,7 @@ void MediaThread::dropGroupIfUnused(CallGroup& io_group)
 {
     if (io_group.getEndpoints().empty())
     {
+        m_vReplan.erase(std::remove(m_vReplan.begin(), m_vReplan.end(), &io_group), m_vReplan.end());
         m_groups.erase(m_groups.find(io_group.getCallId()));
     }
 }

@@ -16,6 +16,7 @@
 #include "PacketSender.h"
 #include "PortPool.h"
 #include "RtpEndpoint.h"
+#include "TimerWheel.h"
 #include "infra/LimitedObjPtr.h"
 #include "infra/Logger.h"
 #include "media/MediaStatistics.h"
@@ -62,7 +63,20 @@ public:
     PacketSender& getSender() { return m_sender; }
     std::uint32_t random() { return m_random(); }
     bool addSocket(int in_iSocket, RtpEndpoint& in_endpoint);
+    void addRtcpSocket(int in_iSocket, RtpEndpoint& in_endpoint);
     void removeSocket(int in_iSocket);
+    /// Calls the endpoint's sendReport in 2.5 to 7.5 s (RFC 3550 section 6.2), and again as long as it says
+    /// so.
+    void scheduleReport(const RtpEndpoint& in_endpoint);
+    /// Calls the endpoint's passAnalysisTime in a moment, and again as long as it says so.
+    void scheduleAnalysis(const RtpEndpoint& in_endpoint);
+    /// Plans the group anew once what runs now is done.
+    void replanLater(CallGroup& in_group);
+    RecordingWriter& getRecordings() { return m_recordings; }
+    /// Of this host, for RTCP.
+    const std::string& getSourceName() const { return m_strSourceName; }
+    /// Nanoseconds of the steady clock.
+    static std::int64_t now();
     /// Calls the endpoint's onClock every so many milliseconds (10, 20, ... 60), or not any more (0).
     void setClock(RtpEndpoint& in_endpoint, unsigned in_uiPeriodMs);
     void setEventClock(RtpEndpoint& in_endpoint, bool in_bOn);
@@ -81,14 +95,16 @@ private:
         std::vector<RtpEndpoint*> m_vMembers;
     };
 
-    static std::int64_t now();
     CallGroup& groupOf(const std::string& in_strCallId);
     void dropGroupIfUnused(CallGroup& io_group);
     /// In nanoseconds, or -1 for none.
     std::int64_t nextDeadline() const;
     int wait(std::int64_t in_i64Deadline, epoll_event* out_events, int in_iCount);
-    void receive(RtpEndpoint& io_endpoint, std::int64_t in_i64Now);
+    void receive(RtpEndpoint& io_endpoint, bool in_bRtcp, std::int64_t in_i64Now);
+    void setReading(RtpEndpoint& io_endpoint, bool in_bOn);
+    void runTimer(std::uint64_t in_ui64Entry, std::int64_t in_i64Now);
     void runCommands();
+    void runReplans();
     void runClocks(std::int64_t in_i64Now);
     bool isDue(Clock& io_clock, std::int64_t in_i64Now);
     void closeAll();
@@ -107,6 +123,10 @@ private:
     std::unordered_map<std::string, std::unique_ptr<CallGroup>> m_groups;
     std::array<Clock, CLOCKS> m_clocks;
     Clock m_eventClock;
+    TimerWheel m_wheel;
+    const std::string m_strSourceName;
+    std::vector<CallGroup*> m_vReplan;
+    RecordingWriter m_recordings;
 
     std::uint64_t m_ui64PacketsReceived = 0;
     std::uint64_t m_ui64PacketsSent = 0;

@@ -9,7 +9,10 @@
 #include "DirectionConfig.h"
 #include "JitterBuffer.h"
 #include "Latch.h"
+#include "Recorder.h"
+#include "RtcpSession.h"
 #include "RtpPacket.h"
+#include "RxAnalysis.h"
 #include "RxStatistics.h"
 #include "TelephoneEvent.h"
 #include "TxStream.h"
@@ -62,6 +65,8 @@ public:
     CallGroup* getGroup() const { return m_pGroup; }
     bool isOpen() const { return m_iSocket >= 0; }
     int getSocket() const { return m_iSocket; }
+    /// -1 when there is none.
+    int getRtcpSocket() const { return m_pRtcp == nullptr ? -1 : m_pRtcp->getSocket(); }
     std::uint64_t getPacketsSent() const { return m_txStream.getPackets(); }
     std::uint64_t getPacketsDropped() const { return m_ui64Dropped; }
     bool isReceiving() const { return m_rx.m_bStarted; }
@@ -94,6 +99,19 @@ public:
                  std::int64_t in_i64Now);
     /// A datagram on the RTP port that was larger than the engine takes.
     void countDropped() { ++m_ui64Dropped; }
+    /// The same on the RTCP port.
+    void receiveRtcp(const std::uint8_t* in_pData,
+                     std::size_t in_uiSize,
+                     const SocketAddress& in_from,
+                     std::int64_t in_i64Now);
+    /// Time for a report; false when none is due any more.
+    bool sendReport(std::int64_t in_i64Now);
+    /// Time for call-progress analysis to notice that nothing comes; false when it is over.
+    bool passAnalysisTime(std::int64_t in_i64Now);
+    /// Counts a datagram; false when there were so many that the socket is to be left alone for a while.
+    bool isWithinRate(std::int64_t in_i64Now);
+    bool isReading() const { return m_bReading; }
+    void setReadingState(bool in_bReading) { m_bReading = in_bReading; }
     /// A packet that another endpoint received.
     void sendRelayed(const RtpEndpoint& in_from, const RtpPacket& in_packet, std::int64_t in_i64Now);
     /// The clock: time for the next packet.
@@ -136,6 +154,12 @@ private:
                             unsigned in_uiPayloadType,
                             std::size_t in_uiSize);
     void report(bool in_bTaken);
+    void startTaps();
+    void reportAnalysis();
+    void digitHeard(char in_cDigit, unsigned in_uiDurationMs);
+    void sendDigitTones(const std::string& in_strDigits, unsigned in_uiDurationMs);
+    void openRtcp();
+    void sendRtcp(bool in_bBye, std::int64_t in_i64Now);
 
     MediaThread& m_thread;
     const Identity m_identity;
@@ -152,6 +176,13 @@ private:
     RxStatistics m_statistics;
     TelephoneEventReceiver m_eventReceiver;
     std::uint64_t m_ui64Dropped = 0;
+    // Of the window that began then.
+    unsigned m_uiInWindow = 0;
+    std::int64_t m_i64Window = 0;
+    bool m_bReading = true;
+
+    std::unique_ptr<RtcpSession> m_pRtcp;
+    bool m_bReportDue = false;
 
     TxStream m_txStream;
     std::unique_ptr<TelephoneEventSender> m_pEventSender;
@@ -159,10 +190,17 @@ private:
     std::uint32_t m_ui32EventIn = 0;
     std::uint32_t m_ui32EventOut = 0;
 
+    std::unique_ptr<RxAnalysis> m_pAnalysis;
+    // Call-progress analysis is done once in a call.
+    bool m_bAnalysed = false;
+    std::unique_ptr<Recorder> m_pRecorder;
+
     std::unique_ptr<JitterBuffer> m_pJitterBuffer;
     std::vector<JitterBuffer::Cursor> m_vCursors;
     AudioRecipePtr m_pRecipe;
     std::unique_ptr<AudioSource> m_pSource;
+    // Digits as tones, in the place of everything else.
+    std::unique_ptr<AudioSource> m_pTones;
 };
 
 }  // namespace Quorvex

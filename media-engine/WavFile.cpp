@@ -181,6 +181,38 @@ bool WavFile::parse(const std::uint8_t* in_pData,
     return false;
 }
 
+std::array<std::uint8_t, 44> WavFile::makeHeader(unsigned in_uiChannels, std::uint32_t in_ui32DataBytes)
+{
+    std::array<std::uint8_t, 44> header{};
+    std::uint8_t* pNext = header.data();
+    const auto tag = [&pNext](const char* in_szTag)
+    {
+        std::memcpy(pNext, in_szTag, 4);
+        pNext += 4;
+    };
+    const auto number = [&pNext](std::uint32_t in_ui32Value, unsigned in_uiBytes)
+    {
+        for (unsigned i = 0; i < in_uiBytes; ++i)
+        {
+            *pNext++ = static_cast<std::uint8_t>(in_ui32Value >> (8 * i));
+        }
+    };
+    tag("RIFF");
+    number(36 + in_ui32DataBytes, 4);
+    tag("WAVE");
+    tag("fmt ");
+    number(16, 4);
+    number(PCM, 2);
+    number(in_uiChannels, 2);
+    number(8000, 4);
+    number(16000 * in_uiChannels, 4);
+    number(2 * in_uiChannels, 2);
+    number(16, 2);
+    tag("data");
+    number(in_ui32DataBytes, 4);
+    return header;
+}
+
 bool WavFile::load(const std::string& in_strPath, SampleVector& out_samples, std::string& out_strError)
 {
     std::ifstream file(in_strPath, std::ios::binary);

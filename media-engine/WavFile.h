@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <string>
 
 #include "AudioSource.h"
@@ -21,6 +22,9 @@ public:
                       std::size_t in_uiSize,
                       SampleVector& out_samples,
                       std::string& out_strError);
+
+    /// The header of a file of 16-bit PCM at 8 kHz.
+    static std::array<std::uint8_t, 44> makeHeader(unsigned in_uiChannels, std::uint32_t in_ui32DataBytes);
 };
 
 }  // namespace Quorvex

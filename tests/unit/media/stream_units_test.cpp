@@ -1,0 +1,623 @@
+// The rules of packets and streams, one by one, without sockets.
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <map>
+
+#include "AudioSource.h"
+#include "JitterBuffer.h"
+#include "Latch.h"
+#include "Rtcp.h"
+#include "RtpPacket.h"
+#include "RxStatistics.h"
+#include "TelephoneEvent.h"
+#include "TxStream.h"
+#include "WavFile.h"
+#include "media/CTBusTonePlayerFactory.h"
+
+namespace Quorvex::Test
+{
+
+using Bytes = std::vector<std::uint8_t>;
+
+namespace
+{
+
+Bytes makePacket(std::initializer_list<int> in_header, std::size_t in_uiPayload)
+{
+    Bytes vData;
+    for (const int iByte : in_header)
+    {
+        vData.push_back(static_cast<std::uint8_t>(iByte));
+    }
+    vData.resize(std::max<std::size_t>(vData.size(), 12), 0);
+    vData.resize(vData.size() + in_uiPayload, 0x55);
+    return vData;
+}
+
+constexpr std::int64_t MS = 1'000'000;
+
+}  // namespace
+
+TEST(RtpPacketTest, lengthsMustAgree)
+{
+    struct Case
+    {
+        const char* m_szName;
+        Bytes m_vData;
+        // -1: refused.
+        int m_iPayload;
+    };
+    Bytes vPadded = makePacket({0xa0, 0}, 20);
+    vPadded.back() = 4;
+    Bytes vAllPadding = makePacket({0xa0, 0}, 20);
+    vAllPadding.back() = 21;
+    Bytes vNoPadding = makePacket({0xa0, 0}, 20);
+    vNoPadding.back() = 0;
+    // clang-format off
+    for (const Case& aCase : {Case{"plain", makePacket({0x80, 0}, 160), 160},
+                              Case{"no payload", makePacket({0x80, 0}, 0), 0},
+                              Case{"empty", {}, -1},
+                              Case{"eleven bytes", Bytes(11, 0x80), -1},
+                              Case{"version 0", makePacket({0x00, 0}, 20), -1},
+                              Case{"version 1", makePacket({0x40, 0}, 20), -1},
+                              Case{"version 3", makePacket({0xc0, 0}, 20), -1},
+                              Case{"two sources", makePacket({0x82, 0}, 28), 20},
+                              Case{"fifteen sources cut short", makePacket({0x8f, 0}, 59), -1},
+                              Case{"extension of one word",
+                                   makePacket({0x90, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1}, 24), 20},
+                              Case{"extension longer than the packet",
+                                   makePacket({0x90, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xff, 0xff}, 24), -1},
+                              Case{"extension without its header", makePacket({0x90, 0}, 3), -1},
+                              Case{"padding", vPadded, 16},
+                              Case{"more padding than payload", vAllPadding, -1},
+                              Case{"padding of none", vNoPadding, -1},
+                              Case{"RTCP on the RTP port", makePacket({0x80, 200}, 20), -1}})
+    // clang-format on
+    {
+        RtpPacket packet;
+        const bool bParsed = packet.parse(aCase.m_vData.data(), aCase.m_vData.size());
+        EXPECT_EQ(aCase.m_iPayload >= 0, bParsed) << aCase.m_szName;
+        if (bParsed)
+        {
+            EXPECT_EQ(static_cast<std::size_t>(aCase.m_iPayload), packet.m_uiPayloadSize) << aCase.m_szName;
+        }
+    }
+}
+
+TEST(RxStatisticsTest, countsWhatReallyHappened)
+{
+    struct Case
+    {
+        const char* m_szName;
+        std::vector<unsigned> m_vSequence;
+        unsigned m_uiReceived;
+        unsigned m_uiLost;
+        unsigned m_uiDuplicates;
+        unsigned m_uiReordered;
+    };
+    // clang-format off
+    for (const Case& aCase : {Case{"in order", {1, 2, 3, 4}, 4, 0, 0, 0},
+                              Case{"wrap", {65534, 65535, 0, 1}, 4, 0, 0, 0},
+                              Case{"loss", {1, 2, 5, 6}, 4, 2, 0, 0},
+                              Case{"loss over a wrap", {65535, 2}, 2, 2, 0, 0},
+                              Case{"duplicates", {1, 1, 2, 2, 2}, 2, 0, 3, 0},
+                              Case{"overtaken", {1, 3, 2, 4}, 4, 0, 0, 1},
+                              Case{"overtaken over a wrap", {65535, 1, 0, 2}, 4, 0, 0, 1},
+                              Case{"overtaken and then doubled", {1, 3, 2, 2, 4}, 4, 0, 1, 1},
+                              Case{"one stray number", {1, 2, 40000, 3, 4}, 4, 0, 0, 0},
+                              Case{"another range", {1, 2, 40000, 40001, 40002}, 4, 0, 0, 0},
+                              Case{"too old", {1000, 1001, 900, 1002}, 3, 0, 0, 0}})
+    // clang-format on
+    {
+        RxStatistics statistics;
+        std::uint32_t ui32Timestamp = 0;
+        for (const unsigned uiSequence : aCase.m_vSequence)
+        {
+            ui32Timestamp += 160;
+            statistics.update(
+                7, static_cast<std::uint16_t>(uiSequence), ui32Timestamp, ui32Timestamp * NS_PER_SAMPLE);
+        }
+        EXPECT_EQ(aCase.m_uiReceived, statistics.getReceived()) << aCase.m_szName;
+        EXPECT_EQ(aCase.m_uiLost, statistics.getLost()) << aCase.m_szName;
+        EXPECT_EQ(aCase.m_uiDuplicates, statistics.getDuplicates()) << aCase.m_szName;
+        EXPECT_EQ(aCase.m_uiReordered, statistics.getReordered()) << aCase.m_szName;
+    }
+}
+
+TEST(RxStatisticsTest, anotherSourceIsBelievedFromItsSecondPacketOn)
+{
+    RxStatistics statistics;
+    EXPECT_EQ(RxStatistics::ACCEPTED, statistics.update(1, 10, 0, 0));
+    EXPECT_EQ(RxStatistics::ACCEPTED, statistics.update(1, 13, 480, 60 * MS));
+    EXPECT_EQ(RxStatistics::ON_PROBATION, statistics.update(2, 500, 0, 61 * MS));
+    EXPECT_EQ(RxStatistics::ACCEPTED, statistics.update(1, 14, 640, 80 * MS));
+    EXPECT_EQ(RxStatistics::ON_PROBATION, statistics.update(2, 501, 160, 81 * MS));
+    EXPECT_EQ(RxStatistics::ACCEPTED, statistics.update(2, 502, 320, 101 * MS));
+    EXPECT_EQ(2U, statistics.getSsrc());
+    // What the first one lost is not forgotten.
+    EXPECT_EQ(2U, statistics.getLost());
+    EXPECT_EQ(4U, statistics.getReceived());
+    EXPECT_EQ(1U, statistics.getRestarts());
+}
+
+TEST(RxStatisticsTest, jitterIsThatOfTheArrivals)
+{
+    RxStatistics even;
+    RxStatistics uneven;
+    for (unsigned i = 0; i < 500; ++i)
+    {
+        even.update(1, static_cast<std::uint16_t>(i), i * 160, i * 20 * MS);
+        // Every second packet comes 8 ms late: arrivals alternate by 8 ms.
+        uneven.update(1, static_cast<std::uint16_t>(i), i * 160, (i * 20 + (i % 2) * 8) * MS);
+    }
+    EXPECT_NEAR(0, even.getJitterMs(), 0.01);
+    EXPECT_NEAR(8, uneven.getJitterMs(), 0.2);
+}
+
+TEST(RxStatisticsTest, opinionFallsWithLossAndDelay)
+{
+    EXPECT_NEAR(4.4, RxStatistics::estimateMos(0, 20), 0.05);
+    EXPECT_GT(RxStatistics::estimateMos(0.01, 20), RxStatistics::estimateMos(0.05, 20));
+    EXPECT_GT(RxStatistics::estimateMos(0.05, 20), RxStatistics::estimateMos(0.05, 400));
+    EXPECT_LT(RxStatistics::estimateMos(0.05, 20), 4.0);
+    EXPECT_LT(RxStatistics::estimateMos(0.3, 20), 2.5);
+    EXPECT_GE(RxStatistics::estimateMos(5, 100000), 1.0);
+}
+
+class LatchTest : public testing::Test
+{
+protected:
+    static SocketAddress at(unsigned in_uiPort)
+    {
+        SocketAddress address;
+        EXPECT_TRUE(SocketAddress::make("10.0.0.1", in_uiPort, address));
+        return address;
+    }
+    /// Sends packets in a row; how many were accepted.
+    unsigned send(unsigned in_uiPort, unsigned in_uiCount)
+    {
+        unsigned uiAccepted = 0;
+        for (unsigned i = 0; i < in_uiCount; ++i)
+        {
+            m_i64Now += 20 * MS;
+            uiAccepted +=
+                m_latch.accept(at(in_uiPort), in_uiPort, m_sequences[in_uiPort]++, m_i64Now) ? 1 : 0;
+        }
+        return uiAccepted;
+    }
+    Latch m_latch;
+    std::int64_t m_i64Now = 0;
+    std::map<unsigned, std::uint16_t> m_sequences;
+};
+
+TEST_F(LatchTest, followsAPartyBehindATranslator)
+{
+    m_latch.reset(at(1000));
+    EXPECT_EQ(at(1000), m_latch.getRemote());
+    EXPECT_EQ(3U, send(2000, 3));
+    EXPECT_TRUE(m_latch.isLocked());
+    EXPECT_EQ(at(2000), m_latch.getRemote());
+}
+
+TEST_F(LatchTest, aStrangerCannotStealALockedStream)
+{
+    m_latch.reset(at(1000));
+    EXPECT_EQ(3U, send(1000, 3));
+    EXPECT_EQ(0U, send(6666, 200));
+    EXPECT_EQ(5U, send(1000, 5));
+    EXPECT_EQ(at(1000), m_latch.getRemote());
+    // Not after a long silence either; only a negotiation opens it.
+    m_i64Now += 100'000 * MS;
+    EXPECT_EQ(0U, send(6666, 10));
+    m_latch.reset(at(1000));
+    EXPECT_EQ(10U, send(6666, 10));
+}
+
+TEST_F(LatchTest, theSignalledAddressHasPrecedence)
+{
+    m_latch.reset(at(1000));
+    EXPECT_EQ(2U, send(6666, 2));
+    EXPECT_EQ(1U, send(1000, 1));
+    EXPECT_EQ(0U, send(6666, 1));
+    EXPECT_EQ(2U, send(1000, 2));
+    EXPECT_EQ(at(1000), m_latch.getRemote());
+}
+
+TEST_F(LatchTest, theSignalledAddressReclaimsAStreamThatWasStolen)
+{
+    m_latch.reset(at(1000));
+    EXPECT_EQ(3U, send(6666, 3));
+    EXPECT_EQ(at(6666), m_latch.getRemote());
+    send(1000, 3);
+    EXPECT_EQ(at(1000), m_latch.getRemote());
+    EXPECT_EQ(0U, send(6666, 5));
+}
+
+TEST_F(LatchTest, scatteredPacketsLockNothing)
+{
+    m_latch.reset(at(1000));
+    for (unsigned i = 0; i < 20; ++i)
+    {
+        m_sequences[6666] = static_cast<std::uint16_t>(i * 7);
+        send(6666, 1);
+    }
+    EXPECT_FALSE(m_latch.isLocked());
+}
+
+TEST(TelephoneEventTest, aPressIsReportedOnce)
+{
+    struct Packet
+    {
+        unsigned m_uiCode;
+        bool m_bEnd;
+        std::uint32_t m_ui32Timestamp;
+        bool m_bMarker;
+        int m_iMs;
+    };
+    struct Case
+    {
+        const char* m_szName;
+        std::vector<Packet> m_vPackets;
+        std::string m_strDigits;
+    };
+    // clang-format off
+    const std::vector<Case> cases = {
+        {"one press", {{5, false, 100, true, 0}, {5, false, 100, false, 20}, {5, true, 100, false, 40},
+                       {5, true, 100, false, 40}, {5, true, 100, false, 40}}, "5"},
+        {"only the ends came", {{5, true, 100, false, 0}, {5, true, 100, false, 1}}, "5"},
+        {"the same digit twice", {{5, false, 100, true, 0}, {5, true, 100, false, 20}, {5, false, 900, true, 120},
+                                  {5, true, 900, false, 140}}, "55"},
+        {"the same digit twice, markers lost", {{5, false, 100, false, 0}, {5, true, 100, false, 20},
+                                                {5, false, 900, false, 120}, {5, true, 900, false, 140}}, "55"},
+        {"the same digit twice, ends lost", {{5, false, 100, true, 0}, {5, false, 900, true, 120}}, "55"},
+        {"the timestamp changes inside the event", {{5, false, 100, true, 0}, {5, false, 260, false, 20},
+                                                    {5, false, 420, false, 40}, {5, true, 580, false, 60},
+                                                    {5, true, 740, false, 60}, {5, true, 900, false, 60}}, "5"},
+        {"two digits", {{1, false, 100, true, 0}, {1, true, 100, false, 20}, {2, false, 500, true, 60},
+                        {2, true, 500, false, 80}}, "12"},
+        {"late end of the former", {{1, false, 100, true, 0}, {1, true, 100, false, 20}, {1, false, 900, true, 120},
+                                    {1, true, 100, false, 121}, {1, true, 900, false, 140}}, "11"},
+        {"star, pound and letters", {{10, true, 1, false, 0}, {11, true, 2, false, 200}, {12, true, 3, false, 400},
+                                     {15, true, 4, false, 600}}, "*#AD"},
+        {"flash is no digit", {{16, true, 1, false, 0}, {255, true, 2, false, 10}}, ""}};
+    // clang-format on
+    for (const Case& aCase : cases)
+    {
+        TelephoneEventReceiver receiver;
+        std::string strDigits;
+        for (const Packet& packet : aCase.m_vPackets)
+        {
+            const std::uint8_t payload[4] = {static_cast<std::uint8_t>(packet.m_uiCode),
+                                             static_cast<std::uint8_t>(packet.m_bEnd ? 0x80 : 0),
+                                             0,
+                                             160};
+            const char cDigit = receiver.receive(
+                payload, 4, packet.m_ui32Timestamp, packet.m_bMarker, (1000 + packet.m_iMs) * MS);
+            if (cDigit != '\0')
+            {
+                strDigits += cDigit;
+            }
+        }
+        EXPECT_EQ(aCase.m_strDigits, strDigits) << aCase.m_szName;
+    }
+    const std::uint8_t shortPayload[3] = {1, 0x80, 0};
+    EXPECT_EQ('\0', TelephoneEventReceiver().receive(shortPayload, 3, 1, true, 0));
+}
+
+TEST(TelephoneEventTest, whatIsSentIsReceived)
+{
+    TelephoneEventSender sender;
+    TelephoneEventReceiver receiver;
+    sender.add("1199*#D", 100);
+    std::string strDigits;
+    unsigned uiMarkers = 0;
+    unsigned uiEnds = 0;
+    std::uint16_t ui16Last = 0;
+    for (unsigned i = 0; sender.isBusy(); ++i)
+    {
+        ASSERT_LT(i, 1000U);
+        TelephoneEventSender::Packet packet{};
+        if (!sender.tick(i * 160, packet))
+        {
+            continue;
+        }
+        const char cDigit =
+            receiver.receive(packet.m_payload, 4, packet.m_ui32Timestamp, packet.m_bMarker, i * 20 * MS);
+        strDigits += cDigit == '\0' ? "" : std::string(1, cDigit);
+        uiMarkers += packet.m_bMarker ? 1 : 0;
+        uiEnds += (packet.m_payload[1] & 0x80) != 0 ? 1 : 0;
+        ui16Last = readU16(packet.m_payload + 2);
+    }
+    EXPECT_EQ("1199*#D", strDigits);
+    EXPECT_EQ(7U, uiMarkers);
+    EXPECT_EQ(21U, uiEnds);
+    EXPECT_EQ(800U, ui16Last);
+}
+
+TEST(TxStreamTest, theStreamRunsOnWhateverItComesFrom)
+{
+    TxStream stream;
+    stream.initialize(9, 65535, 0xfffffff0);
+    const std::int64_t i64Start = 1'000'000 * MS;
+    // Relayed, with a gap and an overtaken packet, which keep their distances.
+    const auto first = stream.relay(1, 100, 5000, i64Start);
+    EXPECT_EQ(65535, first.m_ui16Sequence);
+    EXPECT_TRUE(first.m_bMarker);
+    EXPECT_EQ(2, stream.relay(1, 103, 5480, i64Start + 60 * MS).m_ui16Sequence);
+    const auto overtaken = stream.relay(1, 102, 5320, i64Start + 61 * MS);
+    EXPECT_EQ(1, overtaken.m_ui16Sequence);
+    EXPECT_EQ(first.m_ui32Timestamp + 320, overtaken.m_ui32Timestamp);
+    // Something of the engine's own between them pushes the rest back by one.
+    EXPECT_EQ(3, stream.inserted(77).m_ui16Sequence);
+    EXPECT_EQ(4, stream.relay(1, 104, 5640, i64Start + 80 * MS).m_ui16Sequence);
+    // What is left out on purpose leaves no gap.
+    stream.skip();
+    EXPECT_EQ(5, stream.relay(1, 106, 5960, i64Start + 120 * MS).m_ui16Sequence);
+    // Another source: the numbers run on, the time that has passed is in the timestamp.
+    const auto clocked = stream.clocked(160, i64Start + 220 * MS);
+    EXPECT_EQ(6, clocked.m_ui16Sequence);
+    EXPECT_TRUE(clocked.m_bMarker);
+    EXPECT_EQ(first.m_ui32Timestamp + 960 + 800, clocked.m_ui32Timestamp);
+    const auto next = stream.clocked(160, i64Start + 243 * MS);
+    EXPECT_EQ(clocked.m_ui32Timestamp + 160, next.m_ui32Timestamp);
+    EXPECT_FALSE(next.m_bMarker);
+}
+
+TEST(JitterBufferTest, ordersPacketsAndFillsGaps)
+{
+    JitterBuffer buffer;
+    JitterBuffer::Cursor cursor;
+    const auto write = [&buffer](std::uint32_t in_ui32Timestamp, std::int16_t in_iValue)
+    {
+        const std::vector<std::int16_t> vSamples(160, in_iValue);
+        buffer.write(in_ui32Timestamp, vSamples.data(), vSamples.size());
+    };
+    const auto read = [&buffer, &cursor](std::vector<std::int32_t>& out_vSum)
+    {
+        out_vSum.assign(160, 0);
+        return buffer.mix(cursor, out_vSum.data(), 160, 480);
+    };
+    std::vector<std::int32_t> vSum;
+    const std::uint32_t ui32Start = 0xffffff00;
+    EXPECT_FALSE(read(vSum));
+    write(ui32Start, 1);
+    EXPECT_FALSE(read(vSum));
+    write(ui32Start + 320, 3);
+    write(ui32Start + 160, 2);
+    for (const std::int32_t iExpected : {1, 2, 3})
+    {
+        EXPECT_TRUE(read(vSum));
+        EXPECT_EQ(std::vector<std::int32_t>(160, iExpected), vSum);
+    }
+    // Empty: it waits for a delay's worth, and what never came is silence.
+    EXPECT_FALSE(read(vSum));
+    write(ui32Start + 640, 5);
+    EXPECT_FALSE(read(vSum));
+    write(ui32Start + 800, 6);
+    for (const std::int32_t iExpected : {0, 5, 6})
+    {
+        EXPECT_TRUE(read(vSum));
+        EXPECT_EQ(std::vector<std::int32_t>(160, iExpected), vSum);
+    }
+}
+
+TEST(JitterBufferTest, survivesJumpsAndNonsense)
+{
+    JitterBuffer buffer;
+    JitterBuffer::Cursor cursor;
+    std::vector<std::int16_t> vSamples(1488, 7);
+    std::vector<std::int32_t> vSum(480, 0);
+    std::uint32_t ui32State = 1;
+    for (int i = 0; i < 20000; ++i)
+    {
+        ui32State = ui32State * 1664525U + 1013904223U;
+        buffer.write(ui32State, vSamples.data(), ui32State % vSamples.size());
+        buffer.mix(cursor, vSum.data(), ui32State % vSum.size(), ui32State % 1000);
+    }
+    // A steady stream after that is heard whole.
+    unsigned uiHeard = 0;
+    for (std::uint32_t i = 0; i < 50; ++i)
+    {
+        buffer.write(i * 160, vSamples.data(), 160);
+        std::fill(vSum.begin(), vSum.end(), 0);
+        uiHeard += buffer.mix(cursor, vSum.data(), 160, 320) && vSum[159] == 7 ? 1 : 0;
+    }
+    EXPECT_GE(uiHeard, 48U);
+}
+
+TEST(RtcpTest, writtenReportsAreRead)
+{
+    std::uint8_t data[RtcpWriter::MAX_SIZE];
+    RtcpSenderInfo sender;
+    sender.m_ui64NtpTime = 0x0102030405060708;
+    sender.m_ui32Packets = 77;
+    RtcpReportBlock block;
+    block.m_ui32Ssrc = 42;
+    block.m_ui8FractionLost = 128;
+    block.m_iCumulativeLost = -5;
+    block.m_ui32Delay = 99;
+    for (const std::size_t uiName : {0U, 1U, 2U, 3U, 4U, 64U, 200U})
+    {
+        const std::size_t uiSize =
+            RtcpWriter::write(data, 7, &sender, &block, std::string(uiName, 'n'), true);
+        ASSERT_LE(uiSize, sizeof data);
+        EXPECT_EQ(0U, uiSize % 4);
+        RtcpReader reader;
+        ASSERT_TRUE(reader.parse(data, uiSize, 42));
+        EXPECT_EQ(7U, reader.getSenderSsrc());
+        EXPECT_EQ(0x0102030405060708U, reader.getSenderInfo().m_ui64NtpTime);
+        EXPECT_EQ(128U, reader.getBlock().m_ui8FractionLost);
+        EXPECT_EQ(-5, reader.getBlock().m_iCumulativeLost);
+        EXPECT_EQ(99U, reader.getBlock().m_ui32Delay);
+        EXPECT_TRUE(reader.isBye());
+        EXPECT_TRUE(reader.parse(data, uiSize, 43));
+        EXPECT_FALSE(reader.hasBlock());
+        // Cut anywhere but between two of its packets, it is refused.
+        unsigned uiAccepted = 0;
+        for (std::size_t i = 0; i < uiSize; ++i)
+        {
+            uiAccepted += reader.parse(data, i, 42) ? 1 : 0;
+        }
+        EXPECT_EQ(2U, uiAccepted);
+    }
+}
+
+namespace
+{
+
+Bytes makeWav(unsigned in_uiFormat,
+              unsigned in_uiChannels,
+              unsigned in_uiRate,
+              unsigned in_uiBits,
+              const Bytes& in_vData)
+{
+    const auto header = WavFile::makeHeader(1, static_cast<std::uint32_t>(in_vData.size()));
+    Bytes vFile(header.begin(), header.end());
+    vFile[20] = static_cast<std::uint8_t>(in_uiFormat);
+    vFile[22] = static_cast<std::uint8_t>(in_uiChannels);
+    for (unsigned i = 0; i < 4; ++i)
+    {
+        vFile[24 + i] = static_cast<std::uint8_t>(in_uiRate >> (8 * i));
+    }
+    vFile[34] = static_cast<std::uint8_t>(in_uiBits);
+    vFile.insert(vFile.end(), in_vData.begin(), in_vData.end());
+    return vFile;
+}
+
+/// Amplitude of a frequency in the middle of a sound.
+double amplitudeOf(const SampleVector& in_samples, double in_fHz)
+{
+    const std::size_t uiFirst = in_samples.size() / 4;
+    const std::size_t uiCount = in_samples.size() / 2;
+    double fCos = 0;
+    double fSin = 0;
+    for (std::size_t i = 0; i < uiCount; ++i)
+    {
+        const double fPhase = 2 * M_PI * in_fHz * static_cast<double>(i) / 8000.0;
+        fCos += in_samples[uiFirst + i] * std::cos(fPhase);
+        fSin += in_samples[uiFirst + i] * std::sin(fPhase);
+    }
+    return 2 * std::sqrt(fCos * fCos + fSin * fSin) / static_cast<double>(uiCount);
+}
+
+}  // namespace
+
+TEST(WavFileTest, readsTheFormatsItPromises)
+{
+    struct Case
+    {
+        const char* m_szName;
+        Bytes m_vFile;
+        SampleVector m_samples;
+    };
+    // clang-format off
+    for (const Case& aCase :
+         {Case{"16 bit", makeWav(1, 1, 8000, 16, {0x34, 0x12, 0xff, 0xff}), {0x1234, -1}},
+          Case{"16 bit stereo", makeWav(1, 2, 8000, 16, {100, 0, 200, 0}), {150}},
+          Case{"8 bit", makeWav(1, 1, 8000, 8, {128, 255, 0}), {0, 127 * 256, -32768}},
+          Case{"mu-law", makeWav(7, 1, 8000, 8, {0xff, 0x00}), {0, -32124}},
+          Case{"A-law", makeWav(6, 1, 8000, 8, {0xd5, 0x2a}), {8, -32256}},
+          Case{"no sound", makeWav(1, 1, 8000, 16, {}), {}},
+          Case{"an odd byte at the end", makeWav(1, 1, 8000, 16, {1, 0, 9}), {1}}})
+    // clang-format on
+    {
+        SampleVector samples;
+        std::string strError;
+        EXPECT_TRUE(WavFile::parse(aCase.m_vFile.data(), aCase.m_vFile.size(), samples, strError))
+            << aCase.m_szName;
+        EXPECT_EQ(aCase.m_samples, samples) << aCase.m_szName << strError;
+    }
+}
+
+TEST(WavFileTest, convertsRatesWithoutAliases)
+{
+    for (const unsigned uiRate : {11025U, 16000U, 44100U, 48000U})
+    {
+        Bytes vData;
+        for (unsigned i = 0; i < uiRate; ++i)
+        {
+            // A tone to be kept, and one that 8 kHz cannot hold.
+            const double fTime = static_cast<double>(i) / uiRate;
+            const auto iSample = static_cast<int>(8000 * std::sin(2 * M_PI * 1000 * fTime) +
+                                                  8000 * std::sin(2 * M_PI * 5000 * fTime));
+            vData.push_back(static_cast<std::uint8_t>(iSample & 0xff));
+            vData.push_back(static_cast<std::uint8_t>((iSample >> 8) & 0xff));
+        }
+        const Bytes vFile = makeWav(1, 1, uiRate, 16, vData);
+        SampleVector samples;
+        std::string strError;
+        ASSERT_TRUE(WavFile::parse(vFile.data(), vFile.size(), samples, strError)) << strError;
+        EXPECT_NEAR(8000, static_cast<double>(samples.size()), 2);
+        EXPECT_NEAR(8000, amplitudeOf(samples, 1000), 80) << uiRate;
+        EXPECT_LT(amplitudeOf(samples, 3000), 80) << uiRate;
+    }
+}
+
+TEST(WavFileTest, refusesWhatItCannotPlay)
+{
+    const Bytes vGood = makeWav(1, 1, 8000, 16, {1, 2, 3, 4});
+    for (const Bytes& vFile : {Bytes{},
+                               Bytes(100, 'x'),
+                               makeWav(3, 1, 8000, 32, {}),
+                               makeWav(1, 0, 8000, 16, {}),
+                               makeWav(1, 9, 8000, 16, {}),
+                               makeWav(1, 1, 0, 16, {}),
+                               makeWav(1, 1, 8000, 24, {}),
+                               Bytes(vGood.begin(), vGood.begin() + 36),
+                               Bytes(vGood.begin(), vGood.begin() + 12)})
+    {
+        SampleVector samples;
+        std::string strError;
+        EXPECT_FALSE(WavFile::parse(vFile.data(), vFile.size(), samples, strError));
+        EXPECT_FALSE(strError.empty());
+    }
+    std::string strError;
+    SampleVector samples;
+    EXPECT_FALSE(WavFile::load("/nonexistent/x.wav", samples, strError));
+    EXPECT_NE(std::string::npos, strError.find("/nonexistent/x.wav"));
+}
+
+TEST(ToneTest, frequenciesLevelsAndCadence)
+{
+    ToneDescription tone;
+    ASSERT_TRUE(ToneDescription::find("busy", tone));
+    const auto pSource = makeToneRecipe(tone)->makeSource();
+    SampleVector on(4000);
+    SampleVector off(4000);
+    EXPECT_TRUE(pSource->read(on.data(), on.size()));
+    EXPECT_TRUE(pSource->read(off.data(), off.size()));
+    const double fExpected = 32767 * std::pow(10, (-13.0 - 3.14) / 20);
+    EXPECT_NEAR(fExpected, amplitudeOf(on, 480), fExpected / 50);
+    EXPECT_NEAR(fExpected, amplitudeOf(on, 620), fExpected / 50);
+    EXPECT_EQ(SampleVector(4000, 0), off);
+    EXPECT_TRUE(pSource->read(on.data(), on.size()));
+    EXPECT_NE(SampleVector(4000, 0), on);
+
+    // A tone that ends, ends.
+    ASSERT_TRUE(ToneDescription::find("beep", tone));
+    const auto pBeep = makeToneRecipe(tone)->makeSource();
+    SampleVector beep(4001);
+    EXPECT_FALSE(pBeep->read(beep.data(), beep.size()));
+
+    EXPECT_FALSE(ToneDescription::find("nonsense", tone));
+    ToneDescription wrong;
+    EXPECT_EQ(nullptr, makeToneRecipe(wrong));
+    wrong.m_vSegments = {
+        {{0}, 100}
+    };
+    EXPECT_EQ(nullptr, makeToneRecipe(wrong));
+    wrong.m_vSegments = {
+        {{1, 2, 3, 4, 5}, 100}
+    };
+    EXPECT_EQ(nullptr, makeToneRecipe(wrong));
+    wrong.m_vSegments = {
+        {{440}, 100}
+    };
+    wrong.m_fLevelDbm0 = std::nan("");
+    EXPECT_EQ(nullptr, makeToneRecipe(wrong));
+    EXPECT_EQ(nullptr, makeDigitRecipe("12x", 100));
+}
+
+}  // namespace Quorvex::Test
