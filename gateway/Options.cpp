@@ -34,6 +34,12 @@ Options::Outcome Options::parse(int in_iArgc, const char* const* in_ppArgv)
         std::cerr << "quorvex-gateway: --config FILE is required (--help lists the options)\n";
         return Outcome::BAD;
     }
+    // Not "required": the library would complain of that before it names an option that it does not know.
+    if (m_strConfigFile.empty())
+    {
+        std::cerr << "quorvex-gateway: --config FILE is missing (--help lists the options)\n";
+        return Outcome::BAD;
+    }
     return Outcome::RUN;
 }
 
