@@ -8,10 +8,14 @@
 namespace Quorvex
 {
 
-void DsSipIncomingCallinterface::referResponse(const DsHandle<DsSipIncomingCall>&, const DsHandle<DsSipResponse>&) {}
+void DsSipIncomingCallinterface::referResponse(const DsHandle<DsSipIncomingCall>&,
+                                               const DsHandle<DsSipResponse>&)
+{
+}
 
 void DsSipIncomingCallinterface::notifyRequest(const DsHandle<DsSipIncomingCall>&,
-                                               const DsHandle<DsSipServerTransaction>&, const DsHandle<DsSipRequest>&)
+                                               const DsHandle<DsSipServerTransaction>&,
+                                               const DsHandle<DsSipRequest>&)
 {
     // The transaction is dropped, and so the layer answers that there is no subscription.
 }

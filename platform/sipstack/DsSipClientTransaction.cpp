@@ -20,14 +20,15 @@ DsSipClientTransaction::~DsSipClientTransaction()
     m_pCore->forget();
 }
 
-std::unique_ptr<DsSipClientTransaction> DsSipClientTransaction::send(const DsHandle<DsSipRequest>& in_hRequest,
-                                                                     Callback in_callback, DsSipStack* in_pStack)
+std::unique_ptr<DsSipClientTransaction> DsSipClientTransaction::send(
+    const DsHandle<DsSipRequest>& in_hRequest, Callback in_callback, DsSipStack* in_pStack)
 {
     if (in_hRequest.isNil() || !in_hRequest->hasHeader("From") || !in_hRequest->hasHeader("To"))
     {
         throw DsException("a request needs a From and a To header");
     }
-    if (in_hRequest->getMethod() == "INVITE" || in_hRequest->getMethod() == "ACK" || in_hRequest->getMethod() == "CANCEL")
+    if (in_hRequest->getMethod() == "INVITE" || in_hRequest->getMethod() == "ACK" ||
+        in_hRequest->getMethod() == "CANCEL")
     {
         throw DsException(in_hRequest->getMethod() + " belongs to a call");
     }

@@ -11,7 +11,9 @@
 namespace Quorvex
 {
 
-DsSipDialog::DsSipDialog(std::shared_ptr<DialogCore> in_pCore) : m_pCore(std::move(in_pCore)) {}
+DsSipDialog::DsSipDialog(std::shared_ptr<DialogCore> in_pCore) : m_pCore(std::move(in_pCore))
+{
+}
 
 DsSipDialog::~DsSipDialog() = default;
 

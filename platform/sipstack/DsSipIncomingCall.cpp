@@ -77,12 +77,14 @@ void DsSipIncomingCall::ackReinvite(const DsHandle<DsSipAckMessage>& in_hAck)
     dialog()->ackReinvite(in_hAck);
 }
 
-void DsSipIncomingCall::acceptReplaces(const DsHandle<DsSipDialog>&, const DsHandle<DsSipDialog>& in_hNewDialog)
+void DsSipIncomingCall::acceptReplaces(const DsHandle<DsSipDialog>&,
+                                       const DsHandle<DsSipDialog>& in_hNewDialog)
 {
     core().postAcceptReplaces(in_hNewDialog);
 }
 
-void DsSipIncomingCall::rejectReplaces(const DsHandle<DsSipDialog>&, const DsHandle<DsSipDialog>& in_hNewDialog)
+void DsSipIncomingCall::rejectReplaces(const DsHandle<DsSipDialog>&,
+                                       const DsHandle<DsSipDialog>& in_hNewDialog)
 {
     core().postRejectReplaces(in_hNewDialog);
 }

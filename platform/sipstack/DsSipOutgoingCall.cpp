@@ -19,9 +19,11 @@ DsSipOutgoingCall::DsSipOutgoingCall(const DsHandle<DsSipInviteMessage>& in_hInv
 
 DsSipOutgoingCall::~DsSipOutgoingCall() = default;
 
-DsHandle<DsSipOutgoingCall> DsSipOutgoingCall::create(const DsHandle<DsSipInviteMessage>& in_hInvite,
-                                                      const DsHandle<DsSipOutgoingCallinterface>& in_hInterface,
-                                                      CallLogger* in_pLogger, DsSipStack* in_pStack)
+DsHandle<DsSipOutgoingCall> DsSipOutgoingCall::create(
+    const DsHandle<DsSipInviteMessage>& in_hInvite,
+    const DsHandle<DsSipOutgoingCallinterface>& in_hInterface,
+    CallLogger* in_pLogger,
+    DsSipStack* in_pStack)
 {
     if (in_hInvite.isNil() || in_hInterface.isNil())
     {
@@ -64,12 +66,14 @@ unsigned int DsSipOutgoingCall::getNumDialogs() const
     return static_cast<unsigned int>(m_vDialogs.size());
 }
 
-void DsSipOutgoingCall::acceptReplaces(const DsHandle<DsSipDialog>&, const DsHandle<DsSipDialog>& in_hNewDialog)
+void DsSipOutgoingCall::acceptReplaces(const DsHandle<DsSipDialog>&,
+                                       const DsHandle<DsSipDialog>& in_hNewDialog)
 {
     m_pCore->postAcceptReplaces(in_hNewDialog);
 }
 
-void DsSipOutgoingCall::rejectReplaces(const DsHandle<DsSipDialog>&, const DsHandle<DsSipDialog>& in_hNewDialog)
+void DsSipOutgoingCall::rejectReplaces(const DsHandle<DsSipDialog>&,
+                                       const DsHandle<DsSipDialog>& in_hNewDialog)
 {
     m_pCore->postRejectReplaces(in_hNewDialog);
 }

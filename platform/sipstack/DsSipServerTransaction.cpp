@@ -22,7 +22,8 @@ DsSipServerTransaction::~DsSipServerTransaction()
     }
 }
 
-void DsSipServerTransaction::sendResponse(const DsHandle<DsSipResponse>& in_hResponse, const DsInetAddress& in_address)
+void DsSipServerTransaction::sendResponse(const DsHandle<DsSipResponse>& in_hResponse,
+                                          const DsInetAddress& in_address)
 {
     if (in_hResponse.isNil())
     {

@@ -44,7 +44,8 @@ DsSipStack* DsSipStack::instance()
     return s_pInstance.load();
 }
 
-bool DsSipStack::start(const DsSipStackConfig& in_config, const DsHandle<DsSipNewCallinterface>& in_hNewCall,
+bool DsSipStack::start(const DsSipStackConfig& in_config,
+                       const DsHandle<DsSipNewCallinterface>& in_hNewCall,
                        std::string& out_strError)
 {
     if (m_bRunning)

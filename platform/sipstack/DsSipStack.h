@@ -49,7 +49,7 @@ struct DsSipStackConfig
     std::string m_strContactUser;          ///< user part of the Contact in the layer's own messages
     unsigned int m_uiT1Ms = 500;           ///< RFC 3261 T1; T2 is 8 * T1, T4 10 * T1. 1 to 10,000
     unsigned int m_uiTimerCMs = 180000;    ///< how long an INVITE may stay unanswered. 100 to 3,600,000
-    unsigned int m_uiNameTimeoutMs = 250;   ///< how long a host name is looked up before a request fails
+    unsigned int m_uiNameTimeoutMs = 250;  ///< how long a host name is looked up before a request fails
     std::size_t m_uiMaxMessageBytes = 65536;
     unsigned int m_uiTcpIdleMs = 600000;  ///< an idle TCP connection is closed after this
     unsigned int m_uiSessionExpiresS =

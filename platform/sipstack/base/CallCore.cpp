@@ -29,9 +29,12 @@ public:
     ReplacesOffer(CallCore& in_call, nta_incoming_t* in_pIrq, std::shared_ptr<DialogCore> in_pNew)
         : m_call(in_call), m_pIrq(in_pIrq), m_pNew(std::move(in_pNew))
     {
-        m_pNew->setInviteAnswer([this](const DsHandle<DsSipResponse>& in_hResponse) { answer(in_hResponse); });
+        m_pNew->setInviteAnswer([this](const DsHandle<DsSipResponse>& in_hResponse)
+                                { answer(in_hResponse); });
         nta_incoming_bind(in_pIrq, &IncomingHandler::callback, this);
-        m_timer.start(m_call.m_agent.thread(), m_call.m_agent.timerCMs(), [this] { give(SIP_480_TEMPORARILY_UNAVAILABLE); });
+        m_timer.start(m_call.m_agent.thread(),
+                      m_call.m_agent.timerCMs(),
+                      [this] { give(SIP_480_TEMPORARILY_UNAVAILABLE); });
     }
     ReplacesOffer(const ReplacesOffer&) = delete;
     ReplacesOffer& operator=(const ReplacesOffer&) = delete;
@@ -91,7 +94,9 @@ private:
         }
         const auto status = in_hResponse->getStatusCode();
         m_pNew->rememberSdp(in_hResponse);
-        MessageBridge::reply(m_pIrq, in_hResponse, status < 300 ? m_pNew->getContact() : std::string(),
+        MessageBridge::reply(m_pIrq,
+                             in_hResponse,
+                             status < 300 ? m_pNew->getContact() : std::string(),
                              status >= 200 && status < 300 ? m_pNew->acceptSession(m_pIrq) : std::string());
         if (status >= 300)
         {
@@ -148,7 +153,9 @@ private:
     bool m_bAccepted = false;
 };
 
-CallCore::CallCore(SipAgent& in_agent) : m_agent(in_agent), m_pAgent(in_agent.weak_from_this()) {}
+CallCore::CallCore(SipAgent& in_agent) : m_agent(in_agent), m_pAgent(in_agent.weak_from_this())
+{
+}
 CallCore::~CallCore() = default;
 
 int CallCore::offerReplaces(DialogCore& in_replaced, nta_incoming_t* in_pIrq, const sip_t* in_pSip)
@@ -178,7 +185,8 @@ CallCore::ReplacesOffer* CallCore::findOffer(const DsHandle<DsSipDialog>& in_hNe
 
 void CallCore::removeOffer(const ReplacesOffer& in_offer)
 {
-    const auto i = std::find_if(m_vOffers.begin(), m_vOffers.end(),
+    const auto i = std::find_if(m_vOffers.begin(),
+                                m_vOffers.end(),
                                 [&](const auto& in_pOffer) { return in_pOffer.get() == &in_offer; });
     if (i != m_vOffers.end())
     {
@@ -195,7 +203,8 @@ void CallCore::dropOffers()
 
 bool CallCore::isOfferUnfinished(const DialogCore& in_dialog) const
 {
-    return std::any_of(m_vOffers.begin(), m_vOffers.end(),
+    return std::any_of(m_vOffers.begin(),
+                       m_vOffers.end(),
                        [&](const auto& in_pOffer) { return in_pOffer->newDialog().get() == &in_dialog; });
 }
 
@@ -205,12 +214,14 @@ void CallCore::postAcceptReplaces(const DsHandle<DsSipDialog>& in_hNewDialog)
     {
         throw DsException("no dialog has been offered in the place of another");
     }
-    SipAgent::lock(m_pAgent)->post([self = shared_from_this(), in_hNewDialog] {
-        if (ReplacesOffer* const offer = self->findOffer(in_hNewDialog))
+    SipAgent::lock(m_pAgent)->post(
+        [self = shared_from_this(), in_hNewDialog]
         {
-            offer->accept();
-        }
-    });
+            if (ReplacesOffer* const offer = self->findOffer(in_hNewDialog))
+            {
+                offer->accept();
+            }
+        });
 }
 
 void CallCore::postRejectReplaces(const DsHandle<DsSipDialog>& in_hNewDialog)
@@ -219,12 +230,14 @@ void CallCore::postRejectReplaces(const DsHandle<DsSipDialog>& in_hNewDialog)
     {
         throw DsException("no dialog has been offered in the place of another");
     }
-    SipAgent::lock(m_pAgent)->post([self = shared_from_this(), in_hNewDialog] {
-        if (ReplacesOffer* const offer = self->findOffer(in_hNewDialog))
+    SipAgent::lock(m_pAgent)->post(
+        [self = shared_from_this(), in_hNewDialog]
         {
-            offer->reject();
-        }
-    });
+            if (ReplacesOffer* const offer = self->findOffer(in_hNewDialog))
+            {
+                offer->reject();
+            }
+        });
 }
 
 }  // namespace Quorvex

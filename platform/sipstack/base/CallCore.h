@@ -37,7 +37,6 @@ public:
     void postRejectReplaces(const DsHandle<DsSipDialog>& in_hNewDialog);
 
 protected:
-
     /// The new dialog is the call's from now on.
     virtual void takeDialog(const std::shared_ptr<DialogCore>& in_pDialog) = 0;
     /// The ACK of the INVITE that brought the new dialog.

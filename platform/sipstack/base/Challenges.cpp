@@ -6,8 +6,10 @@
 namespace Quorvex
 {
 
-bool Challenges::answer(const DsHandle<DsSipResponse>& in_hResponse, const std::string& in_strMethod,
-                        const std::string& in_strUri, const std::vector<DsSipCredential>& in_vCredentials)
+bool Challenges::answer(const DsHandle<DsSipResponse>& in_hResponse,
+                        const std::string& in_strMethod,
+                        const std::string& in_strUri,
+                        const std::vector<DsSipCredential>& in_vCredentials)
 {
     const auto status = in_hResponse.isNil() ? 0 : in_hResponse->getStatusCode();
     if ((status != 401 && status != 407) || in_vCredentials.empty() || ++m_uiAttempts > kMostAttempts)

@@ -18,8 +18,10 @@ class Challenges
 public:
     /// True when the response asks for credentials that we have: the header lines of the next attempt are in
     /// getHeaders() then.
-    bool answer(const DsHandle<DsSipResponse>& in_hResponse, const std::string& in_strMethod,
-                const std::string& in_strUri, const std::vector<DsSipCredential>& in_vCredentials);
+    bool answer(const DsHandle<DsSipResponse>& in_hResponse,
+                const std::string& in_strMethod,
+                const std::string& in_strUri,
+                const std::vector<DsSipCredential>& in_vCredentials);
 
     /// "" or header lines, each with its line end.
     const std::string& getHeaders() const { return m_strHeaders; }

@@ -12,8 +12,8 @@ namespace Quorvex
 class ClientRequest final : public OutgoingHandler
 {
 public:
-    /// Called for every response, provisional ones included; the last time for the final one. A response that the base
-    /// library made itself (time-out, unreachable) is told by isInternal().
+    /// Called for every response, provisional ones included; the last time for the final one. A response that
+    /// the base library made itself (time-out, unreachable) is told by isInternal().
     using Callback = std::function<void(const sip_t* in_pSip)>;
 
     explicit ClientRequest(Callback in_callback) : m_callback(std::move(in_callback)) {}
@@ -30,7 +30,10 @@ public:
     /// The answer is of no interest any more; the transaction goes on by itself.
     void abandon();
 
-    static bool isInternal(const sip_t* in_pSip) { return in_pSip == nullptr || nta_sip_is_internal(in_pSip) != 0; }
+    static bool isInternal(const sip_t* in_pSip)
+    {
+        return in_pSip == nullptr || nta_sip_is_internal(in_pSip) != 0;
+    }
 
 private:
     void onOutgoing(nta_outgoing_t* in_pOrq, const sip_t* in_pSip) override;

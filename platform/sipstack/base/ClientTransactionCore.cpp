@@ -17,7 +17,8 @@ StaticLogger s_logger("quorvex.sip.ClientTransaction");
 
 }  // namespace
 
-ClientTransactionCore::ClientTransactionCore(SipAgent& in_agent, DsHandle<DsSipRequest> in_hRequest,
+ClientTransactionCore::ClientTransactionCore(SipAgent& in_agent,
+                                             DsHandle<DsSipRequest> in_hRequest,
                                              DsSipClientTransaction::Callback in_callback)
     : m_agent(in_agent),
       m_pAgent(in_agent.weak_from_this()),
@@ -42,17 +43,21 @@ void ClientTransactionCore::begin()
         m_strFrom += ";tag=" + SipAgent::newTag();
     }
     const std::weak_ptr<ClientTransactionCore> weak = shared_from_this();
-    m_agent.resolveDestination(m_hRequest, [weak, agent = m_pAgent](const std::string& in_strRoute) {
-        if (const auto locked = agent.lock())
-        {
-            locked->post([weak, in_strRoute] {
-                if (const auto core = weak.lock())
-                {
-                    core->send(in_strRoute);
-                }
-            });
-        }
-    });
+    m_agent.resolveDestination(m_hRequest,
+                               [weak, agent = m_pAgent](const std::string& in_strRoute)
+                               {
+                                   if (const auto locked = agent.lock())
+                                   {
+                                       locked->post(
+                                           [weak, in_strRoute]
+                                           {
+                                               if (const auto core = weak.lock())
+                                               {
+                                                   core->send(in_strRoute);
+                                               }
+                                           });
+                                   }
+                               });
 }
 
 void ClientTransactionCore::send(const std::string& in_strRoute)
@@ -72,20 +77,30 @@ void ClientTransactionCore::send(const std::string& in_strRoute)
         const std::string uri = m_hRequest->getRequestURI();
         const std::string to = m_hRequest->getHeaderValue("To");
         const std::string cseq = std::to_string(m_uiCSeq) + " " + method;
-        const std::string port = m_agent.portFor(m_hRequest);
+        const std::string port = m_agent.portFor(m_hRequest, m_strRoute);
         made = m_pRequest->take(nta_outgoing_tcreate(
-            m_agent.defaultLeg(), &OutgoingHandler::callback, m_pRequest.get(), URL_STRING_MAKE(m_strRoute.c_str()),
-            sip_method_code(method.c_str()), method.c_str(), URL_STRING_MAKE(uri.c_str()),
-            SIPTAG_FROM_STR(m_strFrom.c_str()), SIPTAG_TO_STR(to.c_str()), SIPTAG_CALL_ID_STR(m_strCallId.c_str()),
+            m_agent.defaultLeg(),
+            &OutgoingHandler::callback,
+            m_pRequest.get(),
+            URL_STRING_MAKE(m_strRoute.c_str()),
+            sip_method_code(method.c_str()),
+            method.c_str(),
+            URL_STRING_MAKE(uri.c_str()),
+            SIPTAG_FROM_STR(m_strFrom.c_str()),
+            SIPTAG_TO_STR(to.c_str()),
+            SIPTAG_CALL_ID_STR(m_strCallId.c_str()),
             SIPTAG_CSEQ_STR(cseq.c_str()),
             TAG_IF(!m_challenges.getHeaders().empty(), SIPTAG_HEADER_STR(m_challenges.getHeaders().c_str())),
             TAG_IF(parts.hasHeaders(), SIPTAG_HEADER_STR(parts.headers())),
-            TAG_IF(parts.hasBody(), SIPTAG_PAYLOAD(parts.body())), TPTAG_IDENT(port.c_str()), TAG_END()));
+            TAG_IF(parts.hasBody(), SIPTAG_PAYLOAD(parts.body())),
+            TPTAG_IDENT(port.c_str()),
+            TAG_END()));
         su_home_deinit(home);
     }
     if (!made)
     {
-        QLOG_INFO(s_logger, "cannot send " << m_hRequest->getMethod() << " to " << m_hRequest->getRequestURI());
+        QLOG_INFO(s_logger,
+                  "cannot send " << m_hRequest->getMethod() << " to " << m_hRequest->getRequestURI());
         finish(DsHandle<DsSipResponse>());
     }
 }
@@ -103,8 +118,8 @@ void ClientTransactionCore::onResponse(const sip_t* in_pSip)
         return;
     }
     const auto response = m_agent.bridge().fromResponse(m_pRequest->get()).dynamicCast<DsSipResponse>();
-    if (m_challenges.answer(response, m_hRequest->getMethod(), m_hRequest->getRequestURI(),
-                            m_agent.config().m_vCredentials))
+    if (m_challenges.answer(
+            response, m_hRequest->getMethod(), m_hRequest->getRequestURI(), m_agent.config().m_vCredentials))
     {
         ++m_uiCSeq;
         send(m_strRoute);

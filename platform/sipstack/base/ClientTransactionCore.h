@@ -19,14 +19,16 @@ class SipAgent;
 class ClientTransactionCore final : public std::enable_shared_from_this<ClientTransactionCore>
 {
 public:
-    ClientTransactionCore(SipAgent& in_agent, DsHandle<DsSipRequest> in_hRequest,
+    ClientTransactionCore(SipAgent& in_agent,
+                          DsHandle<DsSipRequest> in_hRequest,
                           DsSipClientTransaction::Callback in_callback);
     ~ClientTransactionCore();
     ClientTransactionCore(const ClientTransactionCore&) = delete;
     ClientTransactionCore& operator=(const ClientTransactionCore&) = delete;
 
     void begin();
-    /// Any thread: nobody wants the answer any more. Waits for a callback under way, unless it is called from it.
+    /// Any thread: nobody wants the answer any more. Waits for a callback under way, unless it is called from
+    /// it.
     void forget();
     /// The stack is stopping: the answer is none.
     void close() { finish(DsHandle<DsSipResponse>()); }

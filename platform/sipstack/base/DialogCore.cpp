@@ -26,8 +26,10 @@ DialogCore::DialogCore(SipAgent& in_agent, DialogOwner& in_owner)
       m_pAgent(in_agent.weak_from_this()),
       m_pOwner(&in_owner),
       m_session(
-          in_agent.thread(), [this] { refreshSession(); },
-          [this] {
+          in_agent.thread(),
+          [this] { refreshSession(); },
+          [this]
+          {
               const auto self = shared_from_this();
               m_pOwner->onDialogSessionTimeOut(*this);
               lose("the session was not refreshed in time");
@@ -38,8 +40,11 @@ DialogCore::DialogCore(SipAgent& in_agent, DialogOwner& in_owner)
 
 DialogCore::~DialogCore() = default;
 
-std::shared_ptr<DialogCore> DialogCore::fromInvite(SipAgent& in_agent, DialogOwner& in_owner, nta_incoming_t* in_pIrq,
-                                                   const sip_t* in_pSip, const DsInetAddress& in_local)
+std::shared_ptr<DialogCore> DialogCore::fromInvite(SipAgent& in_agent,
+                                                   DialogOwner& in_owner,
+                                                   nta_incoming_t* in_pIrq,
+                                                   const sip_t* in_pSip,
+                                                   const DsInetAddress& in_local)
 {
     auto dialog = std::make_shared<DialogCore>(in_agent, in_owner);
     dialog->m_strPort = in_agent.portOf(in_pIrq);
@@ -53,12 +58,19 @@ std::shared_ptr<DialogCore> DialogCore::fromInvite(SipAgent& in_agent, DialogOwn
     if (local != nullptr)
     {
         sip_to_tag(home, local, tag);
-        // The tag is the leg's from its beginning, so that a second INVITE without a tag is none of its requests.
-        dialog->m_pLeg = nta_leg_tcreate(in_agent.nta(), &LegHandler::callback, dialog.get(), SIPTAG_FROM(local),
-                                         SIPTAG_TO(in_pSip->sip_from), SIPTAG_CALL_ID(in_pSip->sip_call_id),
-                                         NTATAG_REMOTE_CSEQ(in_pSip->sip_cseq->cs_seq), TAG_END());
+        // The tag is the leg's from its beginning, so that a second INVITE without a tag is none of its
+        // requests.
+        dialog->m_pLeg = nta_leg_tcreate(in_agent.nta(),
+                                         &LegHandler::callback,
+                                         dialog.get(),
+                                         SIPTAG_FROM(local),
+                                         SIPTAG_TO(in_pSip->sip_from),
+                                         SIPTAG_CALL_ID(in_pSip->sip_call_id),
+                                         NTATAG_REMOTE_CSEQ(in_pSip->sip_cseq->cs_seq),
+                                         TAG_END());
         dialog->m_strLocal = MessageBridge::headerValue(reinterpret_cast<const sip_header_t*>(local));
-        dialog->m_strRemote = MessageBridge::headerValue(reinterpret_cast<const sip_header_t*>(in_pSip->sip_from));
+        dialog->m_strRemote =
+            MessageBridge::headerValue(reinterpret_cast<const sip_header_t*>(in_pSip->sip_from));
     }
     su_home_deinit(home);
     if (dialog->m_pLeg == nullptr)
@@ -74,16 +86,23 @@ std::shared_ptr<DialogCore> DialogCore::fromInvite(SipAgent& in_agent, DialogOwn
     return dialog;
 }
 
-std::shared_ptr<DialogCore> DialogCore::fromResponse(SipAgent& in_agent, DialogOwner& in_owner, const sip_t* in_pSip,
+std::shared_ptr<DialogCore> DialogCore::fromResponse(SipAgent& in_agent,
+                                                     DialogOwner& in_owner,
+                                                     const sip_t* in_pSip,
                                                      const std::string& in_strPort,
                                                      const std::string& in_strContact)
 {
     auto dialog = std::make_shared<DialogCore>(in_agent, in_owner);
     dialog->m_strPort = in_strPort;
     dialog->m_strContact = in_strContact;
-    dialog->m_pLeg = nta_leg_tcreate(in_agent.nta(), &LegHandler::callback, dialog.get(),
-                                     SIPTAG_FROM(in_pSip->sip_from), SIPTAG_TO(in_pSip->sip_to),
-                                     SIPTAG_CALL_ID(in_pSip->sip_call_id), SIPTAG_CSEQ(in_pSip->sip_cseq), TAG_END());
+    dialog->m_pLeg = nta_leg_tcreate(in_agent.nta(),
+                                     &LegHandler::callback,
+                                     dialog.get(),
+                                     SIPTAG_FROM(in_pSip->sip_from),
+                                     SIPTAG_TO(in_pSip->sip_to),
+                                     SIPTAG_CALL_ID(in_pSip->sip_call_id),
+                                     SIPTAG_CSEQ(in_pSip->sip_cseq),
+                                     TAG_END());
     if (dialog->m_pLeg == nullptr)
     {
         dialog->end();
@@ -107,7 +126,9 @@ void DialogCore::refreshTarget(const sip_t* in_pSip, bool in_bWithRoute)
     }
     if (in_bWithRoute)
     {
-        nta_leg_client_reroute(m_pLeg, in_pSip->sip_record_route, in_pSip->sip_contact,
+        nta_leg_client_reroute(m_pLeg,
+                               in_pSip->sip_record_route,
+                               in_pSip->sip_contact,
                                in_pSip->sip_status->st_status < 200 ? 1 : 2);
     }
     else if (in_pSip->sip_contact != nullptr)
@@ -207,48 +228,60 @@ void DialogCore::hangup(const DsHandle<DsSipRequest>& in_hBye)
 void DialogCore::sendBye(const DsHandle<DsSipRequest>& in_hBye)
 {
     m_hBye = in_hBye;
-    m_pBye = std::make_unique<ClientRequest>([this](const sip_t* in_pSip) {
-        const bool internal = ClientRequest::isInternal(in_pSip);
-        if (!internal && in_pSip->sip_status->st_status < 200)
+    m_pBye = std::make_unique<ClientRequest>(
+        [this](const sip_t* in_pSip)
         {
-            return;
-        }
-        const auto self = shared_from_this();
-        DsHandle<DsSipMessage> response;
-        if (!internal)
-        {
-            response = m_agent.bridge().fromResponse(m_pBye->get());
-            if (m_challenges.answer(response.dynamicCast<DsSipResponse>(), "BYE", target(),
-                                    m_agent.config().m_vCredentials))
+            const bool internal = ClientRequest::isInternal(in_pSip);
+            if (!internal && in_pSip->sip_status->st_status < 200)
             {
-                sendBye(m_hBye);
                 return;
             }
-        }
-        DialogOwner* const owner = m_pOwner;
-        if (owner != nullptr)
-        {
-            owner->onDialogByeAnswered(*this, response);
-        }
-        end();
-    });
-    if (!send(*m_pBye, SIP_METHOD_BYE, in_hBye.isNil() ? DsHandle<DsSipMessage>() : DsHandle<DsSipMessage>(in_hBye),
-              m_challenges.getHeaders()))
-    {
-        // It could not even be made: the answer is a time-out at once, though not from inside this call.
-        m_byeTimer.start(m_agent.thread(), 0, [this] {
             const auto self = shared_from_this();
-            if (m_pOwner != nullptr)
+            DsHandle<DsSipMessage> response;
+            if (!internal)
             {
-                m_pOwner->onDialogByeAnswered(*this, DsHandle<DsSipMessage>());
+                response = m_agent.bridge().fromResponse(m_pBye->get());
+                if (m_challenges.answer(response.dynamicCast<DsSipResponse>(),
+                                        "BYE",
+                                        target(),
+                                        m_agent.config().m_vCredentials))
+                {
+                    sendBye(m_hBye);
+                    return;
+                }
+            }
+            DialogOwner* const owner = m_pOwner;
+            if (owner != nullptr)
+            {
+                owner->onDialogByeAnswered(*this, response);
             }
             end();
         });
+    if (!send(*m_pBye,
+              SIP_METHOD_BYE,
+              in_hBye.isNil() ? DsHandle<DsSipMessage>() : DsHandle<DsSipMessage>(in_hBye),
+              m_challenges.getHeaders()))
+    {
+        // It could not even be made: the answer is a time-out at once, though not from inside this call.
+        m_byeTimer.start(m_agent.thread(),
+                         0,
+                         [this]
+                         {
+                             const auto self = shared_from_this();
+                             if (m_pOwner != nullptr)
+                             {
+                                 m_pOwner->onDialogByeAnswered(*this, DsHandle<DsSipMessage>());
+                             }
+                             end();
+                         });
     }
 }
 
-bool DialogCore::send(ClientRequest& in_request, sip_method_t in_method, const char* in_szMethod,
-                      const DsHandle<DsSipMessage>& in_hMessage, const std::string& in_strAuthorization)
+bool DialogCore::send(ClientRequest& in_request,
+                      sip_method_t in_method,
+                      const char* in_szMethod,
+                      const DsHandle<DsSipMessage>& in_hMessage,
+                      const std::string& in_strAuthorization)
 {
     if (m_pLeg == nullptr)
     {
@@ -259,15 +292,25 @@ bool DialogCore::send(ClientRequest& in_request, sip_method_t in_method, const c
                         in_method == sip_method_refer || in_method == sip_method_notify;
     const OutgoingParts parts(home, in_hMessage, target ? m_strContact : std::string());
     const bool made = in_request.take(nta_outgoing_tcreate(
-        m_pLeg, &OutgoingHandler::callback, &in_request, nullptr, in_method, in_szMethod, nullptr,
+        m_pLeg,
+        &OutgoingHandler::callback,
+        &in_request,
+        nullptr,
+        in_method,
+        in_szMethod,
+        nullptr,
         TAG_IF(!in_strAuthorization.empty(), SIPTAG_HEADER_STR(in_strAuthorization.c_str())),
         TAG_IF(parts.hasHeaders(), SIPTAG_HEADER_STR(parts.headers())),
-        TAG_IF(parts.hasBody(), SIPTAG_PAYLOAD(parts.body())), TPTAG_IDENT(m_strPort.c_str()), TAG_END()));
+        TAG_IF(parts.hasBody(), SIPTAG_PAYLOAD(parts.body())),
+        TPTAG_IDENT(m_strPort.c_str()),
+        TAG_END()));
     su_home_deinit(home);
     return made;
 }
 
-void DialogCore::rememberInvite(std::uint32_t in_uiCSeq, std::string in_strBranch, std::string in_strAuthorization)
+void DialogCore::rememberInvite(std::uint32_t in_uiCSeq,
+                                std::string in_strBranch,
+                                std::string in_strAuthorization)
 {
     m_uiAckCSeq = in_uiCSeq;
     m_strAckBranch = std::move(in_strBranch);
@@ -287,11 +330,19 @@ void DialogCore::sendAck(const DsHandle<DsSipMessage>& in_hAck)
     const std::string cseq = std::to_string(m_uiAckCSeq) + " ACK";
     // The branch tells the base library which INVITE is meant; without it, it insists on finding that INVITE.
     nta_outgoing_t* const ack = nta_outgoing_tcreate(
-        m_pLeg, nullptr, nullptr, nullptr, SIP_METHOD_ACK, nullptr, SIPTAG_CSEQ_STR(cseq.c_str()),
+        m_pLeg,
+        nullptr,
+        nullptr,
+        nullptr,
+        SIP_METHOD_ACK,
+        nullptr,
+        SIPTAG_CSEQ_STR(cseq.c_str()),
         NTATAG_ACK_BRANCH(m_strAckBranch.c_str()),
         TAG_IF(!m_strAckAuthorization.empty(), SIPTAG_HEADER_STR(m_strAckAuthorization.c_str())),
         TAG_IF(parts.hasHeaders(), SIPTAG_HEADER_STR(parts.headers())),
-        TAG_IF(parts.hasBody(), SIPTAG_PAYLOAD(parts.body())), TPTAG_IDENT(m_strPort.c_str()), TAG_END());
+        TAG_IF(parts.hasBody(), SIPTAG_PAYLOAD(parts.body())),
+        TPTAG_IDENT(m_strPort.c_str()),
+        TAG_END());
     su_home_deinit(home);
     // It stays in the base library to acknowledge further copies of the 2xx.
     nta_outgoing_destroy(ack);
@@ -392,35 +443,38 @@ int DialogCore::onOtherRequest(nta_incoming_t* in_pIrq, const sip_t* in_pSip)
     const auto transaction = ServerTransactionCore::create(m_agent, in_pIrq, request);
     switch (in_pSip->sip_request->rq_method)
     {
-    case sip_method_refer:
-    {
-        const auto hosts = SipAgent::unknownHosts(
-            {in_pSip->sip_refer_to != nullptr ? in_pSip->sip_refer_to->r_url : nullptr, in_pSip->sip_from->a_url,
-             in_pSip->sip_to->a_url});
-        if (hosts.empty())
+        case sip_method_refer:
         {
-            m_pOwner->onDialogRefer(*this, transaction, request);
-            break;
-        }
-        m_agent.prefetchHosts(hosts, [self = shared_from_this(), transaction, request] {
-            if (self->m_pOwner != nullptr)
+            const auto hosts = SipAgent::unknownHosts(
+                {in_pSip->sip_refer_to != nullptr ? in_pSip->sip_refer_to->r_url : nullptr,
+                 in_pSip->sip_from->a_url,
+                 in_pSip->sip_to->a_url});
+            if (hosts.empty())
             {
-                self->m_pOwner->onDialogRefer(*self, transaction, request);
+                m_pOwner->onDialogRefer(*this, transaction, request);
+                break;
             }
-        });
-        break;
-    }
-    case sip_method_notify:
-        if (in_pSip->sip_event != nullptr && in_pSip->sip_event->o_type != nullptr &&
-            su_casematch(in_pSip->sip_event->o_type, "refer") != 0)
-        {
-            m_pOwner->onDialogNotify(*this, transaction, request);
+            m_agent.prefetchHosts(hosts,
+                                  [self = shared_from_this(), transaction, request]
+                                  {
+                                      if (self->m_pOwner != nullptr)
+                                      {
+                                          self->m_pOwner->onDialogRefer(*self, transaction, request);
+                                      }
+                                  });
             break;
         }
-        [[fallthrough]];
-    default:
-        m_pOwner->onDialogRequest(*this, transaction, request);
-        break;
+        case sip_method_notify:
+            if (in_pSip->sip_event != nullptr && in_pSip->sip_event->o_type != nullptr &&
+                su_casematch(in_pSip->sip_event->o_type, "refer") != 0)
+            {
+                m_pOwner->onDialogNotify(*this, transaction, request);
+                break;
+            }
+            [[fallthrough]];
+        default:
+            m_pOwner->onDialogRequest(*this, transaction, request);
+            break;
     }
     return 0;
 }
@@ -523,23 +577,25 @@ void DialogCore::postRequest(const DsHandle<DsSipRequest>& in_hRequest)
         throw DsException("no request to send");
     }
     const auto agent = SipAgent::lock(m_pAgent);
-    agent->post([self = shared_from_this(), in_hRequest] {
-        if (self->m_state != State::eConfirmed)
+    agent->post(
+        [self = shared_from_this(), in_hRequest]
         {
-            return;
-        }
-        const std::string name = in_hRequest->getMethod();
-        const sip_method_t method = sip_method_code(name.c_str());
-        auto request = std::make_unique<ClientRequest>(
-            [core = self.get(), method](const sip_t* in_pSip) { core->onRequestOutcome(method, in_pSip); });
-        ClientRequest& reference = *request;
-        self->m_vRequests.push_back(std::move(request));
-        if (!self->send(reference, method, name.c_str(), in_hRequest))
-        {
-            QLOG_ERROR(s_logger, "cannot send " << name << " in dialog " << self->m_strCallId);
-            self->m_vRequests.pop_back();
-        }
-    });
+            if (self->m_state != State::eConfirmed)
+            {
+                return;
+            }
+            const std::string name = in_hRequest->getMethod();
+            const sip_method_t method = sip_method_code(name.c_str());
+            auto request = std::make_unique<ClientRequest>([core = self.get(), method](const sip_t* in_pSip)
+                                                           { core->onRequestOutcome(method, in_pSip); });
+            ClientRequest& reference = *request;
+            self->m_vRequests.push_back(std::move(request));
+            if (!self->send(reference, method, name.c_str(), in_hRequest))
+            {
+                QLOG_ERROR(s_logger, "cannot send " << name << " in dialog " << self->m_strCallId);
+                self->m_vRequests.pop_back();
+            }
+        });
 }
 
 void DialogCore::postAck(const DsHandle<DsSipAckMessage>& in_hAck)
@@ -550,9 +606,9 @@ void DialogCore::postAck(const DsHandle<DsSipAckMessage>& in_hAck)
         throw DsException("the dialog is over");
     }
     const auto agent = SipAgent::lock(m_pAgent);
-    agent->post([self = shared_from_this(), in_hAck] {
-        self->sendAck(in_hAck.isNil() ? DsHandle<DsSipMessage>() : DsHandle<DsSipMessage>(in_hAck));
-    });
+    agent->post(
+        [self = shared_from_this(), in_hAck]
+        { self->sendAck(in_hAck.isNil() ? DsHandle<DsSipMessage>() : DsHandle<DsSipMessage>(in_hAck)); });
 }
 
 void DialogCore::postByeResponse(const DsHandle<DsSipResponse>& in_hResponse)
@@ -561,7 +617,8 @@ void DialogCore::postByeResponse(const DsHandle<DsSipResponse>& in_hResponse)
     {
         throw DsException("no BYE waits for an answer");
     }
-    SipAgent::lock(m_pAgent)->post([self = shared_from_this(), in_hResponse] { self->answerBye(in_hResponse); });
+    SipAgent::lock(m_pAgent)->post([self = shared_from_this(), in_hResponse]
+                                   { self->answerBye(in_hResponse); });
 }
 
 void DialogCore::postInviteResponse(const DsHandle<DsSipResponse>& in_hResponse)
@@ -570,13 +627,15 @@ void DialogCore::postInviteResponse(const DsHandle<DsSipResponse>& in_hResponse)
     {
         throw DsException("no INVITE of this dialog waits for an answer");
     }
-    SipAgent::lock(m_pAgent)->post([self = shared_from_this(), in_hResponse] {
-        if (self->m_inviteAnswer)
+    SipAgent::lock(m_pAgent)->post(
+        [self = shared_from_this(), in_hResponse]
         {
-            const auto answer = self->m_inviteAnswer;
-            answer(in_hResponse);
-        }
-    });
+            if (self->m_inviteAnswer)
+            {
+                const auto answer = self->m_inviteAnswer;
+                answer(in_hResponse);
+            }
+        });
 }
 
 void DialogCore::postHangup(const DsHandle<DsSipRequest>& in_hBye)
@@ -596,8 +655,9 @@ void DialogCore::setLogger(CallLogger* in_pLogger)
     std::unique_ptr<CallLogger> logger(in_pLogger);
     if (const auto agent = m_pAgent.lock())
     {
-        agent->post([self = shared_from_this(), shared = std::make_shared<std::unique_ptr<CallLogger>>(
-                                                    std::move(logger))] { self->m_pLogger = std::move(*shared); });
+        agent->post([self = shared_from_this(),
+                     shared = std::make_shared<std::unique_ptr<CallLogger>>(std::move(logger))]
+                    { self->m_pLogger = std::move(*shared); });
     }
 }
 

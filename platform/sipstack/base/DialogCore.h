@@ -22,8 +22,9 @@ class CallLogger;
 class DsInetAddress;
 class SipAgent;
 
-/// The stack's side of a dialog: the leg of the base library, and the transactions in it. SIP stack thread, except
-/// where noted. Lives as long as its call or a DsSipDialog holds it; end() releases everything of the base library.
+/// The stack's side of a dialog: the leg of the base library, and the transactions in it. SIP stack thread,
+/// except where noted. Lives as long as its call or a DsSipDialog holds it; end() releases everything of the
+/// base library.
 class DialogCore final : public LegHandler,
                          public IncomingHandler,
                          public std::enable_shared_from_this<DialogCore>
@@ -43,12 +44,18 @@ public:
     DialogCore& operator=(const DialogCore&) = delete;
 
     /// The dialog of an INVITE that was received (RFC 3261 12.1.1): the request gets its To tag here.
-    static std::shared_ptr<DialogCore> fromInvite(SipAgent& in_agent, DialogOwner& in_owner, nta_incoming_t* in_pIrq,
-                                                  const sip_t* in_pSip, const DsInetAddress& in_local);
+    static std::shared_ptr<DialogCore> fromInvite(SipAgent& in_agent,
+                                                  DialogOwner& in_owner,
+                                                  nta_incoming_t* in_pIrq,
+                                                  const sip_t* in_pSip,
+                                                  const DsInetAddress& in_local);
 
     /// The dialog of a response to an INVITE of ours (RFC 3261 12.1.2).
-    static std::shared_ptr<DialogCore> fromResponse(SipAgent& in_agent, DialogOwner& in_owner, const sip_t* in_pSip,
-                                                    const std::string& in_strPort, const std::string& in_strContact);
+    static std::shared_ptr<DialogCore> fromResponse(SipAgent& in_agent,
+                                                    DialogOwner& in_owner,
+                                                    const sip_t* in_pSip,
+                                                    const std::string& in_strPort,
+                                                    const std::string& in_strContact);
 
     const DsHandle<DsSipDialog>& getHandle() const { return m_hDialog; }
     State getState() const { return m_state.load(std::memory_order_acquire); }  // any thread
@@ -114,8 +121,11 @@ private:
     void refreshSession();
     void lose(const char* in_szReason);
     void sendReinvite(const DsHandle<DsSipInviteMessage>& in_hInvite);
-    bool send(ClientRequest& in_request, sip_method_t in_method, const char* in_szMethod,
-              const DsHandle<DsSipMessage>& in_hMessage, const std::string& in_strAuthorization = std::string());
+    bool send(ClientRequest& in_request,
+              sip_method_t in_method,
+              const char* in_szMethod,
+              const DsHandle<DsSipMessage>& in_hMessage,
+              const std::string& in_strAuthorization = std::string());
     void checkNotEnded() const;
     std::string target() const;
 

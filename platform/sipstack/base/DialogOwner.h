@@ -29,22 +29,30 @@ public:
     /// The layer has ended the dialog of itself; its BYE is on its way, and its answer is of no interest.
     virtual void onDialogLost(DialogCore& in_dialog) = 0;
 
-    virtual void onDialogRequest(DialogCore& in_dialog, const DsHandle<DsSipServerTransaction>& in_hTransaction,
+    virtual void onDialogRequest(DialogCore& in_dialog,
+                                 const DsHandle<DsSipServerTransaction>& in_hTransaction,
                                  const DsHandle<DsSipRequest>& in_hRequest) = 0;
-    virtual void onDialogRefer(DialogCore& in_dialog, const DsHandle<DsSipServerTransaction>& in_hTransaction,
+    virtual void onDialogRefer(DialogCore& in_dialog,
+                               const DsHandle<DsSipServerTransaction>& in_hTransaction,
                                const DsHandle<DsSipRequest>& in_hRequest) = 0;
-    virtual void onDialogNotify(DialogCore& in_dialog, const DsHandle<DsSipServerTransaction>& in_hTransaction,
+    virtual void onDialogNotify(DialogCore& in_dialog,
+                                const DsHandle<DsSipServerTransaction>& in_hTransaction,
                                 const DsHandle<DsSipRequest>& in_hRequest) = 0;
-    virtual void onDialogReferResponse(DialogCore& in_dialog, const DsHandle<DsSipResponse>& in_hResponse) = 0;
-    virtual void onDialogNotifyResponse(DialogCore& in_dialog, const DsHandle<DsSipResponse>& in_hResponse) = 0;
+    virtual void onDialogReferResponse(DialogCore& in_dialog,
+                                       const DsHandle<DsSipResponse>& in_hResponse) = 0;
+    virtual void onDialogNotifyResponse(DialogCore& in_dialog,
+                                        const DsHandle<DsSipResponse>& in_hResponse) = 0;
     virtual void onDialogReinvite(DialogCore& in_dialog, const DsHandle<DsSipInviteMessage>& in_hInvite) = 0;
     virtual void onDialogReinviteCancel(DialogCore& in_dialog, const DsHandle<DsSipRequest>& in_hCancel) = 0;
-    virtual void onDialogReinviteResponse(DialogCore& in_dialog, const DsHandle<DsSipResponse>& in_hResponse) = 0;
+    virtual void onDialogReinviteResponse(DialogCore& in_dialog,
+                                          const DsHandle<DsSipResponse>& in_hResponse) = 0;
     virtual void onDialogReinviteAck(DialogCore& in_dialog, const DsHandle<DsSipAckMessage>& in_hAck) = 0;
-    virtual void onDialogReinviteTimeOut(DialogCore& in_dialog, const DsHandle<DsSipInviteMessage>& in_hInvite) = 0;
+    virtual void onDialogReinviteTimeOut(DialogCore& in_dialog,
+                                         const DsHandle<DsSipInviteMessage>& in_hInvite) = 0;
     virtual void onDialogSessionTimeOut(DialogCore& in_dialog) = 0;
     virtual void onDialogSessionRefresh(DialogCore& in_dialog) = 0;
-    virtual void onDialogReplaces(DialogCore& in_replaced, DialogCore& in_new,
+    virtual void onDialogReplaces(DialogCore& in_replaced,
+                                  DialogCore& in_new,
                                   const DsHandle<DsSipInviteMessage>& in_hInvite) = 0;
 
     /// An INVITE that offers a new dialog in the place of one of the owner's; the result is as LegHandler's.

@@ -34,8 +34,8 @@ int DialogCore::onReinvite(nta_incoming_t* in_pIrq, const sip_t* in_pSip)
     if (m_pOwner->isInviteUnfinished(*this) || (m_pReinviteIrq != nullptr && !m_bReinviteAnswered))
     {
         const std::string retryAfter = std::to_string(randomUpTo(10));
-        nta_incoming_treply(in_pIrq, SIP_500_INTERNAL_SERVER_ERROR, SIPTAG_RETRY_AFTER_STR(retryAfter.c_str()),
-                            TAG_END());
+        nta_incoming_treply(
+            in_pIrq, SIP_500_INTERNAL_SERVER_ERROR, SIPTAG_RETRY_AFTER_STR(retryAfter.c_str()), TAG_END());
         return 500;
     }
     if (m_bOurReinvitePending && m_pOurReinvite)
@@ -53,11 +53,14 @@ int DialogCore::onReinvite(nta_incoming_t* in_pIrq, const sip_t* in_pSip)
     {
         refreshTarget(in_pSip, false);
     }
-    m_reinviteTimer.start(m_agent.thread(), m_agent.timerCMs(), [this] {
-        const auto self = shared_from_this();
-        nta_incoming_treply(m_pReinviteIrq, SIP_500_INTERNAL_SERVER_ERROR, TAG_END());
-        finishReinvite();
-    });
+    m_reinviteTimer.start(m_agent.thread(),
+                          m_agent.timerCMs(),
+                          [this]
+                          {
+                              const auto self = shared_from_this();
+                              nta_incoming_treply(m_pReinviteIrq, SIP_500_INTERNAL_SERVER_ERROR, TAG_END());
+                              finishReinvite();
+                          });
     m_pOwner->onDialogReinvite(*this, m_hReinvite);
     return 0;
 }
@@ -85,7 +88,8 @@ void DialogCore::postReinviteResponse(const DsHandle<DsSipResponse>& in_hRespons
     {
         m_bReinvitePending = false;
     }
-    SipAgent::lock(m_pAgent)->post([self = shared_from_this(), in_hResponse] { self->answerReinvite(in_hResponse); });
+    SipAgent::lock(m_pAgent)->post([self = shared_from_this(), in_hResponse]
+                                   { self->answerReinvite(in_hResponse); });
 }
 
 void DialogCore::answerReinvite(const DsHandle<DsSipResponse>& in_hResponse)
@@ -100,8 +104,8 @@ void DialogCore::answerReinvite(const DsHandle<DsSipResponse>& in_hResponse)
     {
         rememberSdp(in_hResponse);
     }
-    MessageBridge::reply(m_pReinviteIrq, in_hResponse, m_strContact,
-                         accepted ? acceptSession(m_pReinviteIrq) : std::string());
+    MessageBridge::reply(
+        m_pReinviteIrq, in_hResponse, m_strContact, accepted ? acceptSession(m_pReinviteIrq) : std::string());
     if (status >= 300)
     {
         finishReinvite();
@@ -157,10 +161,12 @@ void DialogCore::postReinvite(const DsHandle<DsSipInviteMessage>& in_hInvite)
     {
         throw DsException("another INVITE of the dialog is unanswered");
     }
-    SipAgent::lock(m_pAgent)->post([self = shared_from_this(), in_hInvite] {
-        self->m_bReinviteRetried = false;
-        self->sendReinvite(in_hInvite);
-    });
+    SipAgent::lock(m_pAgent)->post(
+        [self = shared_from_this(), in_hInvite]
+        {
+            self->m_bReinviteRetried = false;
+            self->sendReinvite(in_hInvite);
+        });
 }
 
 void DialogCore::sendReinvite(const DsHandle<DsSipInviteMessage>& in_hInvite)
@@ -173,7 +179,9 @@ void DialogCore::sendReinvite(const DsHandle<DsSipInviteMessage>& in_hInvite)
     {
         m_pOurReinvite =
             std::make_unique<ClientRequest>([this](const sip_t* in_pSip) { onReinviteOutcome(in_pSip); });
-        sent = send(*m_pOurReinvite, SIP_METHOD_INVITE, DsHandle<DsSipMessage>(in_hInvite),
+        sent = send(*m_pOurReinvite,
+                    SIP_METHOD_INVITE,
+                    DsHandle<DsSipMessage>(in_hInvite),
                     m_session.getInterval() == 0 ? std::string() : m_session.refreshHeaders());
     }
     if (!sent)
@@ -260,7 +268,8 @@ void DialogCore::onReinviteOutcome(const sip_t* in_pSip)
     }
 }
 
-// ---- the session timer ----------------------------------------------------------------------------------------------
+// ---- the session timer
+// ----------------------------------------------------------------------------------------------
 
 std::string DialogCore::acceptSession(nta_incoming_t* in_pIrq)
 {
@@ -298,14 +307,16 @@ void DialogCore::refreshSession()
     if (m_bUpdateAllowed)
     {
         auto request = std::make_unique<ClientRequest>(nullptr);
-        request->setCallback([this](const sip_t* in_pSip) {
-            if (!ClientRequest::isInternal(in_pSip) && in_pSip->sip_status->st_status >= 200 &&
-                in_pSip->sip_status->st_status < 300)
+        request->setCallback(
+            [this](const sip_t* in_pSip)
             {
-                m_session.agree(in_pSip, m_agent.config());
-            }
-            onRequestOutcome(sip_method_update, in_pSip);
-        });
+                if (!ClientRequest::isInternal(in_pSip) && in_pSip->sip_status->st_status >= 200 &&
+                    in_pSip->sip_status->st_status < 300)
+                {
+                    m_session.agree(in_pSip, m_agent.config());
+                }
+                onRequestOutcome(sip_method_update, in_pSip);
+            });
         ClientRequest& reference = *request;
         m_vRequests.push_back(std::move(request));
         if (!send(reference, SIP_METHOD_UPDATE, DsHandle<DsSipMessage>(), m_session.refreshHeaders()))

@@ -27,7 +27,9 @@ StaticLogger s_logger("quorvex.sip.IncomingCall");
 
 }  // namespace
 
-IncomingCallCore::IncomingCallCore(SipAgent& in_agent) : CallCore(in_agent) {}
+IncomingCallCore::IncomingCallCore(SipAgent& in_agent) : CallCore(in_agent)
+{
+}
 IncomingCallCore::~IncomingCallCore() = default;
 
 int IncomingCallCore::begin(SipAgent& in_agent, nta_incoming_t* in_pIrq, const sip_t* in_pSip)
@@ -48,14 +50,19 @@ int IncomingCallCore::begin(SipAgent& in_agent, nta_incoming_t* in_pIrq, const s
     core->m_hCall = call;
     core->m_pIrq = in_pIrq;
     core->m_bRequires100rel = sip_has_feature(in_pSip->sip_require, "100rel") != 0;
-    core->m_bSupports100rel = core->m_bRequires100rel || sip_has_feature(in_pSip->sip_supported, "100rel") != 0;
+    core->m_bSupports100rel =
+        core->m_bRequires100rel || sip_has_feature(in_pSip->sip_supported, "100rel") != 0;
     call->m_pCore = core;
     in_agent.addCall(core);
     nta_incoming_bind(in_pIrq, &IncomingHandler::callback, core.get());
-    core->m_timer.start(in_agent.thread(), in_agent.timerCMs(), [p = core.get()] {
-        QLOG_INFO(s_logger, "call " << p->m_pDialog->getCallId() << " was not answered in time");
-        p->refuse(SIP_480_TEMPORARILY_UNAVAILABLE);
-    });
+    core->m_timer.start(in_agent.thread(),
+                        in_agent.timerCMs(),
+                        [p = core.get()]
+                        {
+                            QLOG_INFO(s_logger,
+                                      "call " << p->m_pDialog->getCallId() << " was not answered in time");
+                            p->refuse(SIP_480_TEMPORARILY_UNAVAILABLE);
+                        });
     core->reports().called(call, invite);
     return 0;
 }
@@ -95,9 +102,8 @@ void IncomingCallCore::postAnswer(const DsHandle<DsSipResponse>& in_hResponse, b
         throw DsException("the INVITE has its final response already");
     }
     SipAgent::lock(m_pAgent)->post(
-        [self = std::static_pointer_cast<IncomingCallCore>(shared_from_this()), in_hResponse, in_bReliable] {
-            self->answer(in_hResponse, in_bReliable);
-        });
+        [self = std::static_pointer_cast<IncomingCallCore>(shared_from_this()), in_hResponse, in_bReliable]
+        { self->answer(in_hResponse, in_bReliable); });
 }
 
 void IncomingCallCore::postHangup()
@@ -105,8 +111,8 @@ void IncomingCallCore::postHangup()
     m_bFinalAsked = true;
     if (const auto agent = m_pAgent.lock())
     {
-        agent->post(
-            [self = std::static_pointer_cast<IncomingCallCore>(shared_from_this())] { self->hangup(); });
+        agent->post([self = std::static_pointer_cast<IncomingCallCore>(shared_from_this())]
+                    { self->hangup(); });
     }
 }
 
@@ -133,7 +139,8 @@ void IncomingCallCore::answer(const DsHandle<DsSipResponse>& in_hResponse, bool 
     {
         m_pDialog->rememberSdp(in_hResponse);
     }
-    MessageBridge::reply(m_pIrq, in_hResponse,
+    MessageBridge::reply(m_pIrq,
+                         in_hResponse,
                          status > 100 && status < 300 ? m_pDialog->getContact() : std::string(),
                          status >= 200 && status < 300 ? m_pDialog->acceptSession(m_pIrq) : std::string());
     if (status >= 300)
@@ -159,7 +166,8 @@ void IncomingCallCore::sendReliable(const DsHandle<DsSipResponse>& in_hResponse)
     m_pReliable = MessageBridge::replyReliably(m_pIrq, *this, in_hResponse, m_pDialog->getContact());
     if (m_pReliable == nullptr)
     {
-        QLOG_ERROR(s_logger, "cannot send a reliable provisional response in call " << m_pDialog->getCallId());
+        QLOG_ERROR(s_logger,
+                   "cannot send a reliable provisional response in call " << m_pDialog->getCallId());
     }
 }
 
@@ -278,21 +286,21 @@ void IncomingCallCore::hangup()
     const auto self = shared_from_this();
     switch (m_state)
     {
-    case State::eProceeding:
-        refuse(SIP_480_TEMPORARILY_UNAVAILABLE);
-        break;
-    case State::eAccepted:
-        m_bHangupDue = true;
-        break;
-    case State::eConfirmed:
-        m_state = State::eEnding;
-        m_pDialog->hangup(DsHandle<DsSipRequest>());
-        break;
-    case State::eEnding:
-        m_pDialog->hangup(DsHandle<DsSipRequest>());
-        break;
-    case State::eClosed:
-        break;
+        case State::eProceeding:
+            refuse(SIP_480_TEMPORARILY_UNAVAILABLE);
+            break;
+        case State::eAccepted:
+            m_bHangupDue = true;
+            break;
+        case State::eConfirmed:
+            m_state = State::eEnding;
+            m_pDialog->hangup(DsHandle<DsSipRequest>());
+            break;
+        case State::eEnding:
+            m_pDialog->hangup(DsHandle<DsSipRequest>());
+            break;
+        case State::eClosed:
+            break;
     }
 }
 
@@ -364,7 +372,8 @@ void IncomingCallCore::abort()
     close();
 }
 
-// ---- what the dialog reports --------------------------------------------------------------------------------------
+// ---- what the dialog reports
+// --------------------------------------------------------------------------------------
 
 void IncomingCallCore::onDialogBye(DialogCore& in_dialog, const DsHandle<DsSipMessage>& in_hBye)
 {
@@ -397,7 +406,8 @@ void IncomingCallCore::onDialogByeAnswered(DialogCore& in_dialog, const DsHandle
     }
     else
     {
-        std::erase_if(m_vReplaced, [&](const auto& in_pReplaced) { return in_pReplaced.get() == &in_dialog; });
+        std::erase_if(m_vReplaced,
+                      [&](const auto& in_pReplaced) { return in_pReplaced.get() == &in_dialog; });
     }
 }
 
@@ -409,7 +419,8 @@ void IncomingCallCore::onDialogEnded(DialogCore& in_dialog)
     }
     else
     {
-        std::erase_if(m_vReplaced, [&](const auto& in_pReplaced) { return in_pReplaced.get() == &in_dialog; });
+        std::erase_if(m_vReplaced,
+                      [&](const auto& in_pReplaced) { return in_pReplaced.get() == &in_dialog; });
     }
 }
 
@@ -422,19 +433,22 @@ void IncomingCallCore::onDialogLost(DialogCore& in_dialog)
     }
 }
 
-void IncomingCallCore::onDialogRequest(DialogCore&, const DsHandle<DsSipServerTransaction>& in_hTransaction,
+void IncomingCallCore::onDialogRequest(DialogCore&,
+                                       const DsHandle<DsSipServerTransaction>& in_hTransaction,
                                        const DsHandle<DsSipRequest>& in_hRequest)
 {
     reports().unknownRequest(m_hCall, in_hTransaction, in_hRequest);
 }
 
-void IncomingCallCore::onDialogRefer(DialogCore&, const DsHandle<DsSipServerTransaction>& in_hTransaction,
+void IncomingCallCore::onDialogRefer(DialogCore&,
+                                     const DsHandle<DsSipServerTransaction>& in_hTransaction,
                                      const DsHandle<DsSipRequest>& in_hRequest)
 {
     reports().referRequest(m_hCall, in_hTransaction, in_hRequest);
 }
 
-void IncomingCallCore::onDialogNotify(DialogCore&, const DsHandle<DsSipServerTransaction>& in_hTransaction,
+void IncomingCallCore::onDialogNotify(DialogCore&,
+                                      const DsHandle<DsSipServerTransaction>& in_hTransaction,
                                       const DsHandle<DsSipRequest>& in_hRequest)
 {
     reports().notifyRequest(m_hCall, in_hTransaction, in_hRequest);
@@ -485,7 +499,8 @@ void IncomingCallCore::onDialogSessionRefresh(DialogCore&)
     reports().onSessionRefreshTime(m_hCall);
 }
 
-void IncomingCallCore::onDialogReplaces(DialogCore& in_replaced, DialogCore& in_new,
+void IncomingCallCore::onDialogReplaces(DialogCore& in_replaced,
+                                        DialogCore& in_new,
                                         const DsHandle<DsSipInviteMessage>& in_hInvite)
 {
     reports().replacesDialog(m_hCall, in_replaced.getHandle(), in_new.getHandle(), in_hInvite);

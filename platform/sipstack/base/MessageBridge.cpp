@@ -40,8 +40,8 @@ DsInetAddress addressOf(const sockaddr* in_pAddress)
     return address;
 }
 
-// The local address from which the system reaches a peer: where a message of that peer came in on a port that is
-// bound to every address.
+// The local address from which the system reaches a peer: where a message of that peer came in on a port that
+// is bound to every address.
 DsInetAddress localAddressFor(const su_sockaddr_t* in_pPeer, std::uint16_t in_uiPort)
 {
     DsInetAddress address;
@@ -50,7 +50,8 @@ DsInetAddress localAddressFor(const su_sockaddr_t* in_pPeer, std::uint16_t in_ui
     {
         return address;
     }
-    const socklen_t length = in_pPeer->su_sa.sa_family == AF_INET ? sizeof(sockaddr_in) : sizeof(sockaddr_in6);
+    const socklen_t length =
+        in_pPeer->su_sa.sa_family == AF_INET ? sizeof(sockaddr_in) : sizeof(sockaddr_in6);
     sockaddr_storage local{};
     socklen_t localLength = sizeof local;
     if (::connect(fd, &in_pPeer->su_sa, length) == 0 &&
@@ -68,26 +69,44 @@ bool isOwnedByStack(int in_iID)
 {
     switch (in_iID)
     {
-    case DsSipHeaderID::eVIA:
-    case DsSipHeaderID::eFROM:
-    case DsSipHeaderID::eTO:
-    case DsSipHeaderID::eCALL_ID:
-    case DsSipHeaderID::eCSEQ:
-    case DsSipHeaderID::eRECORD_ROUTE:
-    case DsSipHeaderID::eMAX_FORWARDS:
-    case DsSipHeaderID::eCONTENT_LENGTH:
-    case DsSipHeaderID::eRSEQ:
-    case DsSipHeaderID::eTIMESTAMP:
-        return true;
-    default:
-        return false;
+        case DsSipHeaderID::eVIA:
+        case DsSipHeaderID::eFROM:
+        case DsSipHeaderID::eTO:
+        case DsSipHeaderID::eCALL_ID:
+        case DsSipHeaderID::eCSEQ:
+        case DsSipHeaderID::eRECORD_ROUTE:
+        case DsSipHeaderID::eMAX_FORWARDS:
+        case DsSipHeaderID::eCONTENT_LENGTH:
+        case DsSipHeaderID::eRSEQ:
+        case DsSipHeaderID::eTIMESTAMP:
+            return true;
+        default:
+            return false;
     }
+}
+
+/// A header line as the base library prints it.
+std::string printed(const sip_header_t* in_pHeader)
+{
+    std::string line(512, '\0');
+    const auto* const header = reinterpret_cast<const msg_header_t*>(in_pHeader);
+    issize_t length = msg_header_e(line.data(), static_cast<isize_t>(line.size()), header, 0);
+    if (length >= static_cast<issize_t>(line.size()))
+    {
+        line.resize(static_cast<std::size_t>(length) + 1);
+        length = msg_header_e(line.data(), static_cast<isize_t>(line.size()), header, 0);
+    }
+    line.resize(length > 0 ? static_cast<std::size_t>(length) : 0);
+    return line;
 }
 
 }  // namespace
 
-OutgoingParts::OutgoingParts(su_home_t* in_pHome, const DsHandle<DsSipMessage>& in_hMessage,
-                             const std::string& in_strContact, Routes in_routes, const std::string& in_strExtra)
+OutgoingParts::OutgoingParts(su_home_t* in_pHome,
+                             const DsHandle<DsSipMessage>& in_hMessage,
+                             const std::string& in_strContact,
+                             Routes in_routes,
+                             const std::string& in_strExtra)
     : m_strHeaders(in_strExtra)
 {
     bool contact = in_strContact.empty();
@@ -98,7 +117,8 @@ OutgoingParts::OutgoingParts(su_home_t* in_pHome, const DsHandle<DsSipMessage>& 
         {
             const DsSipMessage::HeaderLine line = in_hMessage->getHeaderAt(i);
             contact = contact || line.m_iID == DsSipHeaderID::eCONTACT;
-            if (isOwnedByStack(line.m_iID) || (line.m_iID == DsSipHeaderID::eROUTE && in_routes == Routes::eSkip))
+            if (isOwnedByStack(line.m_iID) ||
+                (line.m_iID == DsSipHeaderID::eROUTE && in_routes == Routes::eSkip))
             {
                 continue;
             }
@@ -146,23 +166,37 @@ DsHandle<DsSipMessage> MessageBridge::build(msg_t* in_pMsg, tport_t* in_pTranspo
         {
             uri = start.substr(begin + 1, end - begin - 1);
             const std::size_t text = uri.find_first_not_of(' ');
-            uri = text == std::string_view::npos ? uri : uri.substr(text, uri.find_last_not_of(' ') - text + 1);
+            uri =
+                text == std::string_view::npos ? uri : uri.substr(text, uri.find_last_not_of(' ') - text + 1);
         }
     }
     DsSipMessageBuilder builder =
         sip->sip_request != nullptr
             ? DsSipMessageBuilder(sip->sip_request->rq_method_name, uri, bytes)
             : DsSipMessageBuilder(static_cast<unsigned int>(sip->sip_status->st_status),
-                                  sip->sip_status->st_phrase != nullptr ? sip->sip_status->st_phrase : "", bytes);
+                                  sip->sip_status->st_phrase != nullptr ? sip->sip_status->st_phrase : "",
+                                  bytes);
     const sip_header_t* const payload = reinterpret_cast<const sip_header_t*>(sip->sip_payload);
     const sip_header_t* const separator = reinterpret_cast<const sip_header_t*>(sip->sip_separator);
-    for (const sip_header_t* h = head == nullptr ? nullptr : reinterpret_cast<const sip_header_t*>(head->sh_succ);
-         h != nullptr; h = reinterpret_cast<const sip_header_t*>(h->sh_succ))
+    for (const sip_header_t* h = head == nullptr ? nullptr
+                                                 : reinterpret_cast<const sip_header_t*>(head->sh_succ);
+         h != nullptr;
+         h = reinterpret_cast<const sip_header_t*>(h->sh_succ))
     {
-        // The second and later values of a list have no text of their own.
-        if (h->sh_len != 0 && h != payload && h != separator)
+        if (h == payload || h == separator)
+        {
+            continue;
+        }
+        if (h->sh_len != 0)
         {
             builder.addLine(std::string_view(static_cast<const char*>(h->sh_data), h->sh_len));
+        }
+        else if (h->sh_data == nullptr)
+        {
+            // Changed by the base library, which drops the text then: the topmost Via gets its received and
+            // rport parameters so. (The second and later values of a list have no text either, but say where
+            // it would be.)
+            builder.addLine(printed(h));
         }
     }
     if (sip->sip_payload != nullptr && sip->sip_payload->pl_data != nullptr)
@@ -189,7 +223,8 @@ DsHandle<DsSipMessage> MessageBridge::fromRequest(nta_incoming_t* in_pIrq) const
 {
     msg_t* const msg = nta_incoming_getrequest(in_pIrq);
     tport_t* transport = tport_delivered_by(nta_agent_tports(m_agent.nta()), msg);
-    tport_t* const later = transport == nullptr ? nta_incoming_transport(m_agent.nta(), in_pIrq, msg) : nullptr;
+    tport_t* const later =
+        transport == nullptr ? nta_incoming_transport(m_agent.nta(), in_pIrq, msg) : nullptr;
     transport = transport == nullptr ? later : transport;
     const auto message = build(msg, transport);
     if (later != nullptr)
@@ -203,7 +238,8 @@ DsHandle<DsSipMessage> MessageBridge::fromRequest(nta_incoming_t* in_pIrq) const
 DsHandle<DsSipMessage> MessageBridge::fromAckOrCancel(nta_incoming_t* in_pIrq) const
 {
     msg_t* const msg = nta_incoming_getrequest_ackcancel(in_pIrq);
-    const auto message = build(msg, msg == nullptr ? nullptr : tport_delivered_by(nta_agent_tports(m_agent.nta()), msg));
+    const auto message =
+        build(msg, msg == nullptr ? nullptr : tport_delivered_by(nta_agent_tports(m_agent.nta()), msg));
     msg_destroy(msg);
     return message;
 }
@@ -211,41 +247,57 @@ DsHandle<DsSipMessage> MessageBridge::fromAckOrCancel(nta_incoming_t* in_pIrq) c
 DsHandle<DsSipMessage> MessageBridge::fromResponse(nta_outgoing_t* in_pOrq) const
 {
     msg_t* const msg = nta_outgoing_getresponse(in_pOrq);
-    const auto message = build(msg, msg == nullptr ? nullptr : tport_delivered_by(nta_agent_tports(m_agent.nta()), msg));
+    const auto message =
+        build(msg, msg == nullptr ? nullptr : tport_delivered_by(nta_agent_tports(m_agent.nta()), msg));
     msg_destroy(msg);
     return message;
 }
 
-void MessageBridge::reply(nta_incoming_t* in_pIrq, const DsHandle<DsSipResponse>& in_hResponse,
-                          const std::string& in_strContact, const std::string& in_strExtra)
+void MessageBridge::reply(nta_incoming_t* in_pIrq,
+                          const DsHandle<DsSipResponse>& in_hResponse,
+                          const std::string& in_strContact,
+                          const std::string& in_strExtra)
 {
     su_home_t home[1] = {SU_HOME_INIT(home)};
     const OutgoingParts parts(home, in_hResponse, in_strContact, OutgoingParts::Routes::eSkip, in_strExtra);
     // The phrase is not copied by the base library; it has to live as long as the response is kept.
-    const char* const phrase = SipAgent::keptPhrase(in_hResponse->getStatusCode(), in_hResponse->getReasonPhrase());
-    nta_incoming_treply(in_pIrq, static_cast<int>(in_hResponse->getStatusCode()), phrase,
+    const char* const phrase =
+        SipAgent::keptPhrase(in_hResponse->getStatusCode(), in_hResponse->getReasonPhrase());
+    nta_incoming_treply(in_pIrq,
+                        static_cast<int>(in_hResponse->getStatusCode()),
+                        phrase,
                         TAG_IF(parts.hasHeaders(), SIPTAG_HEADER_STR(parts.headers())),
-                        TAG_IF(parts.hasBody(), SIPTAG_PAYLOAD(parts.body())), TAG_END());
+                        TAG_IF(parts.hasBody(), SIPTAG_PAYLOAD(parts.body())),
+                        TAG_END());
     su_home_deinit(home);
 }
 
-nta_reliable_t* MessageBridge::replyReliably(nta_incoming_t* in_pIrq, ReliableHandler& in_handler,
+nta_reliable_t* MessageBridge::replyReliably(nta_incoming_t* in_pIrq,
+                                             ReliableHandler& in_handler,
                                              const DsHandle<DsSipResponse>& in_hResponse,
                                              const std::string& in_strContact)
 {
     su_home_t home[1] = {SU_HOME_INIT(home)};
     const OutgoingParts parts(home, in_hResponse, in_strContact);
-    const char* const phrase = SipAgent::keptPhrase(in_hResponse->getStatusCode(), in_hResponse->getReasonPhrase());
-    nta_reliable_t* const reliable = nta_reliable_treply(
-        in_pIrq, &ReliableHandler::callback, &in_handler, static_cast<int>(in_hResponse->getStatusCode()), phrase,
-        TAG_IF(parts.hasHeaders(), SIPTAG_HEADER_STR(parts.headers())),
-        TAG_IF(parts.hasBody(), SIPTAG_PAYLOAD(parts.body())), TAG_END());
+    const char* const phrase =
+        SipAgent::keptPhrase(in_hResponse->getStatusCode(), in_hResponse->getReasonPhrase());
+    nta_reliable_t* const reliable =
+        nta_reliable_treply(in_pIrq,
+                            &ReliableHandler::callback,
+                            &in_handler,
+                            static_cast<int>(in_hResponse->getStatusCode()),
+                            phrase,
+                            TAG_IF(parts.hasHeaders(), SIPTAG_HEADER_STR(parts.headers())),
+                            TAG_IF(parts.hasBody(), SIPTAG_PAYLOAD(parts.body())),
+                            TAG_END());
     su_home_deinit(home);
     return reliable;
 }
 
-DsHandle<DsSipRequest> MessageBridge::makeRequest(const std::string& in_strMethod, const std::string& in_strURI,
-                                                  const std::string& in_strFrom, const std::string& in_strTo,
+DsHandle<DsSipRequest> MessageBridge::makeRequest(const std::string& in_strMethod,
+                                                  const std::string& in_strURI,
+                                                  const std::string& in_strFrom,
+                                                  const std::string& in_strTo,
                                                   const std::string& in_strCallId)
 {
     const auto request = DsSipRequest::create(in_strMethod, in_strURI);

@@ -13,8 +13,8 @@ class DsSipRequest;
 class DsSipResponse;
 class SipAgent;
 
-/// What a message of the layer's user adds to one that the base library sends: its headers, without those that the
-/// base library writes itself, and its body. Lives in the home of one call to the base library.
+/// What a message of the layer's user adds to one that the base library sends: its headers, without those
+/// that the base library writes itself, and its body. Lives in the home of one call to the base library.
 class OutgoingParts
 {
 public:
@@ -26,8 +26,10 @@ public:
 
     /// @param in_strContact the Contact for a message that has none; "" for none
     /// @param in_strExtra header lines of the layer's own
-    OutgoingParts(su_home_t* in_pHome, const DsHandle<DsSipMessage>& in_hMessage,
-                  const std::string& in_strContact = std::string(), Routes in_routes = Routes::eSkip,
+    OutgoingParts(su_home_t* in_pHome,
+                  const DsHandle<DsSipMessage>& in_hMessage,
+                  const std::string& in_strContact = std::string(),
+                  Routes in_routes = Routes::eSkip,
                   const std::string& in_strExtra = std::string());
 
     bool hasHeaders() const { return !m_strHeaders.empty(); }
@@ -52,16 +54,21 @@ public:
     DsHandle<DsSipMessage> fromResponse(nta_outgoing_t* in_pOrq) const;
 
     /// Answers a request.
-    static void reply(nta_incoming_t* in_pIrq, const DsHandle<DsSipResponse>& in_hResponse,
+    static void reply(nta_incoming_t* in_pIrq,
+                      const DsHandle<DsSipResponse>& in_hResponse,
                       const std::string& in_strContact = std::string(),
                       const std::string& in_strExtra = std::string());
     /// Answers an INVITE provisionally and reliably; null when that cannot be done.
-    static nta_reliable_t* replyReliably(nta_incoming_t* in_pIrq, ReliableHandler& in_handler,
-                                         const DsHandle<DsSipResponse>& in_hResponse, const std::string& in_strContact);
+    static nta_reliable_t* replyReliably(nta_incoming_t* in_pIrq,
+                                         ReliableHandler& in_handler,
+                                         const DsHandle<DsSipResponse>& in_hResponse,
+                                         const std::string& in_strContact);
 
     /// A request of a dialog, any thread.
-    static DsHandle<DsSipRequest> makeRequest(const std::string& in_strMethod, const std::string& in_strURI,
-                                              const std::string& in_strFrom, const std::string& in_strTo,
+    static DsHandle<DsSipRequest> makeRequest(const std::string& in_strMethod,
+                                              const std::string& in_strURI,
+                                              const std::string& in_strFrom,
+                                              const std::string& in_strTo,
                                               const std::string& in_strCallId);
 
     /// The value of a header, and a URL, as text.

@@ -58,20 +58,25 @@ void OutgoingCallCore::begin(const DsHandle<DsSipOutgoingCall>& in_hCall)
     }
     m_state = State::eResolving;
     std::weak_ptr<CallCore> weak = self;
-    m_agent.resolveDestination(in_hCall->getInvite(), [weak, agent = m_pAgent](const std::string& in_strRoute) {
-        // On a thread of the resolver, or inside this very call.
-        const auto locked = agent.lock();
-        if (!locked)
+    m_agent.resolveDestination(
+        in_hCall->getInvite(),
+        [weak, agent = m_pAgent](const std::string& in_strRoute)
         {
-            return;
-        }
-        locked->post([weak, in_strRoute] {
-            if (const auto core = std::static_pointer_cast<OutgoingCallCore>(weak.lock()))
+            // On a thread of the resolver, or inside this very call.
+            const auto locked = agent.lock();
+            if (!locked)
             {
-                core->send(in_strRoute);
+                return;
             }
+            locked->post(
+                [weak, in_strRoute]
+                {
+                    if (const auto core = std::static_pointer_cast<OutgoingCallCore>(weak.lock()))
+                    {
+                        core->send(in_strRoute);
+                    }
+                });
         });
-    });
 }
 
 void OutgoingCallCore::send(const std::string& in_strRoute)
@@ -91,7 +96,7 @@ void OutgoingCallCore::send(const std::string& in_strRoute)
     m_strRoute = in_strRoute;
     if (m_pLeg == nullptr)
     {
-        m_strPort = m_agent.portFor(invite);
+        m_strPort = m_agent.portFor(invite, in_strRoute);
         m_strContact = m_agent.contactFor(m_strPort, in_strRoute);
         m_uiSessionExpires = m_agent.config().m_uiSessionExpiresS;
         std::string from = invite->getHeaderValue("From");
@@ -101,9 +106,13 @@ void OutgoingCallCore::send(const std::string& in_strRoute)
         }
         const std::string to = invite->getHeaderValue("To");
         const std::string callId = invite->getCallID();
-        m_pLeg = nta_leg_tcreate(m_agent.nta(), &LegHandler::callback, this, SIPTAG_FROM_STR(from.c_str()),
+        m_pLeg = nta_leg_tcreate(m_agent.nta(),
+                                 &LegHandler::callback,
+                                 this,
+                                 SIPTAG_FROM_STR(from.c_str()),
                                  SIPTAG_TO_STR(to.c_str()),
-                                 TAG_IF(!callId.empty(), SIPTAG_CALL_ID_STR(callId.c_str())), TAG_END());
+                                 TAG_IF(!callId.empty(), SIPTAG_CALL_ID_STR(callId.c_str())),
+                                 TAG_END());
     }
     m_pInvite = std::make_unique<ClientRequest>([this](const sip_t* in_pSip) { onResponse(in_pSip); });
     bool made = false;
@@ -111,18 +120,28 @@ void OutgoingCallCore::send(const std::string& in_strRoute)
     if (m_pLeg != nullptr)
     {
         su_home_t home[1] = {SU_HOME_INIT(home)};
-        const OutgoingParts parts(home, invite, m_strContact, OutgoingParts::Routes::eKeep,
+        const OutgoingParts parts(home,
+                                  invite,
+                                  m_strContact,
+                                  OutgoingParts::Routes::eKeep,
                                   SessionTimer::offer(m_agent.config(), m_uiSessionExpires));
         const std::string cseq = std::to_string(m_uiCSeq) + " INVITE";
         const std::string uri = invite->getRequestURI();
         // A numeric route stays out of the message: it is where to send, not a Route header.
         made = m_pInvite->take(nta_outgoing_tcreate(
-            m_pLeg, &OutgoingHandler::callback, m_pInvite.get(), URL_STRING_MAKE(m_strRoute.c_str()), SIP_METHOD_INVITE,
-            URL_STRING_MAKE(uri.c_str()), SIPTAG_CSEQ_STR(cseq.c_str()),
+            m_pLeg,
+            &OutgoingHandler::callback,
+            m_pInvite.get(),
+            URL_STRING_MAKE(m_strRoute.c_str()),
+            SIP_METHOD_INVITE,
+            URL_STRING_MAKE(uri.c_str()),
+            SIPTAG_CSEQ_STR(cseq.c_str()),
             TAG_IF(!m_challenges.getHeaders().empty(), SIPTAG_HEADER_STR(m_challenges.getHeaders().c_str())),
             TAG_IF(parts.hasHeaders(), SIPTAG_HEADER_STR(parts.headers())),
-            TAG_IF(parts.hasBody(), SIPTAG_PAYLOAD(parts.body())), NTATAG_PASS_100(1),
-            TPTAG_IDENT(m_strPort.c_str()), TAG_END()));
+            TAG_IF(parts.hasBody(), SIPTAG_PAYLOAD(parts.body())),
+            NTATAG_PASS_100(1),
+            TPTAG_IDENT(m_strPort.c_str()),
+            TAG_END()));
         su_home_deinit(home);
     }
     if (!made)
@@ -225,15 +244,23 @@ void OutgoingCallCore::sendPrack(DialogCore& in_dialog, const sip_t* in_pSip)
     const std::string rack = std::to_string(in_pSip->sip_rseq->rs_response) + " " +
                              std::to_string(in_pSip->sip_cseq->cs_seq) + " INVITE";
     auto request = std::make_unique<ClientRequest>(nullptr);
-    request->setCallback([this, p = request.get()](const sip_t* in_pAnswer) {
-        if (ClientRequest::isInternal(in_pAnswer) || in_pAnswer->sip_status->st_status >= 200)
+    request->setCallback(
+        [this, p = request.get()](const sip_t* in_pAnswer)
         {
-            m_vPracks.remove_if([p](const auto& in_pRequest) { return in_pRequest.get() == p; });
-        }
-    });
-    if (request->take(nta_outgoing_tcreate(in_dialog.getLeg(), &OutgoingHandler::callback, request.get(), nullptr,
-                                           SIP_METHOD_PRACK, nullptr, SIPTAG_RACK_STR(rack.c_str()),
-                                           TPTAG_IDENT(m_strPort.c_str()), TAG_END())))
+            if (ClientRequest::isInternal(in_pAnswer) || in_pAnswer->sip_status->st_status >= 200)
+            {
+                m_vPracks.remove_if([p](const auto& in_pRequest) { return in_pRequest.get() == p; });
+            }
+        });
+    if (request->take(nta_outgoing_tcreate(in_dialog.getLeg(),
+                                           &OutgoingHandler::callback,
+                                           request.get(),
+                                           nullptr,
+                                           SIP_METHOD_PRACK,
+                                           nullptr,
+                                           SIPTAG_RACK_STR(rack.c_str()),
+                                           TPTAG_IDENT(m_strPort.c_str()),
+                                           TAG_END())))
     {
         m_vPracks.push_back(std::move(request));
     }
@@ -252,7 +279,8 @@ void OutgoingCallCore::onSuccess(const sip_t* in_pSip, const DsHandle<DsSipRespo
     m_pDialog->refreshTarget(in_pSip, true);
     m_pDialog->confirm();
     const char* const branch = nta_outgoing_branch(m_pInvite->get());
-    m_pDialog->rememberInvite(in_pSip->sip_cseq->cs_seq, branch != nullptr ? branch : "", m_challenges.getHeaders());
+    m_pDialog->rememberInvite(
+        in_pSip->sip_cseq->cs_seq, branch != nullptr ? branch : "", m_challenges.getHeaders());
     m_pDialog->rememberSdp(m_hCall->getInvite());
     m_pDialog->agreeSession(in_pSip);
     m_state = State::eConfirmed;
@@ -272,15 +300,19 @@ void OutgoingCallCore::onSuccess(const sip_t* in_pSip, const DsHandle<DsSipRespo
     }
     if (m_bCancelled)
     {
-        m_cancelTimer.start(m_agent.thread(), kCrossingGraceT1 * m_agent.config().m_uiT1Ms, [this] { hangup(); });
+        m_cancelTimer.start(
+            m_agent.thread(), kCrossingGraceT1 * m_agent.config().m_uiT1Ms, [this] { hangup(); });
     }
     reports().succeeded(m_hCall, m_pDialog->getHandle(), in_hResponse);
 }
 
-void OutgoingCallCore::onFailure(int in_iStatus, const sip_t* in_pSip, const DsHandle<DsSipResponse>& in_hResponse)
+void OutgoingCallCore::onFailure(int in_iStatus,
+                                 const sip_t* in_pSip,
+                                 const DsHandle<DsSipResponse>& in_hResponse)
 {
     const auto& invite = m_hCall->getInvite();
-    if (!m_bCancelled && m_challenges.answer(in_hResponse, "INVITE", invite->getRequestURI(), m_agent.config().m_vCredentials))
+    if (!m_bCancelled &&
+        m_challenges.answer(in_hResponse, "INVITE", invite->getRequestURI(), m_agent.config().m_vCredentials))
     {
         // The same call once more, with credentials; what the first attempt made is forgotten.
         ++m_uiCSeq;
@@ -294,7 +326,8 @@ void OutgoingCallCore::onFailure(int in_iStatus, const sip_t* in_pSip, const DsH
     {
         // RFC 4028 section 7.4: once more, with an interval that the far end can take.
         m_bIntervalRaised = true;
-        m_uiSessionExpires = std::max(m_uiSessionExpires, static_cast<unsigned int>(in_pSip->sip_min_se->min_delta));
+        m_uiSessionExpires =
+            std::max(m_uiSessionExpires, static_cast<unsigned int>(in_pSip->sip_min_se->min_delta));
         ++m_uiCSeq;
         forgetDialogs();
         send(m_strRoute);
@@ -326,7 +359,8 @@ void OutgoingCallCore::postHangup()
 {
     if (const auto agent = m_pAgent.lock())
     {
-        agent->post([self = std::static_pointer_cast<OutgoingCallCore>(shared_from_this())] { self->hangup(); });
+        agent->post([self = std::static_pointer_cast<OutgoingCallCore>(shared_from_this())]
+                    { self->hangup(); });
     }
 }
 
@@ -345,9 +379,10 @@ void OutgoingCallCore::cancel()
     m_bCancelled = true;
     m_timerC.stop();
     nta_outgoing_t* const orq = m_pInvite->get();
-    // RFC 3261 9.1: after a CANCEL the final response may never come. Before any provisional response the INVITE's own
-    // time-out comes first.
-    m_cancelTimer.start(m_agent.thread(), m_agent.timeoutMs() + m_agent.config().m_uiT1Ms, [this] { fail(); });
+    // RFC 3261 9.1: after a CANCEL the final response may never come. Before any provisional response the
+    // INVITE's own time-out comes first.
+    m_cancelTimer.start(
+        m_agent.thread(), m_agent.timeoutMs() + m_agent.config().m_uiT1Ms, [this] { fail(); });
     nta_outgoing_tcancel(orq, nullptr, nullptr, TAG_END());
 }
 
@@ -356,21 +391,21 @@ void OutgoingCallCore::hangup()
     const auto self = shared_from_this();
     switch (m_state)
     {
-    case State::eNew:
-    case State::eResolving:
-    case State::eCalling:
-        cancel();
-        break;
-    case State::eConfirmed:
-        m_cancelTimer.stop();
-        m_state = State::eEnding;
-        m_pDialog->hangup(DsHandle<DsSipRequest>());
-        break;
-    case State::eEnding:
-        m_pDialog->hangup(DsHandle<DsSipRequest>());
-        break;
-    case State::eClosed:
-        break;
+        case State::eNew:
+        case State::eResolving:
+        case State::eCalling:
+            cancel();
+            break;
+        case State::eConfirmed:
+            m_cancelTimer.stop();
+            m_state = State::eEnding;
+            m_pDialog->hangup(DsHandle<DsSipRequest>());
+            break;
+        case State::eEnding:
+            m_pDialog->hangup(DsHandle<DsSipRequest>());
+            break;
+        case State::eClosed:
+            break;
     }
 }
 
@@ -442,7 +477,8 @@ int OutgoingCallCore::onLegRequest(nta_leg_t*, nta_incoming_t*, const sip_t*)
     return 481;  // there is no dialog yet, or not the one that is named
 }
 
-// ---- what the dialogs report --------------------------------------------------------------------------------------
+// ---- what the dialogs report
+// --------------------------------------------------------------------------------------
 
 void OutgoingCallCore::takeDialog(const std::shared_ptr<DialogCore>& in_pDialog)
 {
@@ -503,30 +539,35 @@ void OutgoingCallCore::onDialogLost(DialogCore& in_dialog)
     }
 }
 
-void OutgoingCallCore::onDialogRequest(DialogCore& in_dialog, const DsHandle<DsSipServerTransaction>& in_hTransaction,
+void OutgoingCallCore::onDialogRequest(DialogCore& in_dialog,
+                                       const DsHandle<DsSipServerTransaction>& in_hTransaction,
                                        const DsHandle<DsSipRequest>& in_hRequest)
 {
     reports().unknownRequest(m_hCall, in_dialog.getHandle(), in_hTransaction, in_hRequest);
 }
 
-void OutgoingCallCore::onDialogRefer(DialogCore& in_dialog, const DsHandle<DsSipServerTransaction>& in_hTransaction,
+void OutgoingCallCore::onDialogRefer(DialogCore& in_dialog,
+                                     const DsHandle<DsSipServerTransaction>& in_hTransaction,
                                      const DsHandle<DsSipRequest>& in_hRequest)
 {
     reports().referRequest(m_hCall, in_dialog.getHandle(), in_hTransaction, in_hRequest);
 }
 
-void OutgoingCallCore::onDialogNotify(DialogCore& in_dialog, const DsHandle<DsSipServerTransaction>& in_hTransaction,
+void OutgoingCallCore::onDialogNotify(DialogCore& in_dialog,
+                                      const DsHandle<DsSipServerTransaction>& in_hTransaction,
                                       const DsHandle<DsSipRequest>& in_hRequest)
 {
     reports().notifyRequest(m_hCall, in_dialog.getHandle(), in_hTransaction, in_hRequest);
 }
 
-void OutgoingCallCore::onDialogReferResponse(DialogCore& in_dialog, const DsHandle<DsSipResponse>& in_hResponse)
+void OutgoingCallCore::onDialogReferResponse(DialogCore& in_dialog,
+                                             const DsHandle<DsSipResponse>& in_hResponse)
 {
     reports().referResponse(m_hCall, in_dialog.getHandle(), in_hResponse);
 }
 
-void OutgoingCallCore::onDialogNotifyResponse(DialogCore& in_dialog, const DsHandle<DsSipResponse>& in_hResponse)
+void OutgoingCallCore::onDialogNotifyResponse(DialogCore& in_dialog,
+                                              const DsHandle<DsSipResponse>& in_hResponse)
 {
     reports().notifyResponse(m_hCall, in_dialog.getHandle(), in_hResponse);
 }
@@ -541,7 +582,8 @@ void OutgoingCallCore::onDialogReinviteCancel(DialogCore& in_dialog, const DsHan
     reports().reinviteCancel(m_hCall, in_dialog.getHandle(), in_hCancel);
 }
 
-void OutgoingCallCore::onDialogReinviteResponse(DialogCore& in_dialog, const DsHandle<DsSipResponse>& in_hResponse)
+void OutgoingCallCore::onDialogReinviteResponse(DialogCore& in_dialog,
+                                                const DsHandle<DsSipResponse>& in_hResponse)
 {
     reports().reinviteResponse(m_hCall, in_dialog.getHandle(), in_hResponse);
 }
@@ -551,7 +593,8 @@ void OutgoingCallCore::onDialogReinviteAck(DialogCore& in_dialog, const DsHandle
     reports().reinviteAck(m_hCall, in_dialog.getHandle(), in_hAck);
 }
 
-void OutgoingCallCore::onDialogReinviteTimeOut(DialogCore& in_dialog, const DsHandle<DsSipInviteMessage>& in_hInvite)
+void OutgoingCallCore::onDialogReinviteTimeOut(DialogCore& in_dialog,
+                                               const DsHandle<DsSipInviteMessage>& in_hInvite)
 {
     reports().reinviteTimeOut(m_hCall, in_dialog.getHandle(), in_hInvite);
 }
@@ -566,7 +609,8 @@ void OutgoingCallCore::onDialogSessionRefresh(DialogCore& in_dialog)
     reports().onSessionRefreshTime(m_hCall, in_dialog.getHandle());
 }
 
-void OutgoingCallCore::onDialogReplaces(DialogCore& in_replaced, DialogCore& in_new,
+void OutgoingCallCore::onDialogReplaces(DialogCore& in_replaced,
+                                        DialogCore& in_new,
                                         const DsHandle<DsSipInviteMessage>& in_hInvite)
 {
     reports().replacesDialog(m_hCall, in_replaced.getHandle(), in_new.getHandle(), in_hInvite);

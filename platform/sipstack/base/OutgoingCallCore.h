@@ -72,22 +72,28 @@ private:
     void onDialogByeAnswered(DialogCore& in_dialog, const DsHandle<DsSipMessage>& in_hResponse) override;
     void onDialogEnded(DialogCore& in_dialog) override;
     void onDialogLost(DialogCore& in_dialog) override;
-    void onDialogRequest(DialogCore& in_dialog, const DsHandle<DsSipServerTransaction>& in_hTransaction,
+    void onDialogRequest(DialogCore& in_dialog,
+                         const DsHandle<DsSipServerTransaction>& in_hTransaction,
                          const DsHandle<DsSipRequest>& in_hRequest) override;
-    void onDialogRefer(DialogCore& in_dialog, const DsHandle<DsSipServerTransaction>& in_hTransaction,
+    void onDialogRefer(DialogCore& in_dialog,
+                       const DsHandle<DsSipServerTransaction>& in_hTransaction,
                        const DsHandle<DsSipRequest>& in_hRequest) override;
-    void onDialogNotify(DialogCore& in_dialog, const DsHandle<DsSipServerTransaction>& in_hTransaction,
+    void onDialogNotify(DialogCore& in_dialog,
+                        const DsHandle<DsSipServerTransaction>& in_hTransaction,
                         const DsHandle<DsSipRequest>& in_hRequest) override;
     void onDialogReferResponse(DialogCore& in_dialog, const DsHandle<DsSipResponse>& in_hResponse) override;
     void onDialogNotifyResponse(DialogCore& in_dialog, const DsHandle<DsSipResponse>& in_hResponse) override;
     void onDialogReinvite(DialogCore& in_dialog, const DsHandle<DsSipInviteMessage>& in_hInvite) override;
     void onDialogReinviteCancel(DialogCore& in_dialog, const DsHandle<DsSipRequest>& in_hCancel) override;
-    void onDialogReinviteResponse(DialogCore& in_dialog, const DsHandle<DsSipResponse>& in_hResponse) override;
+    void onDialogReinviteResponse(DialogCore& in_dialog,
+                                  const DsHandle<DsSipResponse>& in_hResponse) override;
     void onDialogReinviteAck(DialogCore& in_dialog, const DsHandle<DsSipAckMessage>& in_hAck) override;
-    void onDialogReinviteTimeOut(DialogCore& in_dialog, const DsHandle<DsSipInviteMessage>& in_hInvite) override;
+    void onDialogReinviteTimeOut(DialogCore& in_dialog,
+                                 const DsHandle<DsSipInviteMessage>& in_hInvite) override;
     void onDialogSessionTimeOut(DialogCore& in_dialog) override;
     void onDialogSessionRefresh(DialogCore& in_dialog) override;
-    void onDialogReplaces(DialogCore& in_replaced, DialogCore& in_new,
+    void onDialogReplaces(DialogCore& in_replaced,
+                          DialogCore& in_new,
                           const DsHandle<DsSipInviteMessage>& in_hInvite) override;
     bool isInviteUnfinished(const DialogCore& in_dialog) const override;
     bool isInbound() const override { return false; }
@@ -105,7 +111,7 @@ private:
     std::uint32_t m_uiCSeq = 1;
     Challenges m_challenges;
     std::vector<std::shared_ptr<DialogCore>> m_vDialogs;
-    std::shared_ptr<DialogCore> m_pDialog;  // the one of the 2xx
+    std::shared_ptr<DialogCore> m_pDialog;            // the one of the 2xx
     std::map<std::string, std::uint32_t> m_lastRSeq;  // by the far end's tag
     std::list<std::unique_ptr<ClientRequest>> m_vPracks;
     StackTimer m_timerC;

@@ -23,7 +23,8 @@ struct Target
     {
         su_home_t home[1] = {SU_HOME_INIT(home)};
         const url_t* const url = url_hdup(home, URL_STRING_MAKE(in_strUri.c_str())->us_url);
-        if (url != nullptr && (url->url_type == url_sip || url->url_type == url_sips) && url->url_host != nullptr)
+        if (url != nullptr && (url->url_type == url_sip || url->url_type == url_sips) &&
+            url->url_host != nullptr)
         {
             m_strHost = url->url_host;
             m_strPort = url->url_port != nullptr ? url->url_port : "";
@@ -48,8 +49,8 @@ struct Target
     std::string uri(const std::string& in_strAddress) const
     {
         const bool v6 = in_strAddress.find(':') != std::string::npos;
-        return "sip:" + (v6 ? "[" + in_strAddress + "]" : in_strAddress) + (m_strPort.empty() ? "" : ":" + m_strPort) +
-               (m_bTcp ? ";transport=tcp" : ";transport=udp");
+        return "sip:" + (v6 ? "[" + in_strAddress + "]" : in_strAddress) +
+               (m_strPort.empty() ? "" : ":" + m_strPort) + (m_bTcp ? ";transport=tcp" : ";transport=udp");
     }
 
     std::string m_strHost;
@@ -78,49 +79,48 @@ void SipAgent::resolveDestination(const DsHandle<DsSipRequest>& in_hRequest,
         return;
     }
     Net::HostResolver::instance().prefetch(
-        target.m_strHost, std::chrono::milliseconds(m_config.m_uiNameTimeoutMs),
-        [target, callback = std::move(in_callback)](const std::string& in_strAddress) {
-            callback(in_strAddress.empty() ? std::string() : target.uri(in_strAddress));
-        });
+        target.m_strHost,
+        std::chrono::milliseconds(m_config.m_uiNameTimeoutMs),
+        [target, callback = std::move(in_callback)](const std::string& in_strAddress)
+        { callback(in_strAddress.empty() ? std::string() : target.uri(in_strAddress)); });
 }
 
-std::string SipAgent::portFor(const DsHandle<DsSipRequest>& in_hRequest) const
+std::string SipAgent::portFor(const DsHandle<DsSipRequest>& in_hRequest, const std::string& in_strRoute) const
 {
-    const Target route(m_config.m_strOutboundProxy.empty() ? std::string(in_hRequest->getRequestURI())
-                                                           : m_config.m_strOutboundProxy);
+    const Target route(in_strRoute);
     const auto transport = route.m_bTcp ? DsSipTransport::eTCP : DsSipTransport::eUDP;
+    const bool v6 = route.m_strHost.find(':') != std::string::npos;
     std::string contactPort;
     std::string contactHost;
     if (std::string text = in_hRequest->getHeaderValue("Contact"); !text.empty())
     {
         const std::size_t begin = text.find('<');
         const std::size_t end = text.find('>');
-        text = begin != std::string::npos && end != std::string::npos ? text.substr(begin + 1, end - begin - 1) : text;
+        text = begin != std::string::npos && end != std::string::npos
+                   ? text.substr(begin + 1, end - begin - 1)
+                   : text;
         const Target target(text);
         contactHost = target.m_strHost;
         contactPort = target.m_strPort.empty() ? "5060" : target.m_strPort;
     }
-    std::string fallback;
-    std::string samePort;
+    std::string best;
+    int bestScore = 0;
     for (std::size_t i = 0; i < m_config.m_vListenPorts.size(); ++i)
     {
         const DsSipListenPort& port = m_config.m_vListenPorts[i];
-        if (port.m_transport != transport)
+        if (port.m_transport != transport || (port.m_strAddress.find(':') != std::string::npos) != v6)
         {
             continue;
         }
-        const std::string name = "p" + std::to_string(i);
-        if (std::to_string(port.m_uiPort) == contactPort)
+        const bool samePort = std::to_string(port.m_uiPort) == contactPort;
+        const int score = 1 + (samePort ? 1 : 0) + (samePort && port.m_strAddress == contactHost ? 1 : 0);
+        if (score > bestScore)
         {
-            if (port.m_strAddress == contactHost)
-            {
-                return name;
-            }
-            samePort = samePort.empty() ? name : samePort;
+            best = "p" + std::to_string(i);
+            bestScore = score;
         }
-        fallback = fallback.empty() ? name : fallback;
     }
-    return samePort.empty() ? fallback : samePort;
+    return best;
 }
 
 std::string SipAgent::contactFor(const std::string& in_strPort, const std::string& in_strRoute) const
@@ -141,10 +141,12 @@ std::vector<std::string> SipAgent::unknownHosts(const std::vector<const url_t*>&
     std::vector<std::string> hosts;
     for (const url_t* const url : in_vUrls)
     {
-        if (url != nullptr && url->url_host != nullptr && (url->url_type == url_sip || url->url_type == url_sips))
+        if (url != nullptr && url->url_host != nullptr &&
+            (url->url_type == url_sip || url->url_type == url_sips))
         {
             std::string host = url->url_host;
-            if (!Net::HostResolver::isAddress(host) && std::find(hosts.begin(), hosts.end(), host) == hosts.end())
+            if (!Net::HostResolver::isAddress(host) &&
+                std::find(hosts.begin(), hosts.end(), host) == hosts.end())
             {
                 hosts.push_back(std::move(host));
             }
@@ -159,18 +161,19 @@ void SipAgent::prefetchHosts(const std::vector<std::string>& in_vHosts, std::fun
     const auto shared = std::make_shared<std::function<void()>>(std::move(in_function));
     for (const auto& host : in_vHosts)
     {
-        Net::HostResolver::instance().prefetch(
-            host, std::chrono::milliseconds(m_config.m_uiNameTimeoutMs),
-            [left, shared, weak = weak_from_this()](const std::string&) {
-                if (--*left != 0)
-                {
-                    return;
-                }
-                if (const auto agent = weak.lock())
-                {
-                    agent->post([shared] { (*shared)(); });
-                }
-            });
+        Net::HostResolver::instance().prefetch(host,
+                                               std::chrono::milliseconds(m_config.m_uiNameTimeoutMs),
+                                               [left, shared, weak = weak_from_this()](const std::string&)
+                                               {
+                                                   if (--*left != 0)
+                                                   {
+                                                       return;
+                                                   }
+                                                   if (const auto agent = weak.lock())
+                                                   {
+                                                       agent->post([shared] { (*shared)(); });
+                                                   }
+                                               });
     }
 }
 

@@ -16,7 +16,8 @@ ServerTransactionCore::ServerTransactionCore(SipAgent& in_agent, nta_incoming_t*
 
 ServerTransactionCore::~ServerTransactionCore() = default;
 
-DsHandle<DsSipServerTransaction> ServerTransactionCore::create(SipAgent& in_agent, nta_incoming_t* in_pIrq,
+DsHandle<DsSipServerTransaction> ServerTransactionCore::create(SipAgent& in_agent,
+                                                               nta_incoming_t* in_pIrq,
                                                                const DsHandle<DsSipRequest>& in_hRequest)
 {
     const sip_method_t method = nta_incoming_method(in_pIrq);

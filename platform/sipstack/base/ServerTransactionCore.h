@@ -23,7 +23,8 @@ public:
     ServerTransactionCore& operator=(const ServerTransactionCore&) = delete;
 
     /// Makes the pair of core and handle for a request.
-    static DsHandle<DsSipServerTransaction> create(SipAgent& in_agent, nta_incoming_t* in_pIrq,
+    static DsHandle<DsSipServerTransaction> create(SipAgent& in_agent,
+                                                   nta_incoming_t* in_pIrq,
                                                    const DsHandle<DsSipRequest>& in_hRequest);
 
     /// Any thread: the answer is sent on the SIP stack thread. False when the stack is gone.

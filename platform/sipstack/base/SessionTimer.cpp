@@ -23,16 +23,17 @@ std::string SessionTimer::offer(const DsSipStackConfig& in_config, unsigned int 
     {
         return std::string();
     }
-    return "Session-Expires: " + std::to_string(in_uiInterval) + "\r\nMin-SE: " + std::to_string(in_config.m_uiMinSES) +
-           "\r\nSupported: timer\r\n";
+    return "Session-Expires: " + std::to_string(in_uiInterval) +
+           "\r\nMin-SE: " + std::to_string(in_config.m_uiMinSES) + "\r\nSupported: timer\r\n";
 }
 
 std::string SessionTimer::accept(const sip_t* in_pRequest, const DsSipStackConfig& in_config)
 {
     const bool supported = sip_has_feature(in_pRequest->sip_supported, "timer") != 0;
     const sip_session_expires_t* const asked = in_pRequest->sip_session_expires;
-    m_uiInterval = asked != nullptr ? static_cast<unsigned int>(std::min<unsigned long>(asked->x_delta, kLongest))
-                                    : in_config.m_uiSessionExpiresS;
+    m_uiInterval = asked != nullptr
+                       ? static_cast<unsigned int>(std::min<unsigned long>(asked->x_delta, kLongest))
+                       : in_config.m_uiSessionExpiresS;
     if (m_uiInterval == 0)
     {
         stop();
@@ -41,13 +42,15 @@ std::string SessionTimer::accept(const sip_t* in_pRequest, const DsSipStackConfi
     m_uiInterval = std::max(m_uiInterval, in_config.m_uiMinSES);
     if (in_pRequest->sip_min_se != nullptr)
     {
-        m_uiInterval = std::max(m_uiInterval, static_cast<unsigned int>(std::min<unsigned long>(
-                                                  in_pRequest->sip_min_se->min_delta, kLongest)));
+        m_uiInterval = std::max(
+            m_uiInterval,
+            static_cast<unsigned int>(std::min<unsigned long>(in_pRequest->sip_min_se->min_delta, kLongest)));
     }
-    // One that does not know the timer cannot refresh; else the far end does, unless it has said that we shall.
+    // One that does not know the timer cannot refresh; else the far end does, unless it has said that we
+    // shall.
     m_bOurs = !supported || (asked != nullptr && is(asked->x_refresher, "uas"));
-    std::string headers =
-        "Session-Expires: " + std::to_string(m_uiInterval) + (m_bOurs ? ";refresher=uas\r\n" : ";refresher=uac\r\n");
+    std::string headers = "Session-Expires: " + std::to_string(m_uiInterval) +
+                          (m_bOurs ? ";refresher=uas\r\n" : ";refresher=uac\r\n");
     if (!m_bOurs)
     {
         headers += "Require: timer\r\n";

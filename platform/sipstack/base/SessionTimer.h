@@ -10,14 +10,16 @@
 namespace Quorvex
 {
 
-/// The session timer of a dialog (RFC 4028): what was agreed, and the two moments that follow from it. SIP stack
-/// thread.
+/// The session timer of a dialog (RFC 4028): what was agreed, and the two moments that follow from it. SIP
+/// stack thread.
 class SessionTimer
 {
 public:
     /// @param in_onRefresh half of the interval has passed and the refresh is ours to send
     /// @param in_onExpiry the session was not refreshed in time
-    SessionTimer(StackThread& in_thread, std::function<void()> in_onRefresh, std::function<void()> in_onExpiry)
+    SessionTimer(StackThread& in_thread,
+                 std::function<void()> in_onRefresh,
+                 std::function<void()> in_onExpiry)
         : m_thread(in_thread), m_onRefresh(std::move(in_onRefresh)), m_onExpiry(std::move(in_onExpiry))
     {
     }
@@ -25,7 +27,8 @@ public:
     /// The header lines of our requests that may set a timer; "" when we ask for none.
     static std::string offer(const DsSipStackConfig& in_config, unsigned int in_uiInterval);
 
-    /// Our 2xx to a request: agrees on the terms, and gives the header lines for the answer ("" without a timer).
+    /// Our 2xx to a request: agrees on the terms, and gives the header lines for the answer ("" without a
+    /// timer).
     std::string accept(const sip_t* in_pRequest, const DsSipStackConfig& in_config);
 
     /// A 2xx to a request of ours.

@@ -8,12 +8,12 @@
 
 #include "infra/Logger.h"
 #include "sipstack/DsException.h"
+#include "sipstack/DsInetAddress.h"
 #include "sipstack/DsSipAckMessage.h"
 #include "sipstack/DsSipIncomingCall.h"
 #include "sipstack/DsSipInviteMessage.h"
 #include "sipstack/DsSipNewCallinterface.h"
 #include "sipstack/DsSipResponse.h"
-#include "sipstack/DsInetAddress.h"
 #include "sipstack/base/ClientTransactionCore.h"
 #include "sipstack/base/DialogCore.h"
 #include "sipstack/base/IncomingCallCore.h"
@@ -47,7 +47,6 @@ SipAgent::SipAgent(DsSipStackConfig in_config, DsHandle<DsSipNewCallinterface> i
 {
 }
 
-
 std::shared_ptr<SipAgent> SipAgent::lock(const std::weak_ptr<SipAgent>& in_pAgent)
 {
     auto agent = in_pAgent.lock();
@@ -60,7 +59,8 @@ std::shared_ptr<SipAgent> SipAgent::lock(const std::weak_ptr<SipAgent>& in_pAgen
 
 bool SipAgent::start(std::string& out_strError)
 {
-    return m_thread.start([&](su_root_t* in_pRoot) { return open(in_pRoot, out_strError); }, [this] { close(); });
+    return m_thread.start([&](su_root_t* in_pRoot) { return open(in_pRoot, out_strError); },
+                          [this] { close(); });
 }
 
 bool SipAgent::open(su_root_t* in_pRoot, std::string& out_strError)
@@ -112,25 +112,46 @@ bool SipAgent::addPort(su_root_t* in_pRoot, std::size_t in_iPort, std::string& o
     bool ok = false;
     if (m_pNta == nullptr)
     {
-        m_pNta = nta_agent_create(
-            in_pRoot, URL_STRING_MAKE(url.c_str()), nullptr, nullptr, TPTAG_IDENT(name.c_str()), NTATAG_UA(1),
-            NTATAG_CANCEL_487(0), NTATAG_PROGRESS(UINT_MAX), NTATAG_MERGE_482(1), NTATAG_MAXSIZE(m_config.m_uiMaxMessageBytes),
-            NTATAG_SIPFLAGS(MSG_DO_EXTRACT_COPY), NTATAG_UDP_MTU(65535), NTATAG_CLIENT_RPORT(1), NTATAG_SERVER_RPORT(1),
-            NTATAG_SIP_T1(t1), NTATAG_SIP_T2(8 * t1), NTATAG_SIP_T4(10 * t1), NTATAG_SIP_T1X64(64 * t1),
-            NTATAG_USE_NAPTR(1), NTATAG_USE_SRV(1), TPTAG_UDP_RMEM(4 * 1024 * 1024), TPTAG_IDLE(m_config.m_uiTcpIdleMs),
-            TPTAG_TIMEOUT(m_config.m_uiTcpIdleMs), TAG_END());
+        m_pNta = nta_agent_create(in_pRoot,
+                                  URL_STRING_MAKE(url.c_str()),
+                                  nullptr,
+                                  nullptr,
+                                  TPTAG_IDENT(name.c_str()),
+                                  NTATAG_UA(1),
+                                  NTATAG_CANCEL_487(0),
+                                  NTATAG_PROGRESS(UINT_MAX),
+                                  NTATAG_MERGE_482(1),
+                                  NTATAG_MAXSIZE(m_config.m_uiMaxMessageBytes),
+                                  NTATAG_SIPFLAGS(MSG_DO_EXTRACT_COPY),
+                                  NTATAG_UDP_MTU(65535),
+                                  NTATAG_CLIENT_RPORT(1),
+                                  NTATAG_SERVER_RPORT(1),
+                                  NTATAG_SIP_T1(t1),
+                                  NTATAG_SIP_T2(8 * t1),
+                                  NTATAG_SIP_T4(10 * t1),
+                                  NTATAG_SIP_T1X64(64 * t1),
+                                  NTATAG_USE_NAPTR(1),
+                                  NTATAG_USE_SRV(1),
+                                  TPTAG_UDP_RMEM(4 * 1024 * 1024),
+                                  TPTAG_IDLE(m_config.m_uiTcpIdleMs),
+                                  TPTAG_TIMEOUT(m_config.m_uiTcpIdleMs),
+                                  TAG_END());
         ok = m_pNta != nullptr;
     }
     else
     {
-        ok = nta_agent_add_tport(m_pNta, URL_STRING_MAKE(url.c_str()), TPTAG_IDENT(name.c_str()),
-                                 TPTAG_UDP_RMEM(4 * 1024 * 1024), TPTAG_IDLE(m_config.m_uiTcpIdleMs),
-                                 TPTAG_TIMEOUT(m_config.m_uiTcpIdleMs), TAG_END()) >= 0;
+        ok = nta_agent_add_tport(m_pNta,
+                                 URL_STRING_MAKE(url.c_str()),
+                                 TPTAG_IDENT(name.c_str()),
+                                 TPTAG_UDP_RMEM(4 * 1024 * 1024),
+                                 TPTAG_IDLE(m_config.m_uiTcpIdleMs),
+                                 TPTAG_TIMEOUT(m_config.m_uiTcpIdleMs),
+                                 TAG_END()) >= 0;
     }
     if (!ok)
     {
-        out_strError = std::string("cannot listen on ") + transport + ":" + bracketed(port.m_strAddress) + ":" +
-                       std::to_string(port.m_uiPort) + ": " + std::strerror(errno);
+        out_strError = std::string("cannot listen on ") + transport + ":" + bracketed(port.m_strAddress) +
+                       ":" + std::to_string(port.m_uiPort) + ": " + std::strerror(errno);
     }
     return ok;
 }
@@ -146,22 +167,25 @@ void SipAgent::stop(unsigned int in_uiTimeoutMs)
     };
     const auto wait = std::make_shared<Wait>();
     const auto deadline = StackThread::Clock::now() + std::chrono::milliseconds(in_uiTimeoutMs);
-    const auto finish = [wait] {
+    const auto finish = [wait]
+    {
         const std::lock_guard<std::mutex> lock(wait->m_mutex);
         wait->m_bDone = true;
         wait->m_condition.notify_all();
     };
     const auto self = shared_from_this();
-    if (m_thread.post([this, self, finish] {
-            m_vPending.clear();
-            const auto calls = m_calls;
-            for (const auto& [key, call] : calls)
+    if (m_thread.post(
+            [this, self, finish]
             {
-                call->shutdown();
-            }
-            m_onEmpty = finish;
-            checkEmpty();
-        }))
+                m_vPending.clear();
+                const auto calls = m_calls;
+                for (const auto& [key, call] : calls)
+                {
+                    call->shutdown();
+                }
+                m_onEmpty = finish;
+                checkEmpty();
+            }))
     {
         std::unique_lock<std::mutex> lock(wait->m_mutex);
         wait->m_condition.wait_until(lock, deadline, [&] { return wait->m_bDone; });
@@ -340,9 +364,12 @@ int SipAgent::refuse(nta_incoming_t* in_pIrq, int in_iStatus, const char* in_szP
 {
     const std::string retryAfter = std::to_string(m_config.m_uiRetryAfterS);
     ++m_ulRefused;
-    nta_incoming_treply(in_pIrq, in_iStatus, in_szPhrase,
+    nta_incoming_treply(in_pIrq,
+                        in_iStatus,
+                        in_szPhrase,
                         TAG_IF(in_bRetryAfter, SIPTAG_RETRY_AFTER_STR(retryAfter.c_str())),
-                        TAG_IF(in_iStatus == 405, SIPTAG_ALLOW_STR(kAllow)), TAG_END());
+                        TAG_IF(in_iStatus == 405, SIPTAG_ALLOW_STR(kAllow)),
+                        TAG_END());
     return in_iStatus;
 }
 
@@ -360,18 +387,18 @@ int SipAgent::onLegRequest(nta_leg_t*, nta_incoming_t* in_pIrq, const sip_t* in_
     }
     switch (method)
     {
-    case sip_method_bye:
-    case sip_method_info:
-    case sip_method_notify:
-    case sip_method_prack:
-    case sip_method_update:
-        ++m_ulNoDialog;
-        return 481;
-    case sip_method_invite:
-    case sip_method_options:
-        break;
-    default:
-        return refuse(in_pIrq, SIP_405_METHOD_NOT_ALLOWED);
+        case sip_method_bye:
+        case sip_method_info:
+        case sip_method_notify:
+        case sip_method_prack:
+        case sip_method_update:
+            ++m_ulNoDialog;
+            return 481;
+        case sip_method_invite:
+        case sip_method_options:
+            break;
+        default:
+            return refuse(in_pIrq, SIP_405_METHOD_NOT_ALLOWED);
     }
     const url_type_e scheme = static_cast<url_type_e>(in_pSip->sip_request->rq_url->url_type);
     if (scheme != url_sip && scheme != url_sips && scheme != url_tel)
@@ -392,9 +419,14 @@ int SipAgent::onOptions(nta_incoming_t* in_pIrq)
     {
         return refuse(in_pIrq, SIP_503_SERVICE_UNAVAILABLE, true);
     }
-    nta_incoming_treply(in_pIrq, SIP_200_OK, SIPTAG_ALLOW_STR(kAllow), SIPTAG_SUPPORTED_STR("replaces, 100rel, timer"),
-                        SIPTAG_ACCEPT_LANGUAGE_STR("en"), SIPTAG_ACCEPT_ENCODING_STR("identity"),
-                        SIPTAG_ACCEPT_STR("application/sdp"), TAG_END());
+    nta_incoming_treply(in_pIrq,
+                        SIP_200_OK,
+                        SIPTAG_ALLOW_STR(kAllow),
+                        SIPTAG_SUPPORTED_STR("replaces, 100rel, timer"),
+                        SIPTAG_ACCEPT_LANGUAGE_STR("en"),
+                        SIPTAG_ACCEPT_ENCODING_STR("identity"),
+                        SIPTAG_ACCEPT_STR("application/sdp"),
+                        TAG_END());
     return 200;
 }
 
@@ -414,7 +446,8 @@ int SipAgent::onInvite(nta_incoming_t* in_pIrq, const sip_t* in_pSip)
     {
         return refuse(in_pIrq, 400, "Missing Contact Header");
     }
-    if (const int status = nta_check_session_expires(in_pIrq, in_pSip, m_config.m_uiMinSES, TAG_END()); status != 0)
+    if (const int status = nta_check_session_expires(in_pIrq, in_pSip, m_config.m_uiMinSES, TAG_END());
+        status != 0)
     {
         ++m_ulRefused;
         return status;
@@ -482,23 +515,28 @@ void SipAgent::removePending(const PendingInvite& in_pending)
 
 int SipAgent::takeInvite(nta_incoming_t* in_pIrq, const sip_t* in_pSip)
 {
-    const auto hosts = unknownHosts({in_pSip->sip_request->rq_url, in_pSip->sip_from->a_url, in_pSip->sip_to->a_url});
+    const auto hosts =
+        unknownHosts({in_pSip->sip_request->rq_url, in_pSip->sip_from->a_url, in_pSip->sip_to->a_url});
     if (hosts.empty())
     {
         return beginCall(in_pIrq, in_pSip);
     }
     m_vPending.push_back(std::make_unique<PendingInvite>(*this, in_pIrq));
     const PendingInvite* const pending = m_vPending.back().get();
-    prefetchHosts(hosts, [this, pending] {
-        const auto i = std::find_if(m_vPending.begin(), m_vPending.end(),
-                                    [&](const auto& in_pPending) { return in_pPending.get() == pending; });
-        if (i != m_vPending.end())
-        {
-            const auto taken = std::move(*i);
-            m_vPending.erase(i);
-            taken->proceed();
-        }
-    });
+    prefetchHosts(hosts,
+                  [this, pending]
+                  {
+                      const auto i =
+                          std::find_if(m_vPending.begin(),
+                                       m_vPending.end(),
+                                       [&](const auto& in_pPending) { return in_pPending.get() == pending; });
+                      if (i != m_vPending.end())
+                      {
+                          const auto taken = std::move(*i);
+                          m_vPending.erase(i);
+                          taken->proceed();
+                      }
+                  });
     return 0;
 }
 
@@ -525,22 +563,22 @@ int SipAgent::onReplaces(nta_incoming_t* in_pIrq, const sip_t* in_pSip)
     }
     switch (dialog->getState())
     {
-    case DialogCore::State::eEarly:
-        if (dialog->getOwner()->isInbound())
-        {
-            ++m_ulNoDialog;
-            return 481;
-        }
-        break;
-    case DialogCore::State::eConfirmed:
-        if (in_pSip->sip_replaces->rp_early_only != 0)
-        {
-            return refuse(in_pIrq, SIP_486_BUSY_HERE);
-        }
-        break;
-    case DialogCore::State::eEnding:
-    case DialogCore::State::eEnded:
-        return refuse(in_pIrq, SIP_603_DECLINE);
+        case DialogCore::State::eEarly:
+            if (dialog->getOwner()->isInbound())
+            {
+                ++m_ulNoDialog;
+                return 481;
+            }
+            break;
+        case DialogCore::State::eConfirmed:
+            if (in_pSip->sip_replaces->rp_early_only != 0)
+            {
+                return refuse(in_pIrq, SIP_486_BUSY_HERE);
+            }
+            break;
+        case DialogCore::State::eEnding:
+        case DialogCore::State::eEnded:
+            return refuse(in_pIrq, SIP_603_DECLINE);
     }
     return dialog->getOwner()->offerReplaces(*dialog, in_pIrq, in_pSip);
 }

@@ -24,8 +24,8 @@ class DsSipInviteMessage;
 class DsSipRequest;
 class ServerTransactionCore;
 
-/// The base library's agent with its ports, the requests that belong to no dialog, and the tables of what is alive.
-/// SIP stack thread, except where noted.
+/// The base library's agent with its ports, the requests that belong to no dialog, and the tables of what is
+/// alive. SIP stack thread, except where noted.
 class SipAgent final : public LegHandler, public std::enable_shared_from_this<SipAgent>
 {
 public:
@@ -54,21 +54,23 @@ public:
     /// 64 * T1: how long a transaction waits for its other side.
     unsigned int timeoutMs() const { return 64 * m_config.m_uiT1Ms; }
 
-    /// The name of the listen port that a request came in on, by which the base library is told to use it again.
+    /// The name of the listen port that a request came in on, by which the base library is told to use it
+    /// again.
     std::string portOf(nta_incoming_t* in_pIrq) const;
-    /// The name of the port that a request of ours leaves from: the one of its Contact, else the first one of its
-    /// transport.
-    std::string portFor(const DsHandle<DsSipRequest>& in_hRequest) const;
-    /// Where a request of ours is sent: calls back once, with a SIP URI whose host is an address, or with an empty text
-    /// when there is none in time. From inside the call when nothing has to be looked up, else on another thread.
+    /// The name of the port that a request of ours leaves from: of those that reach the route the one of its
+    /// Contact, else the first; "" when none reaches it.
+    std::string portFor(const DsHandle<DsSipRequest>& in_hRequest, const std::string& in_strRoute) const;
+    /// Where a request of ours is sent: calls back once, with a SIP URI whose host is an address, or with an
+    /// empty text when there is none in time. From inside the call when nothing has to be looked up, else on
+    /// another thread.
     void resolveDestination(const DsHandle<DsSipRequest>& in_hRequest,
                             std::function<void(const std::string& in_strRoute)> in_callback) const;
     static std::string newTag();
     void countInviteSent() { ++m_ulInvitesSent; }
     /// The address that a port is bound to; left alone when the name is none of ours.
     void boundAddress(const char* in_szPort, DsInetAddress& out_address) const;
-    /// A reason phrase that lives as long as the program: the one asked for, or the usual one when too many different
-    /// ones have been asked for.
+    /// A reason phrase that lives as long as the program: the one asked for, or the usual one when too many
+    /// different ones have been asked for.
     static const char* keptPhrase(unsigned int in_uiStatusCode, const std::string& in_strPhrase);
     /// The Contact of the layer's own for a port; the local address takes the place of a port's any-address.
     std::string contactFor(const std::string& in_strPort, const DsInetAddress& in_local) const;
@@ -77,8 +79,8 @@ public:
 
     /// The hosts of SIP URIs that are names.
     static std::vector<std::string> unknownHosts(const std::vector<const url_t*>& in_vUrls);
-    /// Looks hosts up, so that who asks for them next finds the answer, good or bad; then runs the function, later and
-    /// on the SIP stack thread.
+    /// Looks hosts up, so that who asks for them next finds the answer, good or bad; then runs the function,
+    /// later and on the SIP stack thread.
     void prefetchHosts(const std::vector<std::string>& in_vHosts, std::function<void()> in_function);
 
     /// False when the request requires what the layer does not have; it has been answered then.
@@ -122,8 +124,10 @@ private:
     std::function<void()> m_onEmpty;  // asked for while stopping
 
     std::unordered_map<const CallCore*, std::shared_ptr<CallCore>> m_calls;
-    std::unordered_map<const ServerTransactionCore*, std::shared_ptr<ServerTransactionCore>> m_serverTransactions;
-    std::unordered_map<const ClientTransactionCore*, std::shared_ptr<ClientTransactionCore>> m_clientTransactions;
+    std::unordered_map<const ServerTransactionCore*, std::shared_ptr<ServerTransactionCore>>
+        m_serverTransactions;
+    std::unordered_map<const ClientTransactionCore*, std::shared_ptr<ClientTransactionCore>>
+        m_clientTransactions;
 
     std::list<std::unique_ptr<PendingInvite>> m_vPending;
 

@@ -33,30 +33,39 @@ int guarded(Function in_function)
 
 }  // namespace
 
-int LegHandler::callback(LegHandler* in_pThis, nta_leg_t* in_pLeg, nta_incoming_t* in_pIrq, const sip_t* in_pSip)
+int LegHandler::callback(LegHandler* in_pThis,
+                         nta_leg_t* in_pLeg,
+                         nta_incoming_t* in_pIrq,
+                         const sip_t* in_pSip)
 {
     return guarded([&] { return in_pThis->onLegRequest(in_pLeg, in_pIrq, in_pSip); });
 }
 
 int IncomingHandler::callback(IncomingHandler* in_pThis, nta_incoming_t* in_pIrq, const sip_t* in_pSip)
 {
-    guarded([&] {
-        in_pThis->onIncoming(in_pIrq, in_pSip);
-        return 0;
-    });
+    guarded(
+        [&]
+        {
+            in_pThis->onIncoming(in_pIrq, in_pSip);
+            return 0;
+        });
     return 0;
 }
 
 int OutgoingHandler::callback(OutgoingHandler* in_pThis, nta_outgoing_t* in_pOrq, const sip_t* in_pSip)
 {
-    guarded([&] {
-        in_pThis->onOutgoing(in_pOrq, in_pSip);
-        return 0;
-    });
+    guarded(
+        [&]
+        {
+            in_pThis->onOutgoing(in_pOrq, in_pSip);
+            return 0;
+        });
     return 0;
 }
 
-int ReliableHandler::callback(ReliableHandler* in_pThis, nta_reliable_t* in_pReliable, nta_incoming_t* in_pIrq,
+int ReliableHandler::callback(ReliableHandler* in_pThis,
+                              nta_reliable_t* in_pReliable,
+                              nta_incoming_t* in_pIrq,
                               const sip_t* in_pSip)
 {
     return guarded([&] { return in_pThis->onPrack(in_pReliable, in_pIrq, in_pSip); });

@@ -1,7 +1,7 @@
 #pragma once
 
-// The one place that includes the SIP base library. Its context types are chosen by macros before the headers, and
-// must be the same in every file of the program.
+// The one place that includes the SIP base library. Its context types are chosen by macros before the
+// headers, and must be the same in every file of the program.
 
 namespace Quorvex
 {
@@ -33,14 +33,17 @@ class ReliableHandler;
 namespace Quorvex
 {
 
-/// Takes the requests of a leg. The result is a final status for the base library to send, or 0 when the handler
-/// answers (now or later) itself.
+/// Takes the requests of a leg. The result is a final status for the base library to send, or 0 when the
+/// handler answers (now or later) itself.
 class LegHandler
 {
 public:
     virtual int onLegRequest(nta_leg_t* in_pLeg, nta_incoming_t* in_pIrq, const sip_t* in_pSip) = 0;
 
-    static int callback(LegHandler* in_pThis, nta_leg_t* in_pLeg, nta_incoming_t* in_pIrq, const sip_t* in_pSip);
+    static int callback(LegHandler* in_pThis,
+                        nta_leg_t* in_pLeg,
+                        nta_incoming_t* in_pIrq,
+                        const sip_t* in_pSip);
 
 protected:
     ~LegHandler() = default;
@@ -76,7 +79,9 @@ class ReliableHandler
 public:
     virtual int onPrack(nta_reliable_t* in_pReliable, nta_incoming_t* in_pIrq, const sip_t* in_pSip) = 0;
 
-    static int callback(ReliableHandler* in_pThis, nta_reliable_t* in_pReliable, nta_incoming_t* in_pIrq,
+    static int callback(ReliableHandler* in_pThis,
+                        nta_reliable_t* in_pReliable,
+                        nta_incoming_t* in_pIrq,
                         const sip_t* in_pSip);
 
 protected:

@@ -25,7 +25,9 @@ void logLine(void*, const char* in_szFormat, va_list in_arguments)
     }
     std::array<char, 2048> text{};
     const int length = std::vsnprintf(text.data(), text.size(), in_szFormat, in_arguments);
-    std::string line(text.data(), length < 0 ? 0 : std::min<std::size_t>(static_cast<std::size_t>(length), text.size() - 1));
+    std::string line(
+        text.data(),
+        length < 0 ? 0 : std::min<std::size_t>(static_cast<std::size_t>(length), text.size() - 1));
     while (!line.empty() && line.back() == '\n')
     {
         line.pop_back();

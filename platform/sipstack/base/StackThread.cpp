@@ -19,8 +19,8 @@ StaticLogger s_logger("quorvex.sip.Stack");
 
 thread_local std::uint64_t s_ulEvents = 0;
 
-// How long the loop rests when the base library's next timer is less than a millisecond away. Its own loop would ask
-// again and again; this costs at most as much delay.
+// How long the loop rests when the base library's next timer is less than a millisecond away. Its own loop
+// would ask again and again; this costs at most as much delay.
 constexpr long kRestNs = 250000;
 constexpr std::int64_t kForeverMs = 3600000;
 
@@ -81,21 +81,24 @@ bool StackThread::start(const std::function<bool(su_root_t*)>& in_init, std::fun
         m_bOpen = true;
         m_bEnd = false;
     }
-    m_thread = std::thread([this, &started, &in_init, exit = std::move(in_exit)] {
-        bool reported = false;
-        run(
-            [&](su_root_t* in_pRoot) {
-                const bool ok = in_init(in_pRoot);
-                reported = true;
-                started.set_value(ok);
-                return ok;
-            },
-            exit);
-        if (!reported)
+    m_thread = std::thread(
+        [this, &started, &in_init, exit = std::move(in_exit)]
         {
-            started.set_value(false);
-        }
-    });
+            bool reported = false;
+            run(
+                [&](su_root_t* in_pRoot)
+                {
+                    const bool ok = in_init(in_pRoot);
+                    reported = true;
+                    started.set_value(ok);
+                    return ok;
+                },
+                exit);
+            if (!reported)
+            {
+                started.set_value(false);
+            }
+        });
     if (!result.get())
     {
         join();
@@ -160,8 +163,12 @@ void StackThread::run(const std::function<bool(su_root_t*)>& in_init, const std:
     }
     su_wait_t wait[1] = {SU_WAIT_INIT};
     su_wait_create(wait, m_iWakeFd, SU_WAIT_IN);
-    const int registration = su_root_register(
-        root, wait, drainWakeFd, reinterpret_cast<su_wakeup_arg_t*>(static_cast<std::intptr_t>(m_iWakeFd)), 0);
+    const int registration =
+        su_root_register(root,
+                         wait,
+                         drainWakeFd,
+                         reinterpret_cast<su_wakeup_arg_t*>(static_cast<std::intptr_t>(m_iWakeFd)),
+                         0);
     if (registration > 0 && in_init(root))
     {
         loop(root);

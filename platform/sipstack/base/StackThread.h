@@ -16,7 +16,8 @@ namespace Quorvex
 
 class StackThread;
 
-/// A one-shot timer of the SIP stack thread; used on that thread only, and stopped before it is destroyed elsewhere.
+/// A one-shot timer of the SIP stack thread; used on that thread only, and stopped before it is destroyed
+/// elsewhere.
 class StackTimer
 {
 public:
@@ -39,8 +40,9 @@ private:
     std::function<void()> m_function;
 };
 
-/// The thread that runs the SIP base library: its event loop, driven step by step so that it sleeps when there is
-/// nothing to do, one queue of jobs from other threads, taken in batches, and the layer's own timers.
+/// The thread that runs the SIP base library: its event loop, driven step by step so that it sleeps when
+/// there is nothing to do, one queue of jobs from other threads, taken in batches, and the layer's own
+/// timers.
 class StackThread
 {
 public:
@@ -51,8 +53,8 @@ public:
     StackThread& operator=(const StackThread&) = delete;
     ~StackThread();
 
-    /// Starts the thread and runs `in_init` on it with the base library's root; false, with the thread gone, when that
-    /// gives false. `in_exit` runs on it when it ends.
+    /// Starts the thread and runs `in_init` on it with the base library's root; false, with the thread gone,
+    /// when that gives false. `in_exit` runs on it when it ends.
     bool start(const std::function<bool(su_root_s*)>& in_init, std::function<void()> in_exit);
 
     /// Ends the thread; jobs posted before are carried out. Not from the thread itself. Repeatable.
@@ -63,7 +65,8 @@ public:
 
     bool isCurrent() const { return std::this_thread::get_id() == m_id.load(std::memory_order_relaxed); }
 
-    /// A callback of the base library ran: the loop has had work, and does not need its guard against spinning.
+    /// A callback of the base library ran: the loop has had work, and does not need its guard against
+    /// spinning.
     static void countEvent();
 
 private:

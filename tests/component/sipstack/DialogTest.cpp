@@ -1,5 +1,5 @@
-// What happens inside a standing dialog: re-INVITEs in both directions, other requests, reliable provisional responses,
-// INVITE with Replaces.
+// What happens inside a standing dialog: re-INVITEs in both directions, other requests, reliable provisional
+// responses, INVITE with Replaces.
 
 #include <gtest/gtest.h>
 
@@ -45,7 +45,8 @@ protected:
 
     static DsHandle<DsSipInviteMessage> reinvite(const Report& in_report)
     {
-        const auto invite = in_report.m_hIn->getDialog()->createRequest("INVITE").dynamicCast<DsSipInviteMessage>();
+        const auto invite =
+            in_report.m_hIn->getDialog()->createRequest("INVITE").dynamicCast<DsSipInviteMessage>();
         invite->setBody(kSdp, "application/sdp");
         return invite;
     }
@@ -77,7 +78,8 @@ TEST_F(DialogTest, ReinviteOfTheFarEndIsAnsweredAndAcknowledged)
             {
                 EXPECT_EQ(reports().expect("reinviteAck").m_hMessage->getBody(), kSdp);
             }
-            EXPECT_THROW(request.m_hIn->respondToReinvite(TestAgent::response(200, request.request())), DsException);
+            EXPECT_THROW(request.m_hIn->respondToReinvite(TestAgent::response(200, request.request())),
+                         DsException);
         }
         bye();
     }
@@ -91,7 +93,8 @@ TEST_F(DialogTest, ReinviteMovesTheTarget)
         RawPeer moved(m_agent.port());
         std::string text = m_peer.request("INVITE", kSdp);
         const std::string contact = "sip:peer@127.0.0.1:" + std::to_string(m_peer.port());
-        text.replace(text.find("Contact: <" + contact) + 10, contact.size(),
+        text.replace(text.find("Contact: <" + contact) + 10,
+                     contact.size(),
                      "sip:moved@127.0.0.1:" + std::to_string(moved.port()));
         m_peer.send(text);
         const Report request = reports().expect("reinviteRequest");
@@ -182,12 +185,16 @@ TEST_F(DialogTest, OurReinviteIsAnsweredAndRetriedAfterGlare)
         // The far end owns the Call-ID: we wait for 0 to 2 s.
         const std::string second = m_peer.expect("INVITE", 3s);
         EXPECT_EQ(RawPeer::body(second), kSdp);
-        m_peer.respond(second, "200 OK", "Contact: <sip:peer@127.0.0.1:" + std::to_string(m_peer.port()) + ">\r\n", kSdp);
+        m_peer.respond(second,
+                       "200 OK",
+                       "Contact: <sip:peer@127.0.0.1:" + std::to_string(m_peer.port()) + ">\r\n",
+                       kSdp);
         const Report answer = reports().expect("reinviteResponse");
         EXPECT_EQ(answer.response()->getStatusCode(), 200U);
         answer.m_hIn->ackReinvite(makeDs<DsSipAckMessage>(answer.response()));
         const std::string ack = m_peer.expect("ACK");
-        EXPECT_EQ(std::atoi(RawPeer::header(ack, "CSeq").c_str()), std::atoi(RawPeer::header(second, "CSeq").c_str()));
+        EXPECT_EQ(std::atoi(RawPeer::header(ack, "CSeq").c_str()),
+                  std::atoi(RawPeer::header(second, "CSeq").c_str()));
         bye();
     }
     expectEnd();
@@ -236,7 +243,8 @@ TEST_P(InDialogTest, IsReportedWithATransactionThatAnswersItself)
             const Report request = reports().expect(name);
             request.m_hTransaction->sendResponse(TestAgent::response(202, request.request()));
             m_peer.expect("SIP/2.0 202 Accepted");
-            EXPECT_THROW(request.m_hTransaction->sendResponse(TestAgent::response(200, request.request())), DsException);
+            EXPECT_THROW(request.m_hTransaction->sendResponse(TestAgent::response(200, request.request())),
+                         DsException);
             m_peer.m_strExtra = GetParam().m_szExtra;
             m_peer.sendRequest(GetParam().m_szMethod);
             reports().expect(name);  // dropped here
@@ -253,17 +261,22 @@ TEST_P(InDialogTest, IsReportedWithATransactionThatAnswersItself)
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    Requests, InDialogTest,
-    testing::Values(InDialog{"Info", "INFO", "", "unknownRequest", "SIP/2.0 500"},
-                    InDialog{"Options", "OPTIONS", "", "unknownRequest", "SIP/2.0 500"},
-                    InDialog{"Message", "MESSAGE", "", "unknownRequest", "SIP/2.0 500"},
-                    InDialog{"Update", "UPDATE", "", "unknownRequest", "SIP/2.0 500"},
-                    InDialog{"Refer", "REFER", "Refer-To: <sip:x@127.0.0.1>\r\n", "referRequest", "SIP/2.0 500"},
-                    InDialog{"NotifyOfDialog", "NOTIFY", "Event: dialog\r\nSubscription-State: active\r\n",
-                             "unknownRequest", "SIP/2.0 481"},
-                    InDialog{"NotifyOfRefer", "NOTIFY", "Event: refer\r\nSubscription-State: active\r\n", "",
-                             "SIP/2.0 481"},
-                    InDialog{"Requires", "INFO", "Require: teleport\r\n", "", "SIP/2.0 420"}),
+    Requests,
+    InDialogTest,
+    testing::Values(
+        InDialog{"Info", "INFO", "", "unknownRequest", "SIP/2.0 500"},
+        InDialog{"Options", "OPTIONS", "", "unknownRequest", "SIP/2.0 500"},
+        InDialog{"Message", "MESSAGE", "", "unknownRequest", "SIP/2.0 500"},
+        InDialog{"Update", "UPDATE", "", "unknownRequest", "SIP/2.0 500"},
+        InDialog{"Refer", "REFER", "Refer-To: <sip:x@127.0.0.1>\r\n", "referRequest", "SIP/2.0 500"},
+        InDialog{"NotifyOfDialog",
+                 "NOTIFY",
+                 "Event: dialog\r\nSubscription-State: active\r\n",
+                 "unknownRequest",
+                 "SIP/2.0 481"},
+        InDialog{
+            "NotifyOfRefer", "NOTIFY", "Event: refer\r\nSubscription-State: active\r\n", "", "SIP/2.0 481"},
+        InDialog{"Requires", "INFO", "Require: teleport\r\n", "", "SIP/2.0 420"}),
     [](const auto& in_info) { return in_info.param.m_szName; });
 
 TEST_F(DialogTest, NotifyOfOursIsAnsweredAndLossOfTheDialogEndsTheCall)
@@ -318,7 +331,8 @@ TEST_F(DialogTest, PendingReinviteIsAnsweredWhenWeHangUp)
     expectEnd();
 }
 
-// ---- reliable provisional responses -------------------------------------------------------------------------------
+// ---- reliable provisional responses
+// -------------------------------------------------------------------------------
 
 TEST_F(DialogTest, ReliableResponsesGoOneByOneAndTheAnswerWaitsForThem)
 {
@@ -362,8 +376,9 @@ TEST_F(DialogTest, ReliabilityFollowsTheInvite)
     {
         m_peer.sendRequest("INVITE", kSdp);
         const Report called = reports().expect("called");
-        EXPECT_THROW(called.m_hIn->sendReliableProvisionalResponse(TestAgent::response(183, called.request())),
-                     DsException);
+        EXPECT_THROW(
+            called.m_hIn->sendReliableProvisionalResponse(TestAgent::response(183, called.request())),
+            DsException);
         called.m_hIn->hangup();
         reports().expect("terminated");
     }
@@ -381,7 +396,8 @@ TEST_F(DialogTest, ReliabilityFollowsTheInvite)
     expectEnd();
 }
 
-// ---- INVITE with Replaces -----------------------------------------------------------------------------------------
+// ---- INVITE with Replaces
+// -----------------------------------------------------------------------------------------
 
 class ReplacesTest : public DialogTest
 {

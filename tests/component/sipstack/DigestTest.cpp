@@ -19,7 +19,9 @@ const char* const kChallenge = "WWW-Authenticate: Digest realm=\"far\", nonce=\"
 DsSipStackConfig withCredentials()
 {
     DsSipStackConfig config = TestAgent::defaults();
-    config.m_vCredentials = {{"far", "gw", "secret"}};
+    config.m_vCredentials = {
+        {"far", "gw", "secret"}
+    };
     return config;
 }
 
@@ -65,7 +67,8 @@ TEST_F(DigestTest, ChallengedInviteIsSentAgainInTheSameCall)
         call->hangup();
         const std::string bye = m_peer.expect("BYE");
         EXPECT_EQ(RawPeer::header(bye, "CSeq"), "3 BYE");
-        m_peer.respond(bye, "407 Proxy Authentication Required",
+        m_peer.respond(bye,
+                       "407 Proxy Authentication Required",
                        "Proxy-Authenticate: Digest realm=\"far\", nonce=\"n2\"\r\n");
         const std::string again = m_peer.expect("BYE");
         EXPECT_FALSE(RawPeer::header(again, "Proxy-Authorization").empty());
@@ -93,7 +96,8 @@ TEST_F(DigestTest, RegisterIsAnsweredAfterItsChallenge)
 {
     std::promise<DsHandle<DsSipResponse>> promise;
     const auto transaction = DsSipClientTransaction::send(
-        registration(), [&](const DsHandle<DsSipResponse>& in_hResponse) { promise.set_value(in_hResponse); },
+        registration(),
+        [&](const DsHandle<DsSipResponse>& in_hResponse) { promise.set_value(in_hResponse); },
         &m_agent.stack());
     const std::string first = m_peer.expect("REGISTER");
     m_peer.respond(first, "401 Unauthorized", kChallenge);
@@ -113,10 +117,12 @@ TEST_F(DigestTest, RequestWithoutAnAnswerAndAnAbandonedOne)
 {
     std::promise<bool> promise;
     const auto transaction = DsSipClientTransaction::send(
-        registration(), [&](const DsHandle<DsSipResponse>& in_hResponse) { promise.set_value(in_hResponse.isNil()); },
+        registration(),
+        [&](const DsHandle<DsSipResponse>& in_hResponse) { promise.set_value(in_hResponse.isNil()); },
         &m_agent.stack());
     DsSipClientTransaction::send(
-        registration(), [](const DsHandle<DsSipResponse>&) { ADD_FAILURE() << "reported after it was dropped"; },
+        registration(),
+        [](const DsHandle<DsSipResponse>&) { ADD_FAILURE() << "reported after it was dropped"; },
         &m_agent.stack())
         .reset();
     auto none = promise.get_future();

@@ -1,4 +1,5 @@
-// Calls that a far end on the wire places, seen from the layer's user: what is reported, what goes out, what is left.
+// Calls that a far end on the wire places, seen from the layer's user: what is reported, what goes out, what
+// is left.
 
 #include <gtest/gtest.h>
 
@@ -57,7 +58,8 @@ TEST_F(IncomingCallTest, AnsweredCallEndedByTheCaller)
         const Report called = invite();
         EXPECT_EQ(called.m_hMessage->getBody(), kSdp);
         EXPECT_EQ(called.m_hMessage->getSourceAddress().getPort(), m_peer.port());
-        EXPECT_EQ(called.m_hMessage->getLocalAddress().getText(), "127.0.0.1:" + std::to_string(m_agent.port()));
+        EXPECT_EQ(called.m_hMessage->getLocalAddress().getText(),
+                  "127.0.0.1:" + std::to_string(m_agent.port()));
         EXPECT_EQ(called.m_hIn->getDialog()->getCallID(), m_peer.m_strCallId);
 
         called.m_hIn->answer(TestAgent::response(100, called.request()));
@@ -71,7 +73,8 @@ TEST_F(IncomingCallTest, AnsweredCallEndedByTheCaller)
         EXPECT_EQ(RawPeer::header(ok, "To"), RawPeer::header(ringing, "To"));
         EXPECT_EQ(RawPeer::header(ok, "X-Own"), "kept as it is");
         EXPECT_EQ(RawPeer::header(ok, "Content-Type"), "application/sdp");
-        EXPECT_EQ(RawPeer::header(ok, "Contact"), "<sip:gateway@127.0.0.1:" + std::to_string(m_agent.port()) + ">");
+        EXPECT_EQ(RawPeer::header(ok, "Contact"),
+                  "<sip:gateway@127.0.0.1:" + std::to_string(m_agent.port()) + ">");
         EXPECT_EQ(RawPeer::headers(ok, "Via").size(), 1U);
         EXPECT_EQ(RawPeer::body(ok), kSdp);
         m_peer.learn(ok);
@@ -184,9 +187,11 @@ TEST_P(RefusalTest, EndsWithTheClosingReport)
     expectEnd();
 }
 
-INSTANTIATE_TEST_SUITE_P(Refusals, RefusalTest,
+INSTANTIATE_TEST_SUITE_P(Refusals,
+                         RefusalTest,
                          testing::Values(Refusal{"busy", 486, "SIP/2.0 486 Busy Here"},
-                                         Refusal{"decline", 603, "SIP/2.0 603"}, Refusal{"moved", 302, "SIP/2.0 302"},
+                                         Refusal{"decline", 603, "SIP/2.0 603"},
+                                         Refusal{"moved", 302, "SIP/2.0 302"},
                                          Refusal{"hangup", 0, "SIP/2.0 480"}),
                          [](const auto& in_info) { return in_info.param.m_szName; });
 
@@ -255,7 +260,8 @@ TEST_F(IncomingCallTest, CallerMayEndItsEarlyDialogWithBye)
     expectEnd();
 }
 
-// ---- requests that belong to no call ------------------------------------------------------------------------------
+// ---- requests that belong to no call
+// ------------------------------------------------------------------------------
 
 struct Stray
 {
@@ -280,11 +286,13 @@ TEST_P(StrayTest, IsAnsweredByTheLayer)
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    Strays, StrayTest,
+    Strays,
+    StrayTest,
     testing::Values(Stray{"ByeWithoutDialog", "BYE", "", true, "SIP/2.0 481"},
                     Stray{"InviteWithoutDialog", "INVITE", "", true, "SIP/2.0 481"},
                     Stray{"CancelOfNothing", "CANCEL", "", false, "SIP/2.0 481"},
-                    Stray{"Info", "INFO", "", false, "SIP/2.0 481"}, Stray{"Notify", "NOTIFY", "", false, "SIP/2.0 481"},
+                    Stray{"Info", "INFO", "", false, "SIP/2.0 481"},
+                    Stray{"Notify", "NOTIFY", "", false, "SIP/2.0 481"},
                     Stray{"Prack", "PRACK", "", false, "SIP/2.0 481"},
                     Stray{"Update", "UPDATE", "", false, "SIP/2.0 481"},
                     Stray{"Message", "MESSAGE", "", false, "SIP/2.0 405"},

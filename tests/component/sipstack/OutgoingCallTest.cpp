@@ -32,14 +32,18 @@ protected:
     }
 
     // A request of the far end in the dialog of the last INVITE.
-    std::string inDialog(const std::string& in_strMethod, unsigned int in_uiCSeq, const std::string& in_strTag = "peer")
+    std::string inDialog(const std::string& in_strMethod,
+                         unsigned int in_uiCSeq,
+                         const std::string& in_strTag = "peer")
     {
         return in_strMethod + " sip:gateway@127.0.0.1:" + std::to_string(m_agent.port()) +
-               " SIP/2.0\r\nVia: SIP/2.0/UDP 127.0.0.1:" + std::to_string(m_peer.port()) + ";branch=z9hG4bK-" +
-               in_strMethod + std::to_string(in_uiCSeq) + "\r\nFrom: " + RawPeer::header(m_strInvite, "To") +
-               ";tag=" + in_strTag + "\r\nTo: " + RawPeer::header(m_strInvite, "From") +
-               "\r\nCall-ID: " + RawPeer::header(m_strInvite, "Call-ID") + "\r\nCSeq: " + std::to_string(in_uiCSeq) +
-               " " + in_strMethod + "\r\n" + contact() + "Content-Length: 0\r\n\r\n";
+               " SIP/2.0\r\nVia: SIP/2.0/UDP 127.0.0.1:" + std::to_string(m_peer.port()) +
+               ";branch=z9hG4bK-" + in_strMethod + std::to_string(in_uiCSeq) +
+               "\r\nFrom: " + RawPeer::header(m_strInvite, "To") + ";tag=" + in_strTag +
+               "\r\nTo: " + RawPeer::header(m_strInvite, "From") +
+               "\r\nCall-ID: " + RawPeer::header(m_strInvite, "Call-ID") +
+               "\r\nCSeq: " + std::to_string(in_uiCSeq) + " " + in_strMethod + "\r\n" + contact() +
+               "Content-Length: 0\r\n\r\n";
     }
 
     void expectClosed()
@@ -62,11 +66,13 @@ protected:
 TEST_F(OutgoingCallTest, AnsweredCallEndedByUs)
 {
     {
-        const auto call = this->call([](DsSipInviteMessage& io_invite) {
-            io_invite.addHeader("X-Trunk", "7");
-            io_invite.addHeader("Expires", "179");
-            io_invite.setBody(kSdp, "application/sdp");
-        });
+        const auto call = this->call(
+            [](DsSipInviteMessage& io_invite)
+            {
+                io_invite.addHeader("X-Trunk", "7");
+                io_invite.addHeader("Expires", "179");
+                io_invite.setBody(kSdp, "application/sdp");
+            });
         EXPECT_EQ(RawPeer::header(m_strInvite, "From"), "<sip:test@127.0.0.1>;tag=mine");
         EXPECT_EQ(RawPeer::header(m_strInvite, "X-Trunk"), "7");
         EXPECT_EQ(RawPeer::header(m_strInvite, "Max-Forwards"), "70");
@@ -134,9 +140,11 @@ TEST_F(OutgoingCallTest, RecordRouteIsFollowedInReverse)
     {
         const auto call = this->call();
         const std::string proxy = "<sip:127.0.0.1:" + std::to_string(m_peer.port()) + ";lr>";
-        m_peer.respond(m_strInvite, "200 OK",
-                       "Contact: <sip:hidden@192.0.2.7>\r\nRecord-Route: <sip:far.example;lr>\r\nRecord-Route: " + proxy +
-                           "\r\n");
+        m_peer.respond(
+            m_strInvite,
+            "200 OK",
+            "Contact: <sip:hidden@192.0.2.7>\r\nRecord-Route: <sip:far.example;lr>\r\nRecord-Route: " +
+                proxy + "\r\n");
         reports().expect("succeeded").m_hDialog->ack();
         const std::string ack = m_peer.expect("ACK sip:hidden@192.0.2.7 SIP/2.0");
         const auto routes = RawPeer::headers(ack, "Route");
@@ -166,7 +174,8 @@ TEST_P(FailureTest, IsReportedAcknowledgedAndClosed)
         const auto call = this->call();
         m_peer.respond(m_strInvite, GetParam().m_szStatus, "Contact: <sip:other@127.0.0.1>\r\n");
         const Report failed = reports().expect(GetParam().m_szReport);
-        EXPECT_EQ(failed.response()->getStatusCode(), static_cast<unsigned int>(std::atoi(GetParam().m_szStatus)));
+        EXPECT_EQ(failed.response()->getStatusCode(),
+                  static_cast<unsigned int>(std::atoi(GetParam().m_szStatus)));
         m_peer.expect("ACK");
         expectClosed();
         call->hangup();
@@ -174,12 +183,15 @@ TEST_P(FailureTest, IsReportedAcknowledgedAndClosed)
     expectEnd();
 }
 
-INSTANTIATE_TEST_SUITE_P(Failures, FailureTest,
+INSTANTIATE_TEST_SUITE_P(Failures,
+                         FailureTest,
                          testing::Values(Failure{"486 Busy Here", "failedToConnect"},
                                          Failure{"404 Not Found", "failedToConnect"},
-                                         Failure{"603 Decline", "failedToConnect"}, Failure{"302 Moved", "redirect"},
+                                         Failure{"603 Decline", "failedToConnect"},
+                                         Failure{"302 Moved", "redirect"},
                                          Failure{"499 Unheard", "failedToConnect"}),
-                         [](const auto& in_info) { return std::string("Status") + std::string(in_info.param.m_szStatus, 3); });
+                         [](const auto& in_info)
+                         { return std::string("Status") + std::string(in_info.param.m_szStatus, 3); });
 
 TEST_F(OutgoingCallTest, NoAnswerEndsWithoutAResponse)
 {
@@ -287,7 +299,8 @@ TEST_F(OutgoingCallTest, FurtherForksAreAcknowledgedAndEnded)
 TEST_F(OutgoingCallTest, ReliableProvisionalResponsesAreAcknowledgedOnce)
 {
     {
-        const auto call = this->call([](DsSipInviteMessage& io_invite) { io_invite.addHeader("Supported", "100rel"); });
+        const auto call =
+            this->call([](DsSipInviteMessage& io_invite) { io_invite.addHeader("Supported", "100rel"); });
         const std::string reliable = contact() + "Require: 100rel\r\nRSeq: 700\r\n";
         m_peer.respond(m_strInvite, "183 Session Progress", reliable, kSdp);
         reports().expect("reliableProvisionalResponse");
@@ -324,7 +337,8 @@ TEST_F(OutgoingCallTest, RequestsForNoDialogYetGet481)
 
 TEST_F(OutgoingCallTest, WhatCannotBeSentIsToldAtOnce)
 {
-    EXPECT_THROW(m_agent.call("sip:x@127.0.0.1", [](DsSipInviteMessage& io_invite) { io_invite.removeHeader("From"); }),
+    EXPECT_THROW(m_agent.call("sip:x@127.0.0.1",
+                              [](DsSipInviteMessage& io_invite) { io_invite.removeHeader("From"); }),
                  DsException);
     m_agent.stack().drain();
     EXPECT_THROW(m_agent.call("sip:x@127.0.0.1"), DsException);

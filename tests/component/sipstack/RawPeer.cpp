@@ -46,7 +46,8 @@ void RawPeer::send(const std::string& in_strText)
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     address.sin_port = htons(m_uiAgentPort);
-    ::sendto(m_fd, in_strText.data(), in_strText.size(), 0, reinterpret_cast<sockaddr*>(&address), sizeof address);
+    ::sendto(
+        m_fd, in_strText.data(), in_strText.size(), 0, reinterpret_cast<sockaddr*>(&address), sizeof address);
 }
 
 std::optional<std::string> RawPeer::receive(std::chrono::milliseconds in_timeout)
@@ -58,7 +59,8 @@ std::optional<std::string> RawPeer::receive(std::chrono::milliseconds in_timeout
     }
     std::array<char, 65536> buffer{};
     const ssize_t size = ::recv(m_fd, buffer.data(), buffer.size(), 0);
-    return size < 0 ? std::nullopt : std::optional<std::string>(std::string(buffer.data(), static_cast<size_t>(size)));
+    return size < 0 ? std::nullopt
+                    : std::optional<std::string>(std::string(buffer.data(), static_cast<size_t>(size)));
 }
 
 std::string RawPeer::expect(const std::string& in_strStart, std::chrono::milliseconds in_timeout)
@@ -67,7 +69,8 @@ std::string RawPeer::expect(const std::string& in_strStart, std::chrono::millise
     std::string seen;
     for (;;)
     {
-        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+            deadline - std::chrono::steady_clock::now());
         const auto message = left.count() > 0 ? receive(left) : std::nullopt;
         if (!message)
         {
@@ -87,7 +90,8 @@ void RawPeer::expectNone(const std::string& in_strStart, std::chrono::millisecon
     const auto deadline = std::chrono::steady_clock::now() + in_timeout;
     for (;;)
     {
-        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+            deadline - std::chrono::steady_clock::now());
         const auto message = left.count() > 0 ? receive(left) : std::nullopt;
         if (!message)
         {
@@ -97,7 +101,8 @@ void RawPeer::expectNone(const std::string& in_strStart, std::chrono::millisecon
     }
 }
 
-std::string RawPeer::request(const std::string& in_strMethod, const std::string& in_strBody,
+std::string RawPeer::request(const std::string& in_strMethod,
+                             const std::string& in_strBody,
                              const std::string& in_strBodyType)
 {
     std::string branch = "z9hG4bK-" + m_strCallId + "-" + std::to_string(++m_uiBranch);
@@ -118,8 +123,8 @@ std::string RawPeer::request(const std::string& in_strMethod, const std::string&
     }
     const std::string me = "127.0.0.1:" + std::to_string(m_uiPort);
     const std::string tag = in_strMethod == "CANCEL" || m_strToTag.empty() ? "" : ";tag=" + m_strToTag;
-    std::string text = in_strMethod + " sip:echo@127.0.0.1:" + std::to_string(m_uiAgentPort) + " SIP/2.0\r\n" +
-                       "Via: SIP/2.0/UDP " + me + ";branch=" + branch + "\r\n" +
+    std::string text = in_strMethod + " sip:echo@127.0.0.1:" + std::to_string(m_uiAgentPort) +
+                       " SIP/2.0\r\n" + "Via: SIP/2.0/UDP " + me + ";branch=" + branch + "\r\n" +
                        "Max-Forwards: 70\r\n"
                        "From: \"Peer\" <sip:peer@127.0.0.1>;tag=" +
                        m_strFromTag + "\r\nTo: <sip:echo@127.0.0.1>" + tag + "\r\nCall-ID: " + m_strCallId +
@@ -140,8 +145,10 @@ std::string RawPeer::sendRequest(const std::string& in_strMethod, const std::str
     return text;
 }
 
-void RawPeer::respond(const std::string& in_strRequest, const std::string& in_strStatus,
-                      const std::string& in_strHeaders, const std::string& in_strBody)
+void RawPeer::respond(const std::string& in_strRequest,
+                      const std::string& in_strStatus,
+                      const std::string& in_strHeaders,
+                      const std::string& in_strBody)
 {
     std::string text = "SIP/2.0 " + in_strStatus + "\r\n";
     for (const auto& via : headers(in_strRequest, "Via"))
@@ -157,8 +164,9 @@ void RawPeer::respond(const std::string& in_strRequest, const std::string& in_st
     {
         to += ";tag=" + m_strFromTag;
     }
-    text += "From: " + header(in_strRequest, "From") + "\r\nTo: " + to + "\r\nCall-ID: " +
-            header(in_strRequest, "Call-ID") + "\r\nCSeq: " + header(in_strRequest, "CSeq") + "\r\n" + in_strHeaders;
+    text += "From: " + header(in_strRequest, "From") + "\r\nTo: " + to +
+            "\r\nCall-ID: " + header(in_strRequest, "Call-ID") +
+            "\r\nCSeq: " + header(in_strRequest, "CSeq") + "\r\n" + in_strHeaders;
     if (!in_strBody.empty())
     {
         text += "Content-Type: application/sdp\r\n";
@@ -210,6 +218,7 @@ std::string RawPeer::body(const std::string& in_strMessage)
 std::string RawPeer::tagOf(const std::string& in_strHeader)
 {
     const std::size_t at = in_strHeader.find(";tag=");
-    return at == std::string::npos ? std::string()
-                                   : in_strHeader.substr(at + 5, in_strHeader.find_first_of(";> ", at + 5) - at - 5);
+    return at == std::string::npos
+               ? std::string()
+               : in_strHeader.substr(at + 5, in_strHeader.find_first_of(";> ", at + 5) - at - 5);
 }

@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-/// The wire's side of a test: a UDP socket on 127.0.0.1 that sends what it is told to and reads what comes, with just
-/// enough knowledge of SIP to write a scripted far end.
+/// The wire's side of a test: a UDP socket on 127.0.0.1 that sends what it is told to and reads what comes,
+/// with just enough knowledge of SIP to write a scripted far end.
 class RawPeer
 {
 public:
@@ -23,8 +23,8 @@ public:
     void send(const std::string& in_strText);
     /// The next datagram, or nothing after the time.
     std::optional<std::string> receive(std::chrono::milliseconds in_timeout = kPatience);
-    /// The next message whose first line begins with the text; others are dropped. Empty, with a test failure, when it
-    /// does not come.
+    /// The next message whose first line begins with the text; others are dropped. Empty, with a test
+    /// failure, when it does not come.
     std::string expect(const std::string& in_strStart, std::chrono::milliseconds in_timeout = kPatience);
     /// Fails the test when a message with such a first line comes within the time.
     void expectNone(const std::string& in_strStart, std::chrono::milliseconds in_timeout);
@@ -37,12 +37,15 @@ public:
     std::string m_strExtra;  // header lines for the next request, each with its line end
 
     /// A request of the call; a To tag goes in once it is known. "ACK" and "CANCEL" keep the INVITE's CSeq.
-    std::string request(const std::string& in_strMethod, const std::string& in_strBody = std::string(),
+    std::string request(const std::string& in_strMethod,
+                        const std::string& in_strBody = std::string(),
                         const std::string& in_strBodyType = "application/sdp");
     std::string sendRequest(const std::string& in_strMethod, const std::string& in_strBody = std::string());
     /// Answers a request that was received; headers are lines with their ends.
-    void respond(const std::string& in_strRequest, const std::string& in_strStatus,
-                 const std::string& in_strHeaders = std::string(), const std::string& in_strBody = std::string());
+    void respond(const std::string& in_strRequest,
+                 const std::string& in_strStatus,
+                 const std::string& in_strHeaders = std::string(),
+                 const std::string& in_strBody = std::string());
     /// Takes the To tag of a response.
     void learn(const std::string& in_strResponse);
 

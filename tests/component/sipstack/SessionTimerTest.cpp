@@ -1,4 +1,5 @@
-// Session timers (RFC 4028): who refreshes, with what, and what happens when nobody does. Intervals of a few seconds.
+// Session timers (RFC 4028): who refreshes, with what, and what happens when nobody does. Intervals of a few
+// seconds.
 
 #include <gtest/gtest.h>
 
@@ -104,7 +105,8 @@ TEST_F(SessionTimerTest, FarEndThatRefreshesKeepsTheCallAndOneThatStopsLosesIt)
 
 TEST_F(SessionTimerTest, OurRefreshIsAReinviteWithTheLastSdp)
 {
-    EXPECT_EQ(RawPeer::header(establish("Supported: timer\r\nSession-Expires: 2;refresher=uas\r\n"), "Session-Expires"),
+    EXPECT_EQ(RawPeer::header(establish("Supported: timer\r\nSession-Expires: 2;refresher=uas\r\n"),
+                              "Session-Expires"),
               "2;refresher=uas");
     for (int i = 0; i < 2; ++i)
     {
@@ -150,8 +152,11 @@ TEST_F(AskingSessionTimerTest, RefusedIntervalIsRaisedOnce)
         m_peer.respond(first, "422 Session Interval Too Small", "Min-SE: 3\r\n");
         const std::string second = m_peer.expect("INVITE");
         EXPECT_EQ(RawPeer::header(second, "Session-Expires"), "3");
-        m_peer.respond(second, "200 OK",
-                       "Contact: <" + target() + ">\r\nRequire: timer\r\nSession-Expires: 3;refresher=uas\r\n", kSdp);
+        m_peer.respond(
+            second,
+            "200 OK",
+            "Contact: <" + target() + ">\r\nRequire: timer\r\nSession-Expires: 3;refresher=uas\r\n",
+            kSdp);
         reports().expect("succeeded").m_hDialog->ack();
         m_peer.expect("ACK");
         // They do not refresh.
@@ -166,9 +171,8 @@ TEST_F(AskingSessionTimerTest, RefusedIntervalIsRaisedOnce)
 TEST_F(AskingSessionTimerTest, FarEndWithoutTimersIsRefreshedByUs)
 {
     {
-        const auto call = m_agent.call(target(), [](DsSipInviteMessage& io_invite) {
-            io_invite.setBody(kSdp, "application/sdp");
-        });
+        const auto call = m_agent.call(
+            target(), [](DsSipInviteMessage& io_invite) { io_invite.setBody(kSdp, "application/sdp"); });
         m_peer.respond(m_peer.expect("INVITE"), "200 OK", "Contact: <" + target() + ">\r\n", kSdp);
         reports().expect("succeeded").m_hDialog->ack();
         m_peer.expect("ACK");

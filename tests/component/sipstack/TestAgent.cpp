@@ -20,25 +20,39 @@ public:
     using Call = DsHandle<DsSipIncomingCall>;
     void called(const Call& c, const DsHandle<DsSipInviteMessage>& m) override { add("called", c, m); }
     void prack(const Call& c, const DsHandle<DsSipPrackMessage>& m) override { add("prack", c, m); }
-    void callConfirmed(const Call& c, const DsHandle<DsSipAckMessage>& m) override { add("callConfirmed", c, m); }
+    void callConfirmed(const Call& c, const DsHandle<DsSipAckMessage>& m) override
+    {
+        add("callConfirmed", c, m);
+    }
     void terminated(const Call& c, const DsHandle<DsSipMessage>& m) override { add("terminated", c, m); }
-    void unknownRequest(const Call& c, const DsHandle<DsSipServerTransaction>& t,
+    void unknownRequest(const Call& c,
+                        const DsHandle<DsSipServerTransaction>& t,
                         const DsHandle<DsSipRequest>& m) override
     {
         add("unknownRequest", c, m, t);
     }
-    void referRequest(const Call& c, const DsHandle<DsSipServerTransaction>& t,
+    void referRequest(const Call& c,
+                      const DsHandle<DsSipServerTransaction>& t,
                       const DsHandle<DsSipRequest>& m) override
     {
         add("referRequest", c, m, t);
     }
-    void notifyResponse(const Call& c, const DsHandle<DsSipResponse>& m) override { add("notifyResponse", c, m); }
+    void notifyResponse(const Call& c, const DsHandle<DsSipResponse>& m) override
+    {
+        add("notifyResponse", c, m);
+    }
     void reinviteRequest(const Call& c, const DsHandle<DsSipInviteMessage>& m) override
     {
         add("reinviteRequest", c, m);
     }
-    void reinviteCancel(const Call& c, const DsHandle<DsSipRequest>& m) override { add("reinviteCancel", c, m); }
-    void reinviteResponse(const Call& c, const DsHandle<DsSipResponse>& m) override { add("reinviteResponse", c, m); }
+    void reinviteCancel(const Call& c, const DsHandle<DsSipRequest>& m) override
+    {
+        add("reinviteCancel", c, m);
+    }
+    void reinviteResponse(const Call& c, const DsHandle<DsSipResponse>& m) override
+    {
+        add("reinviteResponse", c, m);
+    }
     void reinviteAck(const Call& c, const DsHandle<DsSipAckMessage>& m) override { add("reinviteAck", c, m); }
     void reinviteTimeOut(const Call& c, const DsHandle<DsSipInviteMessage>& m) override
     {
@@ -46,17 +60,22 @@ public:
     }
     void onSessionTimeOut(const Call& c) override { add("onSessionTimeOut", c, nullptr); }
     void onSessionRefreshTime(const Call& c) override { add("onSessionRefreshTime", c, nullptr); }
-    void replacesDialog(const Call& c, const DsHandle<DsSipDialog>& d, const DsHandle<DsSipDialog>& n,
+    void replacesDialog(const Call& c,
+                        const DsHandle<DsSipDialog>& d,
+                        const DsHandle<DsSipDialog>& n,
                         const DsHandle<DsSipInviteMessage>& m) override
     {
         m_reports.add({"replacesDialog", c, nullptr, m, d, n, nullptr});
     }
 
 private:
-    void add(const char* in_szName, const Call& in_hCall, const DsHandle<DsSipMessage>& in_hMessage,
+    void add(const char* in_szName,
+             const Call& in_hCall,
+             const DsHandle<DsSipMessage>& in_hMessage,
              const DsHandle<DsSipServerTransaction>& in_hTransaction = nullptr)
     {
-        m_reports.add({in_szName, in_hCall, nullptr, in_hMessage, in_hCall->getDialog(), nullptr, in_hTransaction});
+        m_reports.add(
+            {in_szName, in_hCall, nullptr, in_hMessage, in_hCall->getDialog(), nullptr, in_hTransaction});
     }
 
     Reports& m_reports;
@@ -80,14 +99,20 @@ public:
     {
         add("provisionalResponse", c, d, m);
     }
-    void failedToConnect(const Call& c, const Dialog& d, const Response& m) override { add("failedToConnect", c, d, m); }
+    void failedToConnect(const Call& c, const Dialog& d, const Response& m) override
+    {
+        add("failedToConnect", c, d, m);
+    }
     void redirect(const Call& c, const Dialog& d, const Response& m) override { add("redirect", c, d, m); }
     void succeeded(const Call& c, const Dialog& d, const Response& m) override { add("succeeded", c, d, m); }
     void dialogTerminated(const Call& c, const Dialog& d, const DsHandle<DsSipMessage>& m) override
     {
         add("dialogTerminated", c, d, m);
     }
-    void terminated(const Call& c, const DsHandle<DsSipMessage>& m) override { add("terminated", c, nullptr, m); }
+    void terminated(const Call& c, const DsHandle<DsSipMessage>& m) override
+    {
+        add("terminated", c, nullptr, m);
+    }
     void unknownRequest(const Call& c, const Dialog& d, const Transaction& t, const Request& m) override
     {
         add("unknownRequest", c, d, m, t);
@@ -96,17 +121,26 @@ public:
     {
         add("referRequest", c, d, m, t);
     }
-    void referResponse(const Call& c, const Dialog& d, const Response& m) override { add("referResponse", c, d, m); }
+    void referResponse(const Call& c, const Dialog& d, const Response& m) override
+    {
+        add("referResponse", c, d, m);
+    }
     void notifyRequest(const Call& c, const Dialog& d, const Transaction& t, const Request& m) override
     {
         add("notifyRequest", c, d, m, t);
     }
-    void notifyResponse(const Call& c, const Dialog& d, const Response& m) override { add("notifyResponse", c, d, m); }
+    void notifyResponse(const Call& c, const Dialog& d, const Response& m) override
+    {
+        add("notifyResponse", c, d, m);
+    }
     void reinviteRequest(const Call& c, const Dialog& d, const DsHandle<DsSipInviteMessage>& m) override
     {
         add("reinviteRequest", c, d, m);
     }
-    void reinviteCancel(const Call& c, const Dialog& d, const Request& m) override { add("reinviteCancel", c, d, m); }
+    void reinviteCancel(const Call& c, const Dialog& d, const Request& m) override
+    {
+        add("reinviteCancel", c, d, m);
+    }
     void reinviteResponse(const Call& c, const Dialog& d, const Response& m) override
     {
         add("reinviteResponse", c, d, m);
@@ -120,20 +154,28 @@ public:
         add("reinviteTimeOut", c, d, m);
     }
     void onSessionTimeOut(const Call& c, const Dialog& d) override { add("onSessionTimeOut", c, d, nullptr); }
-    void onSessionRefreshTime(const Call& c, const Dialog& d) override { add("onSessionRefreshTime", c, d, nullptr); }
+    void onSessionRefreshTime(const Call& c, const Dialog& d) override
+    {
+        add("onSessionRefreshTime", c, d, nullptr);
+    }
     void multipleResponse(const Call& c, const Dialog& d, const Response& m) override
     {
         add("multipleResponse", c, d, m);
     }
-    void replacesDialog(const Call& c, const Dialog& d, const Dialog& n,
+    void replacesDialog(const Call& c,
+                        const Dialog& d,
+                        const Dialog& n,
                         const DsHandle<DsSipInviteMessage>& m) override
     {
         m_reports.add({"replacesDialog", nullptr, c, m, d, n, nullptr});
     }
 
 private:
-    void add(const char* in_szName, const Call& in_hCall, const Dialog& in_hDialog,
-             const DsHandle<DsSipMessage>& in_hMessage, const Transaction& in_hTransaction = nullptr)
+    void add(const char* in_szName,
+             const Call& in_hCall,
+             const Dialog& in_hDialog,
+             const DsHandle<DsSipMessage>& in_hMessage,
+             const Transaction& in_hTransaction = nullptr)
     {
         m_reports.add({in_szName, nullptr, in_hCall, in_hMessage, in_hDialog, nullptr, in_hTransaction});
     }
@@ -147,7 +189,8 @@ public:
     explicit NewCalls(Reports& in_reports) : m_reports(in_reports) {}
     DsHandle<DsSipIncomingCall> newCall(const DsHandle<DsSipInviteMessage>& in_hInvite) override
     {
-        return makeDs<DsSipIncomingCall>(in_hInvite, DsHandle<DsSipIncomingCallinterface>(makeDs<IncomingRecorder>(m_reports)));
+        return makeDs<DsSipIncomingCall>(
+            in_hInvite, DsHandle<DsSipIncomingCallinterface>(makeDs<IncomingRecorder>(m_reports)));
     }
 
 private:
@@ -193,7 +236,8 @@ bool Reports::empty()
 TestAgent::TestAgent(DsSipStackConfig in_config)
 {
     std::string error;
-    EXPECT_TRUE(m_stack.start(in_config, DsHandle<DsSipNewCallinterface>(makeDs<NewCalls>(m_reports)), error)) << error;
+    EXPECT_TRUE(m_stack.start(in_config, DsHandle<DsSipNewCallinterface>(makeDs<NewCalls>(m_reports)), error))
+        << error;
 }
 
 TestAgent::~TestAgent()
@@ -204,7 +248,9 @@ TestAgent::~TestAgent()
 DsSipStackConfig TestAgent::defaults()
 {
     DsSipStackConfig config;
-    config.m_vListenPorts = {{DsSipTransport::eUDP, "127.0.0.1", 0}};
+    config.m_vListenPorts = {
+        {DsSipTransport::eUDP, "127.0.0.1", 0}
+    };
     config.m_uiT1Ms = 20;
     config.m_strContactUser = "gateway";
     return config;
@@ -220,11 +266,12 @@ DsHandle<DsSipOutgoingCall> TestAgent::call(const std::string& in_strUri,
     {
         in_change(*invite);
     }
-    return DsSipOutgoingCall::create(invite, DsHandle<DsSipOutgoingCallinterface>(makeDs<OutgoingRecorder>(m_reports)),
-                                     nullptr, &m_stack);
+    return DsSipOutgoingCall::create(
+        invite, DsHandle<DsSipOutgoingCallinterface>(makeDs<OutgoingRecorder>(m_reports)), nullptr, &m_stack);
 }
 
-DsHandle<DsSipResponse> TestAgent::response(unsigned int in_uiStatus, const DsHandle<DsSipRequest>& in_hRequest,
+DsHandle<DsSipResponse> TestAgent::response(unsigned int in_uiStatus,
+                                            const DsHandle<DsSipRequest>& in_hRequest,
                                             const std::string& in_strSdp)
 {
     return makeDs<DsSipResponse>(in_uiStatus, in_hRequest, "", in_strSdp, "application/sdp");
@@ -232,10 +279,12 @@ DsHandle<DsSipResponse> TestAgent::response(unsigned int in_uiStatus, const DsHa
 
 void TestAgent::expectEmpty()
 {
-    const auto alive = [&] {
+    const auto alive = [&]
+    {
         const DsSipStackStatistics s = m_stack.getStatistics();
         std::int64_t objects = 0;
-        for (const char* const account : {"DsSipIncomingCall", "DsSipOutgoingCall", "DsSipDialog", "DsSipServerTransaction"})
+        for (const char* const account :
+             {"DsSipIncomingCall", "DsSipOutgoingCall", "DsSipDialog", "DsSipServerTransaction"})
         {
             objects += static_cast<std::int64_t>(MemAccounts::get(account).liveObjects());
         }
@@ -251,7 +300,8 @@ void TestAgent::expectEmpty()
     EXPECT_EQ(s.m_ulCalls, 0U);
     EXPECT_EQ(s.m_ulDialogs, 0U);
     EXPECT_EQ(s.m_ulServerTransactions, 0U);
-    for (const char* const account : {"DsSipIncomingCall", "DsSipOutgoingCall", "DsSipDialog", "DsSipServerTransaction"})
+    for (const char* const account :
+         {"DsSipIncomingCall", "DsSipOutgoingCall", "DsSipDialog", "DsSipServerTransaction"})
     {
         EXPECT_EQ(MemAccounts::get(account).liveObjects(), 0) << account;
     }

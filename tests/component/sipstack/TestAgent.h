@@ -47,7 +47,8 @@ public:
     /// The next report; with an empty name and a test failure when none comes.
     Report next(std::chrono::milliseconds in_timeout = std::chrono::seconds(10));
     /// The next report, which must bear this name.
-    Report expect(const std::string& in_strName, std::chrono::milliseconds in_timeout = std::chrono::seconds(10));
+    Report expect(const std::string& in_strName,
+                  std::chrono::milliseconds in_timeout = std::chrono::seconds(10));
     /// True when nothing has been reported that was not taken.
     bool empty();
 
@@ -69,7 +70,10 @@ public:
     /// UDP on a free port of 127.0.0.1, T1 of 20 ms.
     static DsSipStackConfig defaults();
 
-    std::uint16_t port(std::size_t in_iPort = 0) const { return m_stack.getListenPorts().at(in_iPort).m_uiPort; }
+    std::uint16_t port(std::size_t in_iPort = 0) const
+    {
+        return m_stack.getListenPorts().at(in_iPort).m_uiPort;
+    }
     DsSipStack& stack() { return m_stack; }
     Reports& reports() { return m_reports; }
 
@@ -77,7 +81,8 @@ public:
     DsHandle<DsSipOutgoingCall> call(const std::string& in_strUri,
                                      const std::function<void(DsSipInviteMessage&)>& in_change = nullptr);
 
-    static DsHandle<DsSipResponse> response(unsigned int in_uiStatus, const DsHandle<DsSipRequest>& in_hRequest,
+    static DsHandle<DsSipResponse> response(unsigned int in_uiStatus,
+                                            const DsHandle<DsSipRequest>& in_hRequest,
                                             const std::string& in_strSdp = std::string());
 
     /// Waits until no call, dialog or transaction of the user's is alive, and checks the memory accounts.
