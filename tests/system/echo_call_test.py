@@ -174,7 +174,7 @@ def baresip_hears_its_echo(build):
         modules = next(Path("/usr/lib").glob("**/baresip/modules"), None)
         check(modules is not None, "baresip's modules are not installed")
         (folder / "config").write_text(
-            f"sip_listen 127.0.0.1:{sip_port}\nnet_interface lo\nmodule_path {modules}\nmodule_tmp account.so\n"
+            f"sip_listen 127.0.0.1:{sip_port}\nnet_interface 127.0.0.1\nmodule_path {modules}\nmodule_tmp account.so\n"
             "module_app menu.so\nmodule g711.so\nmodule aufile.so\nmodule sndfile.so\n"
             f"audio_source aufile,{tone}\naudio_player aufile,{folder / 'heard.wav'}\naudio_alert aufile,{folder / 'x.wav'}\n"
             f"snd_path {folder}\nrtp_ports {rtp_port}-{min(rtp_port + 1000, 65534)}\n", encoding="utf-8")

@@ -197,7 +197,7 @@ class Gateway:
 
 def run(tests, build):
     """Runs the functions with the build folder; prints what failed; the exit code."""
-    failed = 0
+    failed = passed = 0
     only = os.environ.get("QUORVEX_TEST")
     for test in tests:
         if only and only != test.__name__:
@@ -205,9 +205,10 @@ def run(tests, build):
         started = time.monotonic()
         try:
             test(build)
+            passed += 1
             print(f"ok      {test.__name__} ({time.monotonic() - started:.1f} s)", flush=True)
         except Failure as failure:
             failed += 1
             print(f"FAILED  {test.__name__}: {failure}", flush=True)
-    print(f"{len(tests) - failed} passed, {failed} failed")
+    print(f"{passed} passed, {failed} failed")
     return 1 if failed else 0
