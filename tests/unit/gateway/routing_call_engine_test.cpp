@@ -152,11 +152,11 @@ TEST_F(RoutingCallEngineTest, ARouteDecidesWhatACallerGets)
         {"service = \"ring\"",                                           "accepted"                            },
         {"service = \"ring\"\nhangupAfterMs = 20",                       "accepted, failed 4"                  },
         {"service = \"ring\"\nringing = \"none\"\nhangupAfterMs = 20",   "rejected 4"                          },
-        {"service = \"reject\"",                                         "rejected 1 (SIP 486)"                    },
-        {"service = \"reject\"\nreject = 603",                           "rejected 21 (SIP 603)"                   },
-        {"service = \"reject\"\nreject = \"unavailable\"",               "rejected 8 (SIP 503)"                    },
-        {"service = \"reject\"\nreject = \"sdp\"\nanswerAfterMs = 20",   "accepted, failed 3 (SIP 488)"            },
-        {"service = \"reject\"\nringing = \"none\"\nanswerAfterMs = 20", "rejected 1 (SIP 486)"                    },
+        {"service = \"reject\"",                                         "rejected 1 (SIP 486)"                },
+        {"service = \"reject\"\nreject = 603",                           "rejected 21 (SIP 603)"               },
+        {"service = \"reject\"\nreject = \"unavailable\"",               "rejected 8 (SIP 503)"                },
+        {"service = \"reject\"\nreject = \"sdp\"\nanswerAfterMs = 20",   "accepted, failed 3 (SIP 488)"        },
+        {"service = \"reject\"\nringing = \"none\"\nanswerAfterMs = 20", "rejected 1 (SIP 486)"                },
     };
     for (const auto& test : cases)
     {
@@ -169,6 +169,7 @@ TEST_F(RoutingCallEngineTest, ARouteDecidesWhatACallerGets)
         const std::string strEnd = std::string(test.m_szTold) + ", deleted";
         EXPECT_EQ(told.waitFor(strEnd), strEnd) << test.m_szRoute;
     }
+    settle();
     EXPECT_EQ(m_engine.getLiveCalls(), 0U);
     EXPECT_EQ(m_engine.getTotalCalls(), std::size(cases));
 }

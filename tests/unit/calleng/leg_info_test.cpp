@@ -1,0 +1,76 @@
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <sstream>
+
+#include "calleng/CallInfo.h"
+#include "calleng/CallLegInfo.h"
+
+namespace Quorvex
+{
+namespace
+{
+
+std::string print(const OutputStreamable& in_object)
+{
+    std::ostringstream text;
+    text << in_object;
+    return text.str();
+}
+
+TEST(CallLegInfoTest, StreamsAreNamedInOrderBelowOneNode)
+{
+    CallLegInfo leg;
+    leg.addRtpSendReceiveParameters(0);
+    leg.addRtpRecvOnlyParameters(1);
+    leg.addRtpInactiveParameters(2);
+    EXPECT_EQ(print(leg), " media.rtp.audio=sendrecv media.rtp.audio2=recvonly media.rtp.audio3=inactive");
+    const ParameterTrieNode* pStreams = leg.getNode("media.rtp");
+    ASSERT_NE(pStreams, nullptr);
+    ASSERT_EQ(pStreams->getChildren().size(), 3U);
+    EXPECT_EQ(pStreams->getChildren()[2]->getName(), "audio3");
+    leg.addRtpInactiveParameters(0);
+    EXPECT_EQ(pStreams->getChildren().size(), 3U)
+        << "a stream's new direction takes the place of the old one";
+}
+
+TEST(CallLegInfoTest, ValuesAreTextOrTruthWhateverTheirType)
+{
+    CallLegInfo leg;
+    leg.setParameter("text", "x");
+    leg.setParameter("number", 7);
+    leg.setParameter("yes", true);
+    leg.setParameter("Yes text", "TRUE");
+    leg.setParameter("one", 1);
+    std::string strValue = "untouched";
+    EXPECT_FALSE(leg.getParameter("none", strValue));
+    EXPECT_EQ(strValue, "untouched");
+    EXPECT_TRUE(leg.getParameter("number", strValue));
+    EXPECT_EQ(strValue, "7");
+    EXPECT_EQ(leg.getParameterOr("none", "default"), "default");
+    EXPECT_TRUE(leg.isTrue("yes"));
+    EXPECT_TRUE(leg.isTrue("Yes text"));
+    EXPECT_FALSE(leg.isTrue("one"));
+    EXPECT_FALSE(leg.isTrue("none"));
+}
+
+TEST(CallInfoTest, OneLegIsTheCurrentOneAndCopiesAreIndependent)
+{
+    CallLegInfo leg;
+    leg.setParameter("sip.out.requestUri", "sip:a@x");
+    CallInfo call;
+    call.addLeg(leg);
+    leg.setParameter("sip.out.requestUri", "sip:b@x");
+    call.addLeg(leg);
+    EXPECT_EQ(call.getCurrentLeg().getParameterOr("sip.out.requestUri", ""), "sip:a@x")
+        << "the first, until told";
+    EXPECT_FALSE(call.setCurrentLeg(2));
+    EXPECT_TRUE(call.setCurrentLeg(1));
+    const std::unique_ptr<CallInfo> pClone(call.clone());
+    call.getCurrentLeg().setParameter("sip.out.requestUri", "sip:c@x");
+    EXPECT_EQ(print(*pClone),
+              "2 legs, leg 0: sip.out.requestUri=sip:a@x, leg 1 (current): sip.out.requestUri=sip:b@x");
+}
+
+}  // namespace
+}  // namespace Quorvex
