@@ -320,12 +320,16 @@ void DsSipMessage::updateHeader(const DsSipHeader& in_header)
 
 void DsSipMessage::copyHeaders(const DsSipMessage& in_other, int in_iID)
 {
+    forgetTyped(in_iID);
     const std::lock_guard<std::mutex> lock(in_other.m_mutex);
     for (const Line& line : in_other.m_vLines)
     {
         if (line.m_iID == in_iID)
         {
-            insertLine(in_iID, in_other.nameOf(line), in_other.valueOf(line));
+            Line copy;
+            copy.m_iID = in_iID;
+            store(copy, in_other.nameOf(line), in_other.valueOf(line));
+            m_vLines.push_back(std::move(copy));
         }
     }
 }

@@ -8,6 +8,13 @@
 namespace Quorvex
 {
 
+namespace
+{
+
+constexpr std::size_t kMaxParameters = 256;
+
+}  // namespace
+
 DsSipParameters DsSipParameters::parse(std::string_view in_text)
 {
     DsSipParameters parameters;
@@ -42,6 +49,12 @@ DsSipParameters DsSipParameters::parse(std::string_view in_text)
                                   " does not end as it should");
             }
             entry.m_strValue = SipText::unfold(value);
+        }
+        // Names are looked for one by one, and nobody has this many to say.
+        if (parameters.m_vParameters.size() == kMaxParameters)
+        {
+            throw DsException("at most " + std::to_string(kMaxParameters) +
+                              " parameters were expected, found more");
         }
         parameters.m_vParameters.push_back(std::move(entry));
     }

@@ -15,6 +15,9 @@ namespace Quorvex
 namespace
 {
 
+// URIs are compared header by header.
+constexpr std::size_t kMaxHeaders = 256;
+
 bool isUnreserved(char in_char)
 {
     return (in_char >= 'a' && in_char <= 'z') || (in_char >= 'A' && in_char <= 'Z') ||
@@ -130,6 +133,7 @@ bool isAlwaysCompared(std::string_view in_name)
                        { return SipText::equalsIgnoreCase(in_known, in_name); });
 }
 
+// Of two parameters of one name the first counts.
 bool parametersMatch(const DsSipParameters& in_lhs, const DsSipParameters& in_rhs)
 {
     return std::all_of(in_lhs.getAll().begin(),
@@ -137,9 +141,10 @@ bool parametersMatch(const DsSipParameters& in_lhs, const DsSipParameters& in_rh
                        [&](const DsSipParameters::Parameter& in_parameter)
                        {
                            const auto other = in_rhs.get(in_parameter.m_strName);
-                           return other ? SipText::equalsIgnoreCase(canonical(in_parameter.m_strValue),
-                                                                    canonical(*other))
-                                        : !isAlwaysCompared(in_parameter.m_strName);
+                           return other
+                                      ? SipText::equalsIgnoreCase(
+                                            canonical(*in_lhs.get(in_parameter.m_strName)), canonical(*other))
+                                      : !isAlwaysCompared(in_parameter.m_strName);
                        });
 }
 
@@ -252,6 +257,11 @@ void DsSipURL::parseSip(std::string_view in_rest)
         const std::size_t end = std::min(headers.find('&', begin), headers.size());
         const std::string_view header = headers.substr(begin, end - begin);
         const std::size_t equals = header.find('=');
+        if (m_vHeaders.size() == kMaxHeaders)
+        {
+            throw DsException("at most " + std::to_string(kMaxHeaders) +
+                              " headers were expected in a URI, found more");
+        }
         if (equals != std::string_view::npos && equals != 0)
         {
             m_vHeaders.emplace_back(decode(header.substr(0, equals)), decode(header.substr(equals + 1)));

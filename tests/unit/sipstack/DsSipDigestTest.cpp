@@ -35,26 +35,26 @@ TEST(DsSipDigest, givesThePublishedResults)
   // RFC 7616 section 3.9.1.
         {"Digest realm=\"http-auth@example.org\", qop=\"auth, auth-int\", algorithm=SHA-256, "
          "nonce=\"7ypf/xlj9XXwfDPEoM4URrv/xwf94BcCAzFZH4GiTo0v\", "
-         "opaque=\"FQhe/qaU925kfnzjCev0ciny7QMkPqMAFRtzCUYo5tdS\"", "GET",
-         "/dir/index.html",                                                                                                                                                          mufasa,
-         "f2/wE4q74E6zIJEtWaHKaf5wv/H5QzzpXusqGemxURZJ",                                                                                                                                                                                      "753927fa0e85d155564e2e272a28d1802ca10daf4496794697cf8db5856cb6c1"},
+         "opaque=\"FQhe/qaU925kfnzjCev0ciny7QMkPqMAFRtzCUYo5tdS\"",                                         "GET",
+         "/dir/index.html",                                                                                                                    mufasa,
+         "f2/wE4q74E6zIJEtWaHKaf5wv/H5QzzpXusqGemxURZJ",                                                                                                                              "753927fa0e85d155564e2e272a28d1802ca10daf4496794697cf8db5856cb6c1"},
         {"Digest realm=\"http-auth@example.org\", qop=\"auth, auth-int\", algorithm=MD5, "
          "nonce=\"7ypf/xlj9XXwfDPEoM4URrv/xwf94BcCAzFZH4GiTo0v\", "
-         "opaque=\"FQhe/qaU925kfnzjCev0ciny7QMkPqMAFRtzCUYo5tdS\"", "GET",
-         "/dir/index.html",                                                                                                                                                          mufasa,
-         "f2/wE4q74E6zIJEtWaHKaf5wv/H5QzzpXusqGemxURZJ",                                                                                                                                                                                      "8ca523f5e9506fed4657c9700eebdbec"                                },
+         "opaque=\"FQhe/qaU925kfnzjCev0ciny7QMkPqMAFRtzCUYo5tdS\"",                                         "GET",
+         "/dir/index.html",                                                                                                                    mufasa,
+         "f2/wE4q74E6zIJEtWaHKaf5wv/H5QzzpXusqGemxURZJ",                                                                                                                              "8ca523f5e9506fed4657c9700eebdbec"                                },
  // RFC 2617 section 3.5.
         {"Digest "
-         "realm=\"testrealm@host.com\",qop=\"auth,auth-int\",nonce=\"dcd98b7102dd2f0e8b11d0f600bfb0c093\"",                                                                   "GET",
-         "/dir/index.html", {"", "Mufasa", "Circle Of Life"},
-         "0a4f113b",                                                                                                                                                                                 "6629fae49393a05397450978507c4ef1"                                                                                                                                                                                                                                                                                             },
+         "realm=\"testrealm@host.com\",qop=\"auth,auth-int\",nonce=\"dcd98b7102dd2f0e8b11d0f600bfb0c093\"", "GET",
+         "/dir/index.html",                                                                                                                    {"", "Mufasa", "Circle Of Life"},
+         "0a4f113b",                                                                                                                                                                  "6629fae49393a05397450978507c4ef1"                                },
  // The older form, without qop (RFC 2069, as corrected).
         {"Digest realm=\"testrealm@host.com\", nonce=\"dcd98b7102dd2f0e8b11d0f600bfb0c093\"",
-         "GET",             "/dir/index.html",
+         "GET",                                                                                                             "/dir/index.html",
          {"", "Mufasa", "CircleOfLife"},
-         "",                                                                                                                                                                                                      "1949323746fe6a43ef61f9606e7febea"                                                                                                                                                                                                                                                                                                     },
-        {"Digest realm=\"r\", nonce=\"n\", qop=\"auth-int\"",                                                                  "GET",                                             "/",                                              mufasa,     "c", ""},
-        {"Digest realm=\"r\", nonce=\"n\", algorithm=SHA-512-256",                                                                  "GET",                                        "/",                                         mufasa,     "c",      ""                                                                                                                                                                                                                                                                                                          },
+         "",                                                                                                                                                                          "1949323746fe6a43ef61f9606e7febea"                                },
+        {"Digest realm=\"r\", nonce=\"n\", qop=\"auth-int\"",                                                        "GET", "/",               mufasa,                           "c", ""                                                                },
+        {"Digest realm=\"r\", nonce=\"n\", algorithm=SHA-512-256",                                                   "GET", "/",               mufasa,                           "c", ""                                                                },
     };
     for (const Vector& row : table)
     {

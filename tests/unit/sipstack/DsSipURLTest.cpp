@@ -153,6 +153,15 @@ TEST(DsSipURL, refusesWhatIsNoURI)
         EXPECT_THROW(DsSipURL{text}, DsException) << text;
         EXPECT_TRUE(DsSipURL::parse(text).isNil()) << text;
     }
+    std::string many = "sip:a@b";
+    std::string headers = "sip:a@b?";
+    for (int i = 0; i < 30000; ++i)
+    {
+        many.append(";p");
+        headers.append("h=1&");
+    }
+    EXPECT_THROW(DsSipURL{many}, DsException);
+    EXPECT_THROW(DsSipURL{headers}, DsException);
     EXPECT_TRUE(DsSipURL::parse("tel:123").isNil());
     EXPECT_FALSE(DsSipURL::parse(" sip:a@b ").isNil());
 }
