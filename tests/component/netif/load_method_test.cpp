@@ -167,7 +167,7 @@ TEST(LoadMethodTest, LinkedClassForwardsToOneInterface)
     netIf.setCallEngine(&engine);
     ASSERT_TRUE(netIf.start());
     SipTestPeer peer;
-    SipTestCall call(peer, uiPort, "options@peer");
+    SipTestCall call(peer, uiPort, "options");
     // Sent again until the socket is open.
     bool bAnswered = false;
     for (int iTry = 0; iTry < 100 && !bAnswered; ++iTry)
