@@ -30,6 +30,8 @@ constexpr std::size_t kThreads = 4;
 constexpr std::size_t kMaxBody = std::size_t{64} * 1024;
 constexpr std::size_t kMaxPath = 512;
 constexpr int kTimeoutS = 5;
+// A stop waits this long for a connection that says nothing.
+constexpr int kFirstByteTimeoutS = 1;
 constexpr const char* kJsonType = "application/json";
 constexpr const char* kTextType = "text/plain; charset=utf-8";
 
@@ -204,7 +206,7 @@ bool HttpServer::start(const std::string& in_strListen, std::string& out_strErro
         });
     // One request a connection: the library looks at an idle connection a hundred times a second.
     m_pServer->set_keep_alive_max_count(1);
-    m_pServer->set_keep_alive_timeout(kTimeoutS);
+    m_pServer->set_keep_alive_timeout(kFirstByteTimeoutS);
     m_pServer->set_read_timeout(kTimeoutS);
     m_pServer->set_write_timeout(kTimeoutS);
     m_pServer->set_payload_max_length(kMaxBody);
