@@ -4,6 +4,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <sstream>
 
 #include "infra/MemAccount.h"
@@ -58,13 +59,18 @@ void Peer::sendRaw(const std::vector<std::uint8_t>& in_vData)
                        sizeof address));
 }
 
+void Peer::sendPacket(const RtpPacket& in_header, const std::vector<std::uint8_t>& in_vPayload)
+{
+    std::vector<std::uint8_t> vData(RtpPacket::HEADER_SIZE + in_vPayload.size());
+    in_header.writeHeader(vData.data());
+    std::copy(in_vPayload.begin(), in_vPayload.end(), vData.begin() + RtpPacket::HEADER_SIZE);
+    sendRaw(vData);
+}
+
 void Peer::send(const std::vector<std::uint8_t>& in_vPayload, unsigned in_uiPayloadType)
 {
-    std::vector<std::uint8_t> vData(RtpPacket::HEADER_SIZE);
     m_next.m_ui8PayloadType = static_cast<std::uint8_t>(in_uiPayloadType);
-    m_next.writeHeader(vData.data());
-    vData.insert(vData.end(), in_vPayload.begin(), in_vPayload.end());
-    sendRaw(vData);
+    sendPacket(m_next, in_vPayload);
     ++m_next.m_ui16Sequence;
     m_next.m_ui32Timestamp += static_cast<std::uint32_t>(in_vPayload.size());
 }

@@ -132,6 +132,7 @@ public:
     };
 
     void sendRaw(const std::vector<std::uint8_t>& in_vData);
+    void sendPacket(const RtpPacket& in_header, const std::vector<std::uint8_t>& in_vPayload);
     /// Sends one packet and advances the sequence number, and the timestamp by its size.
     void send(const std::vector<std::uint8_t>& in_vPayload, unsigned in_uiPayloadType = 0);
     void sendEvent(unsigned in_uiPayloadType,

@@ -256,10 +256,7 @@ TEST_F(StreamTest, digitsAreSentAsEventsOrAsTones)
         for (unsigned i = 0; i < 100 && strHeard.size() < 3; ++i)
         {
             ASSERT_TRUE(pFrom->m_peer.receive(packet));
-            std::vector<std::uint8_t> vData(RtpPacket::HEADER_SIZE);
-            packet.m_header.writeHeader(vData.data());
-            vData.insert(vData.end(), packet.m_vPayload.begin(), packet.m_vPayload.end());
-            pTo->m_peer.sendRaw(vData);
+            pTo->m_peer.sendPacket(packet.m_header, packet.m_vPayload);
             for (std::string strReport = pTo->m_pReports->next(0ms); !strReport.empty();
                  strReport = pTo->m_pReports->next(0ms))
             {
