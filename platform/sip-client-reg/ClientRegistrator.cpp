@@ -49,7 +49,7 @@ bool ClientRegistrator::readConfiguration(const ROConfiguration& in_config,
         }
         reader.readString(key + ".user", registration.m_strUser);
         reader.readString(key + ".password", registration.m_strPassword);
-        reader.readUnsigned(key + ".expiresS", 1, 86400, registration.m_uiExpiresS);
+        reader.readUnsigned(key + ".expiresS", 1, 31536000, registration.m_uiExpiresS);
     }
     if (!reader.ok())
     {

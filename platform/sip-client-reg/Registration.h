@@ -12,7 +12,7 @@ struct RegistrationConfig
     std::string m_strAOR;        ///< the address that is registered
     std::string m_strUser;       ///< for digest challenges of this registrar; "" for none
     std::string m_strPassword;
-    unsigned int m_uiExpiresS = 3600;      ///< what is asked for; 1 to 86,400
+    unsigned int m_uiExpiresS = 3600;      ///< what is asked for; 1 to 31,536,000
     unsigned int m_uiFirstRetryMs = 2000;  ///< the pause after a first failure; each further one doubles it
     unsigned int m_uiMaxRetryMs = 300000;  ///< the longest pause
     unsigned int m_uiNameTimeoutMs = 250;  ///< how long the registrar's host name is looked up

@@ -25,7 +25,7 @@ const Logger& logger()
     return s_logger;
 }
 
-constexpr unsigned int kMaxExpiresS = 86400;
+constexpr unsigned int kMaxExpiresS = 31536000;
 constexpr unsigned int kMaxRetryAfterS = 3600;
 
 // A spread, so that a registrar that comes back is not met by everybody at once.

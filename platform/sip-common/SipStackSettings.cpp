@@ -63,7 +63,7 @@ void readCredentials(ConfigReader& io_reader, std::vector<DsSipCredential>& out_
         for (const auto& child : node->getChildren())
         {
             DsSipCredential& credential = out_vCredentials.emplace_back();
-            io_reader.requireString(child->getFullName() + ".realm", credential.m_strRealm);
+            io_reader.readString(child->getFullName() + ".realm", credential.m_strRealm);
             io_reader.requireString(child->getFullName() + ".user", credential.m_strUser);
             io_reader.readString(child->getFullName() + ".password", credential.m_strPassword);
         }

@@ -16,7 +16,8 @@ namespace Quorvex
 /// productName
 /// ("Quorvex"), productVersion (""), getHostByNameTimeoutMs (250), t1Ms (500), timerCMs (180000), tcpIdleMs
 /// (600000), maxMessageBytes (65536), sessionExpiresS (0: no session timer asked for), minSES (90),
-/// retryAfterS (5), and credential, a list of tables with realm, user and password.
+/// retryAfterS (5), and credential, a list of tables with realm ("": every realm without an entry), user and
+/// password.
 struct SipStackSettings
 {
     std::vector<Sip::AddressPortTransport> m_vListen;

@@ -81,8 +81,9 @@ const Entry* findEntry(std::string_view in_name)
 {
     for (const Entry& entry : kEntries)
     {
-        if (in_name.size() == 1 ? entry.m_compact != '\0' && entry.m_compact == (in_name.front() | 0x20)
-                                : SipText::equalsIgnoreCase(entry.m_name, in_name))
+        if (in_name.size() == 1
+                ? entry.m_compact != '\0' && entry.m_compact == (in_name.front() | 0x20)
+                : entry.m_name.size() == in_name.size() && SipText::equalsIgnoreCase(entry.m_name, in_name))
         {
             return &entry;
         }
