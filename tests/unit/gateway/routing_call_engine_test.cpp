@@ -16,34 +16,40 @@ namespace Quorvex
 namespace
 {
 
-/// What the legs of a test were told, in order, one word each. Outlives the legs.
+/// What the legs of a test were told, in order, one word each. Copies share the words: a leg may outlive its
+/// test.
 class Told
 {
 public:
     void add(const std::string& in_strWord)
     {
-        const std::lock_guard lock(m_mutex);
-        m_strWords += (m_strWords.empty() ? "" : ", ") + in_strWord;
-        m_changed.notify_all();
+        const std::lock_guard lock(m_pWords->m_mutex);
+        m_pWords->m_strText += (m_pWords->m_strText.empty() ? "" : ", ") + in_strWord;
+        m_pWords->m_changed.notify_all();
     }
     /// Waits until the words are these; the words at the deadline if they never are.
     std::string waitFor(const std::string& in_strWords)
     {
-        std::unique_lock lock(m_mutex);
-        m_changed.wait_for(lock, std::chrono::seconds(10), [&] { return m_strWords == in_strWords; });
-        return m_strWords;
+        std::unique_lock lock(m_pWords->m_mutex);
+        m_pWords->m_changed.wait_for(
+            lock, std::chrono::seconds(10), [&] { return m_pWords->m_strText == in_strWords; });
+        return m_pWords->m_strText;
     }
 
 private:
-    std::mutex m_mutex;
-    std::condition_variable m_changed;
-    std::string m_strWords;
+    struct Words
+    {
+        std::mutex m_mutex;
+        std::condition_variable m_changed;
+        std::string m_strText;
+    };
+    std::shared_ptr<Words> m_pWords = std::make_shared<Words>();
 };
 
 class FakeLeg : public InCallLeg
 {
 public:
-    explicit FakeLeg(Told& in_told) : m_told(in_told) {}
+    explicit FakeLeg(Told in_told) : m_told(std::move(in_told)) {}
     ~FakeLeg() override { m_told.add("deleted"); }
 
     bool hangup() override { return tell("hangup"); }
@@ -84,7 +90,7 @@ private:
         return tell(text.str());
     }
 
-    Told& m_told;
+    Told m_told;
 };
 
 class RoutingCallEngineTest : public testing::Test
