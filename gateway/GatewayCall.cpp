@@ -143,7 +143,7 @@ void GatewayCall::startService()
         QLOG_ERROR(m_logger,
                    "the service of route " << m_pRoute->getName() << " cannot be started"
                                            << (error.empty() ? "" : ": ") << error);
-        hangup();
+        refuse(eMEDIA_FAILURE, "the service cannot be started");
     }
 }
 

@@ -1,10 +1,14 @@
 #include "Host.h"
 
 #include <systemd/sd-daemon.h>
+#include <unistd.h>
 
+#include <cerrno>
 #include <filesystem>
 #include <iostream>
+#include <system_error>
 
+#include "Announcement.h"
 #include "ConfigSchema.h"
 #include "FirstError.h"
 #include "NetIfLoader.h"
@@ -21,6 +25,17 @@ namespace
 
 constexpr std::chrono::seconds kStartTimeout{30};
 constexpr std::chrono::seconds kKillTimeout{10};
+
+/// Empty when a file can be written, or made; else the system's reason. Makes none.
+std::string whyNotWritable(const std::string& in_strFile)
+{
+    const std::filesystem::path file(in_strFile);
+    std::error_code ignored;
+    const std::filesystem::path asked = std::filesystem::exists(file, ignored) ? file : file.parent_path();
+    return in_strFile.empty() || access(asked.c_str(), W_OK) == 0
+               ? ""
+               : std::error_code(errno, std::generic_category()).message();
+}
 
 void complain(const std::string& in_strText)
 {
@@ -104,17 +119,25 @@ bool Host::prepare(std::string& out_strError)
         return false;
     }
     const std::string cdrFile = m_hConfig->getStringOr("quorvex.gateway.cdrFile", "");
-    if (!m_options.m_bCheckOnly && !m_engine.getCdrWriter().open(cdrFile, out_strError))
-    {
-        out_strError = m_options.m_strConfigFile + ": quorvex.gateway.cdrFile: " + cdrFile +
-                       " cannot be written: " + out_strError;
-        return false;
-    }
     const std::string logFile = m_hConfig->getStringOr("quorvex.log.file", "");
-    if (!m_options.m_bCheckOnly && !Logging::setOutput(logFile, out_strError))
+    for (const auto& [szKey, strFile] :
+         {std::pair("quorvex.gateway.cdrFile", cdrFile), std::pair("quorvex.log.file", logFile)})
     {
-        out_strError = m_options.m_strConfigFile + ": quorvex.log.file: " + logFile +
-                       " cannot be written: " + out_strError;
+        const std::string strReason = whyNotWritable(strFile);
+        if (!strReason.empty())
+        {
+            out_strError = m_options.m_strConfigFile + ": " + szKey + ": " + strFile +
+                           " cannot be written: " + strReason;
+            return false;
+        }
+    }
+    if (m_options.m_bCheckOnly)
+    {
+        return true;
+    }
+    if (!m_engine.getCdrWriter().open(cdrFile, out_strError) || !Logging::setOutput(logFile, out_strError))
+    {
+        out_strError = m_options.m_strConfigFile + ": " + out_strError;
         return false;
     }
     applyLevels(*m_hConfig);
@@ -217,40 +240,7 @@ bool Host::startNetIf(std::string& out_strError)
 
 void Host::announce() const
 {
-    std::cout << "quorvex-gateway " QUORVEX_VERSION " is running\n  SIP:";
-    const ParameterTrieNode* pListen = m_hConfig->getNode("quorvex.sip.listen");
-    std::string address = "127.0.0.1:5060";
-    bool bFirst = true;
-    if (pListen != nullptr)
-    {
-        for (const auto& pPort : pListen->getChildren())
-        {
-            const std::string text = pPort->getValue().toText();
-            std::cout << (bFirst ? " " : ", ") << text;
-            if (bFirst)
-            {
-                address = text.substr(text.find(':') + 1);
-            }
-            bFirst = false;
-        }
-    }
-    if (bFirst)
-    {
-        std::cout << " udp:" << address;
-    }
-    std::cout << "   RTP: " << m_hConfig->getStringOr("quorvex.rtp.localAddress", "127.0.0.1") << ", ports "
-              << m_hConfig->getStringOr("quorvex.rtp.portRange", "16384-32767") << "\n  routes:";
-    for (const Route& route : m_pRoutes->getRoutes())
-    {
-        std::cout << ' ' << route.getName();
-    }
-    if (m_http.getPort() != 0)
-    {
-        std::cout << "\n  HTTP: http://" << m_hConfig->getStringOr("quorvex.gateway.httpListen", "")
-                  << "/api/status, /api/calls, /metrics, /healthz";
-    }
-    std::cout << "\n  call it:  sipp -sn uac -s echo " << address
-              << " -m 1\n  Ctrl-C ends every call, then the gateway" << std::endl;
+    std::cout << makeAnnouncement(*m_hConfig, *m_pRoutes) << std::flush;
     sd_notify(0, "READY=1");
 }
 

@@ -62,6 +62,20 @@ std::string choose(const std::pair<const char*, Value> (&in_choices)[Size],
            in_node.getValue().toText() + "\"";
 }
 
+/// Empty, or why the file cannot be a WAV file. The media engine looks closer.
+std::string checkWavFile(const std::string& in_strFile)
+{
+    std::ifstream file(in_strFile, std::ios::binary);
+    std::string strHead(12, '\0');
+    if (!file.read(strHead.data(), static_cast<std::streamsize>(strHead.size())))
+    {
+        return "file: " + in_strFile + " cannot be read; a WAV file is expected";
+    }
+    return strHead.starts_with("RIFF") && strHead.ends_with("WAVE")
+               ? ""
+               : "file: " + in_strFile + " is no WAV file; one is expected";
+}
+
 std::string readMilliseconds(const ParameterTrieNode& in_node, unsigned int& out_uiMs)
 {
     constexpr std::int64_t kDayMs = 86400000;
@@ -133,6 +147,10 @@ std::string Route::readMatches(const ParameterTrieNode& in_node)
         }
         try
         {
+            if (key == "sip.in.requestUri")
+            {
+                m_strUriExpression = text;
+            }
             m_vMatches.push_back({key, std::regex(text, std::regex::ECMAScript | std::regex::optimize)});
         }
         catch (const std::regex_error& regexError)
@@ -193,8 +211,7 @@ std::string Route::readOption(const ParameterTrieNode& in_node, const std::strin
     {
         m_strFile =
             (std::filesystem::path(in_strFolder) / in_node.getValue().toText()).lexically_normal().string();
-        return std::ifstream(m_strFile) ? ""
-                                        : "file: " + m_strFile + " cannot be read; a WAV file is expected";
+        return checkWavFile(m_strFile);
     }
     if (name == "tone")
     {
@@ -240,6 +257,24 @@ std::string Route::readReject(const ParameterTrieNode& in_node)
            in_node.getValue().toText();
 }
 
+std::string Route::describe() const
+{
+    switch (m_service)
+    {
+        case Service::ECHO:
+            return "hears itself";
+        case Service::PLAY:
+            return "hears " + std::filesystem::path(m_strFile).filename().string();
+        case Service::TONE:
+            return "hears the tone \"" + m_strTone + '"';
+        case Service::RING:
+            return "rings and is not answered";
+        case Service::REJECT:
+            return "is refused with " + std::to_string(m_uiRejectStatus);
+    }
+    return "";
+}
+
 bool Route::matches(const CallLegInfo& in_leg) const
 {
     // The library's matcher recurses once per character: a far end must not choose how deep.
@@ -266,7 +301,8 @@ bool RouteTable::read(const ParameterTrie& in_config,
     {
         return true;
     }
-    if (pRoutes->hasValue() || pRoutes->getChild("name") != nullptr)
+    // The elements of a list are numbered; anything else stands in a single table.
+    if (pRoutes->hasValue() || (!pRoutes->getChildren().empty() && pRoutes->getChild("0") == nullptr))
     {
         out_strError = "route: a list of tables is expected ([[route]], with two brackets)";
         return false;

@@ -50,6 +50,10 @@ public:
     /// The SIP status of service "reject".
     unsigned int getRejectStatus() const { return m_uiRejectStatus; }
     ConnectionFailureEnum getRejectFailure() const { return m_rejectFailure; }
+    /// The expression for "sip.in.requestUri"; empty when the route has none.
+    const std::string& getUriExpression() const { return m_strUriExpression; }
+    /// What becomes of its calls, for a person: "is echoed".
+    std::string describe() const;
 
 private:
     struct Match
@@ -65,6 +69,7 @@ private:
 
     std::string m_strName;
     std::vector<Match> m_vMatches;
+    std::string m_strUriExpression;
     Service m_service = Service::ECHO;
     Ringing m_ringing = Ringing::RINGING;
     bool m_bProgress = false;

@@ -16,34 +16,34 @@ namespace Quorvex
 namespace
 {
 
-/// What the legs of a test were told, in order, one word each. Copies share the words: a leg may outlive its
-/// test.
+/// What the legs of a test were told, in order. A handle: the engine may delete a leg after its test has
+/// ended.
 class Told
 {
 public:
     void add(const std::string& in_strWord)
     {
-        const std::lock_guard lock(m_pWords->m_mutex);
-        m_pWords->m_strText += (m_pWords->m_strText.empty() ? "" : ", ") + in_strWord;
-        m_pWords->m_changed.notify_all();
+        const std::lock_guard lock(m_pState->m_mutex);
+        m_pState->m_strWords += (m_pState->m_strWords.empty() ? "" : ", ") + in_strWord;
+        m_pState->m_changed.notify_all();
     }
     /// Waits until the words are these; the words at the deadline if they never are.
     std::string waitFor(const std::string& in_strWords)
     {
-        std::unique_lock lock(m_pWords->m_mutex);
-        m_pWords->m_changed.wait_for(
-            lock, std::chrono::seconds(10), [&] { return m_pWords->m_strText == in_strWords; });
-        return m_pWords->m_strText;
+        std::unique_lock lock(m_pState->m_mutex);
+        m_pState->m_changed.wait_for(
+            lock, std::chrono::seconds(10), [&] { return m_pState->m_strWords == in_strWords; });
+        return m_pState->m_strWords;
     }
 
 private:
-    struct Words
+    struct State
     {
         std::mutex m_mutex;
         std::condition_variable m_changed;
-        std::string m_strText;
+        std::string m_strWords;
     };
-    std::shared_ptr<Words> m_pWords = std::make_shared<Words>();
+    std::shared_ptr<State> m_pState = std::make_shared<State>();
 };
 
 class FakeLeg : public InCallLeg
@@ -115,9 +115,9 @@ protected:
         m_engine.setRoutes(pRoutes);
     }
 
-    std::unique_ptr<CallInInterface> call(Told& io_told, const std::string& in_strId = "c1")
+    std::unique_ptr<CallInInterface> call(const Told& in_told, const std::string& in_strId = "c1")
     {
-        return std::unique_ptr<CallInInterface>(m_engine.newInCall(new FakeLeg(io_told), in_strId.c_str()));
+        return std::unique_ptr<CallInInterface>(m_engine.newInCall(new FakeLeg(in_told), in_strId.c_str()));
     }
 
     static CallLegInfo legTo(const std::string& in_strUri)
