@@ -22,6 +22,7 @@ class DsInetAddress;
 class DsSipIncomingCall;
 class DsSipInviteMessage;
 class DsSipRequest;
+class PendingInvite;
 class ServerTransactionCore;
 
 /// The base library's agent with its ports, the requests that belong to no dialog, and the tables of what is
@@ -97,6 +98,10 @@ public:
     void dialogCreated() { ++m_ulDialogs; }
     void dialogEnded() { --m_ulDialogs; }
 
+    /// An INVITE whose host names are known by now; the result is as LegHandler's.
+    int beginCall(nta_incoming_t* in_pIrq, const sip_t* in_pSip);
+    void removePending(const PendingInvite& in_pending);
+
     int onLegRequest(nta_leg_t* in_pLeg, nta_incoming_t* in_pIrq, const sip_t* in_pSip) override;
 
 private:
@@ -104,11 +109,8 @@ private:
     bool addPort(su_root_s* in_pRoot, std::size_t in_iPort, std::string& out_strError);
     void close();
     void checkEmpty();
-    class PendingInvite;
-    void removePending(const PendingInvite& in_pending);
 
     int onInvite(nta_incoming_t* in_pIrq, const sip_t* in_pSip);
-    int beginCall(nta_incoming_t* in_pIrq, const sip_t* in_pSip);
     int takeInvite(nta_incoming_t* in_pIrq, const sip_t* in_pSip);
     int onReplaces(nta_incoming_t* in_pIrq, const sip_t* in_pSip);
     int onOptions(nta_incoming_t* in_pIrq);
