@@ -150,6 +150,7 @@ constexpr KeySpec kKeys[] = {
     {"quorvex.rtp.rtcp",                          kFlag,   0,      0,        nullptr,           false},
     {"quorvex.media.rtp.packetSizeMs",            kText,   0,      0,        checkPacketSizes,  false},
     {"quorvex.media.recordingDir",                kText,   0,      0,        checkNotEmpty,     false},
+    {"quorvex.media.cpaMaxTimeMs",                kNumber, 1000,   60000,    nullptr,           false},
     {"quorvex.log.file",                          kText,   0,      0,        nullptr,           false},
     {"quorvex.log.level",                         kText,   0,      0,        checkLevel,        false},
     {"quorvex.log.levels.**",                     kText,   0,      0,        checkLevel,        false},
