@@ -52,12 +52,9 @@ public:
         }
         if (!m_bAccepted)
         {
-            // Without a user's word the dialog is nobody's: it ends if it stands.
+            // Without the user's word the dialog is nobody's. If it stands, its BYE goes its way alone.
             m_pNew->hangup(DsHandle<DsSipRequest>());
-            if (m_pNew->getState() == DialogCore::State::eEarly)
-            {
-                m_pNew->end();
-            }
+            m_pNew->end();
         }
     }
 

@@ -188,7 +188,11 @@ void DialogCore::end()
         nta_leg_destroy(m_pLeg);
         m_pLeg = nullptr;
     }
-    m_hDialog = DsHandle<DsSipDialog>();
+    DsHandle<DsSipDialog> handle;
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        handle.swap(m_hDialog);
+    }
     m_agent.dialogEnded();
 }
 

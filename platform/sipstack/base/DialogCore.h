@@ -57,7 +57,12 @@ public:
                                                     const std::string& in_strPort,
                                                     const std::string& in_strContact);
 
-    const DsHandle<DsSipDialog>& getHandle() const { return m_hDialog; }
+    /// Any thread; nil once the dialog has ended.
+    DsHandle<DsSipDialog> getHandle() const
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        return m_hDialog;
+    }
     State getState() const { return m_state.load(std::memory_order_acquire); }  // any thread
     DialogOwner* getOwner() const { return m_pOwner; }
     const std::string& getPort() const { return m_strPort; }
@@ -132,7 +137,6 @@ private:
     SipAgent& m_agent;
     std::weak_ptr<SipAgent> m_pAgent;
     DialogOwner* m_pOwner;
-    DsHandle<DsSipDialog> m_hDialog;
     nta_leg_t* m_pLeg = nullptr;
     std::atomic<State> m_state{State::eEarly};
 
@@ -145,8 +149,9 @@ private:
     std::string m_strPort;
     std::string m_strContact;
 
-    mutable std::mutex m_mutex;  // guards the one below
+    mutable std::mutex m_mutex;  // guards the two below
     std::string m_strTarget;
+    DsHandle<DsSipDialog> m_hDialog;
 
     // The far end's BYE.
     nta_incoming_t* m_pByeIrq = nullptr;

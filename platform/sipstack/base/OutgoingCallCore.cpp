@@ -350,6 +350,10 @@ void OutgoingCallCore::onFailure(int in_iStatus,
 
 void OutgoingCallCore::fail()
 {
+    if (m_state == State::eClosed)
+    {
+        return;
+    }
     const auto self = shared_from_this();
     reports().failedToConnect(m_hCall, firstDialog(), DsHandle<DsSipResponse>());
     close();

@@ -16,6 +16,7 @@
 #include "sipstack/DsSipResponse.h"
 #include "sipstack/base/ClientTransactionCore.h"
 #include "sipstack/base/DialogCore.h"
+#include "sipstack/base/FirstLine.h"
 #include "sipstack/base/IncomingCallCore.h"
 #include "sipstack/base/PendingInvite.h"
 #include "sipstack/base/ServerTransactionCore.h"
@@ -124,6 +125,7 @@ bool SipAgent::addPort(su_root_t* in_pRoot, std::size_t in_iPort, std::string& o
                                   NTATAG_MERGE_482(1),
                                   NTATAG_MAXSIZE(m_config.m_uiMaxMessageBytes),
                                   NTATAG_SIPFLAGS(MSG_DO_EXTRACT_COPY),
+                                  NTATAG_MCLASS(tolerantMessageClass()),
                                   NTATAG_UDP_MTU(65535),
                                   NTATAG_CLIENT_RPORT(1),
                                   NTATAG_SERVER_RPORT(1),
@@ -361,14 +363,24 @@ void SipAgent::removeClientTransaction(const ClientTransactionCore& in_transacti
     }
 }
 
-DsSipStackStatistics SipAgent::statistics() const
+DsSipStackStatistics SipAgent::statistics()
 {
+    // The base library counts on its own thread; who asks gets what it had counted when somebody asked
+    // before.
+    post(
+        [self = shared_from_this()]
+        {
+            usize_t malformed = 0;
+            nta_agent_get_stats(self->m_pNta, NTATAG_S_BAD_MESSAGE_REF(malformed), TAG_END());
+            self->m_ulMalformed = malformed;
+        });
     DsSipStackStatistics statistics;
     statistics.m_ulInvitesReceived = m_ulInvitesReceived;
     statistics.m_ulInvitesSent = m_ulInvitesSent;
     statistics.m_ulOverloadRefused = m_ulOverloadRefused;
     statistics.m_ulNoDialog481 = m_ulNoDialog;
     statistics.m_ulRefused = m_ulRefused;
+    statistics.m_ulMalformed = m_ulMalformed;
     statistics.m_ulCalls = m_ulCalls;
     statistics.m_ulDialogs = m_ulDialogs;
     statistics.m_ulServerTransactions = m_ulServerTransactions;

@@ -41,7 +41,7 @@ public:
     void stop(unsigned int in_uiTimeoutMs);
     bool post(std::function<void()> in_job) { return m_thread.post(std::move(in_job)); }
     const DsSipStackConfig& config() const { return m_config; }
-    DsSipStackStatistics statistics() const;
+    DsSipStackStatistics statistics();
     bool isDraining() const { return m_bDraining.load(std::memory_order_relaxed); }
 
     /// Any thread: the agent of an object that may outlive it. Throws when the stack is gone.
@@ -138,6 +138,7 @@ private:
     std::atomic<std::uint64_t> m_ulOverloadRefused{0};
     std::atomic<std::uint64_t> m_ulNoDialog{0};
     std::atomic<std::uint64_t> m_ulRefused{0};
+    std::atomic<std::uint64_t> m_ulMalformed{0};  // the base library's count, taken whenever it is asked for
     std::atomic<std::uint64_t> m_ulCalls{0};
     std::atomic<std::uint64_t> m_ulDialogs{0};
     std::atomic<std::uint64_t> m_ulServerTransactions{0};

@@ -17,6 +17,7 @@ class ReliableHandler;
 #define NTA_RELIABLE_MAGIC_T ::Quorvex::ReliableHandler
 
 #include <sofia-sip/msg_addr.h>
+#include <sofia-sip/msg_mclass.h>
 #include <sofia-sip/nta.h>
 #include <sofia-sip/nta_tport.h>
 #include <sofia-sip/sip.h>
