@@ -1,8 +1,10 @@
 #include "EngineConfig.h"
 
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <charconv>
 #include <cstring>
 #include <fstream>
@@ -83,6 +85,32 @@ bool EngineConfig::read(const ROConfiguration& in_config, std::string& out_strEr
     m_uiCpaMaxTimeMs = static_cast<unsigned>(iCpaMaxTimeMs);
     m_strRecordingDir = in_config.getStringOr("quorvex.media.recordingDir", ".");
     return true;
+}
+
+std::string EngineConfig::raiseDescriptorLimit() const
+{
+    // Besides its ports, a process has its signalling sockets and files.
+    constexpr rlim_t OTHERS = 1024;
+    const rlim_t uiNeeded = m_uiLastPort - m_uiFirstPort + 1 + OTHERS;
+    rlimit limit{};
+    if (::getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur >= uiNeeded)
+    {
+        return {};
+    }
+    const rlimit wanted{uiNeeded, std::max(limit.rlim_max, uiNeeded)};
+    const rlimit possible{std::min(limit.rlim_max, uiNeeded), limit.rlim_max};
+    if (::setrlimit(RLIMIT_NOFILE, &wanted) == 0)
+    {
+        return {};
+    }
+    static_cast<void>(::setrlimit(RLIMIT_NOFILE, &possible));
+    if (possible.rlim_cur >= uiNeeded)
+    {
+        return {};
+    }
+    return "the process may open " + std::to_string(possible.rlim_cur) +
+           " descriptors, quorvex.rtp.portRange has use for " + std::to_string(uiNeeded) +
+           ": raise its limit, or calls are refused before the ports are used up";
 }
 
 std::string EngineConfig::checkEphemeralPorts() const

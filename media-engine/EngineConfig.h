@@ -22,6 +22,9 @@ struct EngineConfig
 
     /// False, with one sentence naming the key and what was expected.
     bool read(const ROConfiguration& in_config, std::string& out_strError);
+    /// Lets the process open a descriptor for each port of the range, as far as it may; a warning when it may
+    /// not.
+    std::string raiseDescriptorLimit() const;
     /// A warning when ports of the range may be taken by the system for outgoing connections; else "".
     std::string checkEphemeralPorts() const;
 };

@@ -327,11 +327,18 @@ void MediaThread::runClocks(std::int64_t in_i64Now)
 
 void MediaThread::setClock(RtpEndpoint& in_endpoint, unsigned in_uiPeriodMs)
 {
+    if (in_endpoint.getClockMs() == in_uiPeriodMs)
+    {
+        return;
+    }
     for (Clock& clock : m_clocks)
     {
         auto& vMembers = clock.m_vMembers;
-        const auto found = std::find(vMembers.begin(), vMembers.end(), &in_endpoint);
-        if (clock.m_uiPeriodMs == in_uiPeriodMs && found == vMembers.end())
+        if (clock.m_uiPeriodMs == in_endpoint.getClockMs())
+        {
+            vMembers.erase(std::find(vMembers.begin(), vMembers.end(), &in_endpoint));
+        }
+        else if (clock.m_uiPeriodMs == in_uiPeriodMs)
         {
             if (vMembers.empty())
             {
@@ -339,11 +346,8 @@ void MediaThread::setClock(RtpEndpoint& in_endpoint, unsigned in_uiPeriodMs)
             }
             vMembers.push_back(&in_endpoint);
         }
-        else if (clock.m_uiPeriodMs != in_uiPeriodMs && found != vMembers.end())
-        {
-            vMembers.erase(found);
-        }
     }
+    in_endpoint.setClockMs(in_uiPeriodMs);
 }
 
 void MediaThread::setEventClock(RtpEndpoint& in_endpoint, bool in_bOn)

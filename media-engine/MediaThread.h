@@ -41,6 +41,7 @@ public:
 
     /// Before run(), or on the thread.
     void setObserver(LimitedObjPtr<MediaObserver> in_pObserver) { m_pObserver = in_pObserver; }
+    bool hasObserver() const { return !m_pObserver.isNull(); }
 
     // What commands ask for.
     void createEndpoint(RtpEndpoint::Identity in_identity,

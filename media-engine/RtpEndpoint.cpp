@@ -10,6 +10,7 @@
 #include "MediaThread.h"
 #include "PacketSender.h"
 #include "media/MediaEndpointCapacity.h"
+#include "media/MediaNotificationEvent.h"
 #include "rtp/RFC1890.h"
 
 namespace Quorvex
@@ -138,12 +139,17 @@ void RtpEndpoint::start(MediaEndpoint::Direction in_direction)
 void RtpEndpoint::stop(MediaEndpoint::Direction in_direction)
 {
     Side& target = side(in_direction);
-    if (target.m_bStarted)
+    const bool bStops = target.m_bStarted;
+    if (bStops)
     {
         target.m_bStarted = false;
         m_pGroup->replan();
     }
     report(m_pCallback->stopStatus(in_direction, MediaEndpointCallback::SUCCESS_STATUS));
+    if (bStops && !m_rx.m_bStarted && !m_tx.m_bStarted && !m_thread.hasObserver())
+    {
+        report(m_pCallback->notifyEvent(new StreamStatisticsNotificationEvent(getStatistics())));
+    }
 }
 
 void RtpEndpoint::openRtcp()

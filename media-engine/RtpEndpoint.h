@@ -111,6 +111,8 @@ public:
     /// Counts a datagram; false when there were so many that the socket is to be left alone for a while.
     bool isWithinRate(std::int64_t in_i64Now);
     bool isReading() const { return m_bReading; }
+    unsigned getClockMs() const { return m_uiClockMs; }
+    void setClockMs(unsigned in_uiClockMs) { m_uiClockMs = in_uiClockMs; }
     void setReadingState(bool in_bReading) { m_bReading = in_bReading; }
     /// A packet that another endpoint received.
     void sendRelayed(const RtpEndpoint& in_from, const RtpPacket& in_packet, std::int64_t in_i64Now);
@@ -158,6 +160,7 @@ private:
     void reportAnalysis();
     void digitHeard(char in_cDigit, unsigned in_uiDurationMs);
     void sendDigitTones(const std::string& in_strDigits, unsigned in_uiDurationMs);
+    void nextTones();
     void openRtcp();
     void sendRtcp(bool in_bBye, std::int64_t in_i64Now);
 
@@ -201,6 +204,10 @@ private:
     std::unique_ptr<AudioSource> m_pSource;
     // Digits as tones, in the place of everything else.
     std::unique_ptr<AudioSource> m_pTones;
+    std::string m_strToneDigits;
+    unsigned m_uiToneMs = 0;
+    // Of the clock that calls this endpoint; 0: none.
+    unsigned m_uiClockMs = 0;
 };
 
 }  // namespace Quorvex

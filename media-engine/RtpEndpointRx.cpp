@@ -174,6 +174,13 @@ void RtpEndpoint::receive(const std::uint8_t* in_pData,
     {
         receiveSound(packet, in_i64Now);
     }
+    else
+    {
+        // Comfort noise is not passed on, and that is no loss.
+        std::for_each(m_plan.m_vRelayTo.begin(),
+                      m_plan.m_vRelayTo.end(),
+                      [](RtpEndpoint* io_pTo) { io_pTo->m_txStream.skip(); });
+    }
 }
 
 void RtpEndpoint::receiveEvent(const RtpPacket& in_packet, std::int64_t in_i64Now)
@@ -191,9 +198,8 @@ void RtpEndpoint::receiveEvent(const RtpPacket& in_packet, std::int64_t in_i64No
             io_to.sendDigitTones(std::string(1, cDigit), RELAYED_DIGIT_MS);
         }
     };
-    // By index: a party that gets the digit as a tone is planned anew.
-    const std::vector<RtpEndpoint*> vRelayTo = m_plan.m_vRelayTo;
-    std::for_each(vRelayTo.begin(), vRelayTo.end(), [&](RtpEndpoint* io_pTo) { pass(*io_pTo); });
+    std::for_each(
+        m_plan.m_vRelayTo.begin(), m_plan.m_vRelayTo.end(), [&](RtpEndpoint* io_pTo) { pass(*io_pTo); });
     for (RtpEndpoint* pTo : m_pGroup->getEndpoints())
     {
         const auto& vMix = pTo->m_plan.m_vMix;

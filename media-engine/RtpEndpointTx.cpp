@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <utility>
 
 #include "CallGroup.h"
 #include "G711.h"
@@ -153,8 +154,7 @@ void RtpEndpoint::onClock(std::int64_t in_i64Now)
     {
         if (!m_pTones->read(samples.data(), uiSamples))
         {
-            m_pTones.reset();
-            m_thread.replanLater(*m_pGroup);
+            nextTones();
         }
     }
     else if (!m_plan.m_vMix.empty())
@@ -196,12 +196,19 @@ void RtpEndpoint::onClock(std::int64_t in_i64Now)
 
 void RtpEndpoint::sendDigitTones(const std::string& in_strDigits, unsigned in_uiDurationMs)
 {
-    const AudioRecipePtr pRecipe = makeDigitRecipe(in_strDigits, in_uiDurationMs);
-    if (pRecipe != nullptr)
+    m_strToneDigits += in_strDigits;
+    m_uiToneMs = in_uiDurationMs;
+    if (m_pTones == nullptr)
     {
-        m_pTones = pRecipe->makeSource();
-        m_thread.replanLater(*m_pGroup);
+        nextTones();
     }
+}
+
+void RtpEndpoint::nextTones()
+{
+    const AudioRecipePtr pRecipe = makeDigitRecipe(std::exchange(m_strToneDigits, {}), m_uiToneMs);
+    m_pTones = pRecipe == nullptr ? nullptr : pRecipe->makeSource();
+    m_thread.replanLater(*m_pGroup);
 }
 
 void RtpEndpoint::sendDigits(const std::string& in_strDigits, unsigned in_uiDurationMs)

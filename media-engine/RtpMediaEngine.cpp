@@ -44,10 +44,12 @@ bool RtpMediaEngine::configure(const TSHandle<ROConfiguration>& in_hConfig)
         QLOG_ERROR(s_logger, strError);
         return false;
     }
-    const std::string strWarning = m_config.checkEphemeralPorts();
-    if (!strWarning.empty())
+    for (const std::string& strWarning : {m_config.checkEphemeralPorts(), m_config.raiseDescriptorLimit()})
     {
-        QLOG_WARN(s_logger, strWarning);
+        if (!strWarning.empty())
+        {
+            QLOG_WARN(s_logger, strWarning);
+        }
     }
     return true;
 }

@@ -79,7 +79,8 @@ private:
     std::string m_strResult;
 };
 
-/// The figures of the endpoint's stream, sent when both of its directions have stopped.
+/// The figures of the endpoint's stream, sent when both of its directions have stopped, unless the engine has
+/// a MediaObserver, which gets them in any case.
 class StreamStatisticsNotificationEvent final : public MediaNotificationEvent
 {
 public:

@@ -10,6 +10,7 @@ namespace Quorvex::Test
 {
 
 using testing::HasSubstr;
+using testing::StartsWith;
 
 class EngineTest : public MediaFixture
 {
@@ -124,6 +125,10 @@ TEST_F(EngineTest, reportsEveryOperationInOrder)
         EXPECT_TRUE(pLeg->m_pEndpoint->stop(MediaEndpoint::RXTX_DIRECTION));
         EXPECT_EQ("stop RX SUCCESS", pLeg->m_pReports->next());
         EXPECT_EQ("stop TX SUCCESS", pLeg->m_pReports->next());
+        if (i == 0)
+        {
+            EXPECT_THAT(pLeg->m_pReports->next(), StartsWith("notify Stream statistics: codec=PCMU"));
+        }
     }
     EXPECT_FALSE(pLeg->m_pEndpoint->start(MediaEndpoint::NO_DIRECTION));
 }
