@@ -23,12 +23,12 @@ const Logger& logger()
 
 constexpr long kEndTimeoutS = 2;
 
-class Job_MO final : public ACE_Method_Request
+class JobRequest final : public ACE_Method_Request
 {
 public:
-    QUORVEX_MEM_ACCOUNT("ClientRegistrationFactory::Job_MO");
+    QUORVEX_MEM_ACCOUNT("ClientRegistrationFactory::JobRequest");
 
-    explicit Job_MO(std::function<void()> in_job) : m_job(std::move(in_job)) {}
+    explicit JobRequest(std::function<void()> in_job) : m_job(std::move(in_job)) {}
     int call() override
     {
         m_job();
@@ -45,7 +45,7 @@ bool ClientRegistrationFactory::JobGate::post(std::function<void()> in_job)
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
     return m_pFactory != nullptr &&
-           m_pFactory->enqueue(new Job_MO(std::move(in_job)), "ClientRegistrationFactory::JobGate::post");
+           m_pFactory->enqueue(new JobRequest(std::move(in_job)), "ClientRegistrationFactory::JobGate::post");
 }
 
 void ClientRegistrationFactory::JobGate::close()

@@ -20,6 +20,8 @@ class ClientRegistrationFactory : public UserDefHandlerTaskManager, private Time
 {
 public:
     ClientRegistrationFactory();
+    ClientRegistrationFactory(const ClientRegistrationFactory&) = delete;
+    ClientRegistrationFactory& operator=(const ClientRegistrationFactory&) = delete;
     ~ClientRegistrationFactory() override;
 
     /// A registration that is kept by this task; it does nothing until it is started. Any thread.

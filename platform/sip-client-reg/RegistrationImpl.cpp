@@ -175,7 +175,7 @@ DsHandle<DsSipContactHeader> RegistrationImpl::makeContact(const DsSipURL& in_re
 DsHandle<DsSipRequest> RegistrationImpl::makeRequest(unsigned int in_uiExpiresS)
 {
     const DsSipURL registrar(m_config.m_strRegistrar);
-    const auto request = makeDs<DsSipRequest>("REGISTER", registrar);
+    DsHandle<DsSipRequest> request = makeDs<DsSipRequest>("REGISTER", registrar);
     const auto aor = makeDs<DsSipURL>(m_config.m_strAOR);
     DsSipFromHeader from{DsSipNameAddress(aor)};
     from.setTag(m_strTag);
@@ -207,27 +207,29 @@ void RegistrationImpl::send(unsigned int in_uiExpiresS)
     try
     {
         const auto request = makeRequest(in_uiExpiresS);
-        const std::uint64_t number = ++m_ulTransaction;
         m_bBound = m_bBound || in_uiExpiresS != 0;
-        m_pTransaction = DsSipClientTransaction::send(
-            request,
+        const std::uint64_t number = ++m_ulTransaction;
+        // Comes on the SIP stack's thread.
+        auto callback =
             [gate = m_pGate, weak = weak_from_this(), number](const DsHandle<DsSipResponse>& in_hResponse)
-            {
-                gate->post(
-                    [weak, number, in_hResponse]
-                    {
-                        const auto self = weak.lock();
-                        if (self != nullptr && self->m_ulTransaction == number)
-                        {
-                            self->onResponse(in_hResponse);
-                        }
-                    });
-            },
-            SipStack::instance()->getStack());
+        { gate->post([weak, number, in_hResponse] { deliver(weak, number, in_hResponse); }); };
+        m_pTransaction =
+            DsSipClientTransaction::send(request, std::move(callback), SipStack::instance()->getStack());
     }
     catch (const DsException& exception)
     {
         onFailure(exception.getReason(), 0);
+    }
+}
+
+void RegistrationImpl::deliver(const std::weak_ptr<RegistrationImpl>& in_pRegistration,
+                               std::uint64_t in_ulTransaction,
+                               const DsHandle<DsSipResponse>& in_hResponse)
+{
+    const auto registration = in_pRegistration.lock();
+    if (registration != nullptr && registration->m_ulTransaction == in_ulTransaction)
+    {
+        registration->onResponse(in_hResponse);
     }
 }
 

@@ -26,6 +26,8 @@ public:
     RegistrationImpl(ClientRegistrationFactory& in_factory,
                      std::shared_ptr<ClientRegistrationFactory::JobGate> in_pGate,
                      RegistrationConfig in_config);
+    RegistrationImpl(const RegistrationImpl&) = delete;
+    RegistrationImpl& operator=(const RegistrationImpl&) = delete;
     ~RegistrationImpl() override;
 
     void start() override;
@@ -44,6 +46,10 @@ private:
     bool processTimeout(const ACE_Time_Value& in_expiryTime, TimeoutData* in_pData) override;
 
     void send(unsigned int in_uiExpiresS);
+    /// Gives the answer to a request to its registration, unless it waits for another one by now.
+    static void deliver(const std::weak_ptr<RegistrationImpl>& in_pRegistration,
+                        std::uint64_t in_ulTransaction,
+                        const DsHandle<DsSipResponse>& in_hResponse);
     DsHandle<DsSipRequest> makeRequest(unsigned int in_uiExpiresS);
     DsHandle<DsSipContactHeader> makeContact(const DsSipURL& in_registrar) const;
     void onResponse(const DsHandle<DsSipResponse>& in_hResponse);

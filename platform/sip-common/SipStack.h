@@ -28,6 +28,8 @@ class DsSipNewCallinterface;
 ///
 /// Threads: initialize(), stop() and waitUntilDone() belong to the one that runs the network interface.
 /// Between initialize() and stop() what the getters give does not change, so any thread may call them.
+// One for the process, so nobody else makes or destroys it.
+// NOLINTNEXTLINE(cppcoreguidelines-virtual-class-destructor)
 class SipStack : public Stoppable
 {
 public:
@@ -49,6 +51,9 @@ public:
         /// Nil for a port bound to the any-address: its calls make their own.
         DsHandle<DsSipContactHeader> m_hContact;
     };
+
+    SipStack(const SipStack&) = delete;
+    SipStack& operator=(const SipStack&) = delete;
 
     static SipStack* instance();
 

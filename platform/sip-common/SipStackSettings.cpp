@@ -54,8 +54,49 @@ void readListen(ConfigReader& io_reader, std::vector<Sip::AddressPortTransport>&
     }
 }
 
-// Credentials by realm. A registration without a realm of its own answers for its registrar's host and its
-// domain, which is what registrars name themselves.
+void addUnlessKnown(const DsSipCredential& in_credential, std::vector<DsSipCredential>& io_vCredentials)
+{
+    const bool known = std::any_of(io_vCredentials.begin(),
+                                   io_vCredentials.end(),
+                                   [&](const DsSipCredential& in_other)
+                                   { return in_other.m_strRealm == in_credential.m_strRealm; });
+    if (!known)
+    {
+        io_vCredentials.push_back(in_credential);
+    }
+}
+
+// A registration without a realm of its own answers for its registrar's host and its domain, which is what
+// registrars name themselves.
+void readRegistration(ConfigReader& io_reader,
+                      const std::string& in_strKey,
+                      std::vector<DsSipCredential>& io_vCredentials)
+{
+    DsSipCredential credential;
+    io_reader.readString(in_strKey + ".user", credential.m_strUser);
+    io_reader.readString(in_strKey + ".password", credential.m_strPassword);
+    io_reader.readString(in_strKey + ".realm", credential.m_strRealm);
+    if (credential.m_strUser.empty())
+    {
+        return;
+    }
+    if (!credential.m_strRealm.empty())
+    {
+        addUnlessKnown(credential, io_vCredentials);
+        return;
+    }
+    for (const char* const name : {".registrar", ".aor"})
+    {
+        std::string uri;
+        io_reader.readString(in_strKey + name, uri);
+        if (const auto url = DsSipURL::parse(uri); !url.isNil())
+        {
+            credential.m_strRealm = url->getHost();
+            addUnlessKnown(credential, io_vCredentials);
+        }
+    }
+}
+
 void readCredentials(ConfigReader& io_reader, std::vector<DsSipCredential>& out_vCredentials)
 {
     if (const ParameterTrieNode* const node = io_reader.getConfig().getNode("quorvex.sip.credential"))
@@ -68,43 +109,11 @@ void readCredentials(ConfigReader& io_reader, std::vector<DsSipCredential>& out_
             io_reader.readString(child->getFullName() + ".password", credential.m_strPassword);
         }
     }
-    const ParameterTrieNode* const node = io_reader.getConfig().getNode("quorvex.sip.registration");
-    for (std::size_t i = 0; node != nullptr && i < node->getChildren().size(); ++i)
+    if (const ParameterTrieNode* const node = io_reader.getConfig().getNode("quorvex.sip.registration"))
     {
-        const std::string& key = node->getChildren()[i]->getFullName();
-        DsSipCredential credential;
-        io_reader.readString(key + ".user", credential.m_strUser);
-        io_reader.readString(key + ".password", credential.m_strPassword);
-        io_reader.readString(key + ".realm", credential.m_strRealm);
-        if (credential.m_strUser.empty())
+        for (const auto& child : node->getChildren())
         {
-            continue;
-        }
-        std::vector<std::string> realms = {credential.m_strRealm};
-        if (credential.m_strRealm.empty())
-        {
-            realms.clear();
-            for (const char* const name : {".registrar", ".aor"})
-            {
-                std::string uri;
-                io_reader.readString(key + name, uri);
-                if (const auto url = DsSipURL::parse(uri); !url.isNil())
-                {
-                    realms.push_back(url->getHost());
-                }
-            }
-        }
-        for (const std::string& realm : realms)
-        {
-            credential.m_strRealm = realm;
-            const bool known =
-                std::any_of(out_vCredentials.begin(),
-                            out_vCredentials.end(),
-                            [&](const DsSipCredential& in_other) { return in_other.m_strRealm == realm; });
-            if (!known)
-            {
-                out_vCredentials.push_back(credential);
-            }
+            readRegistration(io_reader, child->getFullName(), out_vCredentials);
         }
     }
 }

@@ -10,7 +10,10 @@ DsException::DsException(std::string in_strReason) : m_strReason(std::move(in_st
 {
 }
 
-DsException::~DsException() = default;
+const char* DsException::what() const noexcept
+{
+    return m_strReason.c_str();
+}
 
 std::ostream& operator<<(std::ostream& out_stream, const DsException& in_exception)
 {

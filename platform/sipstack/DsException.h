@@ -13,10 +13,9 @@ class DsException : public std::exception
 {
 public:
     explicit DsException(std::string in_strReason);
-    ~DsException() override;
 
     const std::string& getReason() const noexcept { return m_strReason; }
-    const char* what() const noexcept override { return m_strReason.c_str(); }
+    const char* what() const noexcept override;
 
 private:
     std::string m_strReason;

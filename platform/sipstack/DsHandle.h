@@ -18,8 +18,8 @@ public:
     using element_type = T;
 
     DsHandle() noexcept = default;
-    DsHandle(std::nullptr_t) noexcept {
-    }  // NOLINT(google-explicit-constructor): a nil handle is written nullptr
+    // NOLINTNEXTLINE(google-explicit-constructor): a nil handle is written nullptr
+    DsHandle(std::nullptr_t) noexcept {}
     explicit DsHandle(T* in_p) : m_p(in_p) { addRef(); }
     DsHandle(const DsHandle& in_other) : m_p(in_other.m_p) { addRef(); }
     DsHandle(DsHandle&& in_other) noexcept : m_p(std::exchange(in_other.m_p, nullptr)) {}
@@ -33,6 +33,7 @@ public:
 
     ~DsHandle() { release(); }
 
+    // NOLINTNEXTLINE(bugprone-unhandled-self-assignment): a copy is taken first
     DsHandle& operator=(const DsHandle& in_other)
     {
         DsHandle(in_other).swap(*this);

@@ -18,6 +18,8 @@ class DsObject
 public:
     QUORVEX_MEM_ACCOUNT("DsObject");
 
+    virtual ~DsObject();
+
     /// A copy with a count of its own. Classes that cannot be copied throw a DsException.
     virtual DsObject* clone() const;
 
@@ -31,8 +33,8 @@ public:
     /// Writes the object as text, without a line end.
     virtual std::ostream& display(std::ostream& out_stream) const;
 
-    virtual void AddRef() const;
-    virtual void Release() const;
+    virtual void AddRef() const;   // NOLINT(readability-identifier-naming): known by these names
+    virtual void Release() const;  // NOLINT(readability-identifier-naming)
 
     /// How many handles hold the object; for tests and diagnosis.
     std::uint32_t getRefCount() const { return m_uiRefs.load(std::memory_order_acquire); }
@@ -42,7 +44,6 @@ protected:
     /// The count is not copied.
     DsObject(const DsObject&) {}
     DsObject& operator=(const DsObject&) { return *this; }
-    virtual ~DsObject();
 
 private:
     mutable std::atomic<std::uint32_t> m_uiRefs{0};

@@ -43,6 +43,9 @@ private:
 class DsSipAddressHeader : public DsSipHeader
 {
 public:
+    DsSipAddressHeader& operator=(const DsSipAddressHeader&) = delete;
+    ~DsSipAddressHeader() override = default;
+
     const DsSipNameAddress& getNameAddress() const { return m_address; }
     /// Nil when what stands there is no URI.
     const DsHandle<DsSipURL>& getURL() const { return m_address.getURL(); }
@@ -84,6 +87,7 @@ protected:
 
 // The classes below are made from a value's text, which throws a DsException when it cannot be read, from a
 // URL (copied), or from a name-address.
+// NOLINTBEGIN(bugprone-macro-parentheses): names of classes
 #define QUORVEX_ADDRESS_HEADER(Class, Base, ID)                                       \
     class Class final : public Base                                                   \
     {                                                                                 \
@@ -97,6 +101,7 @@ protected:
         }                                                                             \
         explicit Class(const DsHandle<DsSipURL>& in_hURL) : Class(*in_hURL) {}        \
         Class* clone() const override { return new Class(*this); }
+// NOLINTEND(bugprone-macro-parentheses)
 
 QUORVEX_ADDRESS_HEADER(DsSipFromHeader, DsSipTaggedAddressHeader, eFROM)
 };

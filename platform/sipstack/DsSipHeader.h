@@ -67,6 +67,9 @@ enum ID : int
 class DsSipHeader : public DsObject
 {
 public:
+    DsSipHeader& operator=(const DsSipHeader&) = delete;
+    ~DsSipHeader() override;
+
     QUORVEX_MEM_ACCOUNT("DsSipHeader");
 
     /// The identifier of a name, in any case, in its long or compact form.
@@ -106,7 +109,6 @@ protected:
           m_strReceived(in_other.m_strReceived)
     {
     }
-    ~DsSipHeader() override;
 
     /// The value as text, from its parts.
     virtual DsString formatValue() const = 0;

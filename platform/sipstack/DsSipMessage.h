@@ -27,6 +27,9 @@ class DsSipResponse;
 class DsSipMessage : public DsObject
 {
 public:
+    DsSipMessage& operator=(const DsSipMessage&) = delete;
+    ~DsSipMessage() override;
+
     QUORVEX_MEM_ACCOUNT("DsSipMessage");
 
     /// One header line.
@@ -147,7 +150,6 @@ public:
 protected:
     DsSipMessage() = default;
     DsSipMessage(const DsSipMessage& in_other);
-    ~DsSipMessage() override;
 
     /// Appends every line of an identifier as it stands in the other message.
     void copyHeaders(const DsSipMessage& in_other, int in_iID);

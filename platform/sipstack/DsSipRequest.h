@@ -13,6 +13,9 @@ namespace Quorvex
 class DsSipRequest : public DsSipMessage
 {
 public:
+    DsSipRequest& operator=(const DsSipRequest&) = delete;
+    ~DsSipRequest() override;
+
     /// A request without headers. Made by create() it is of its method's class.
     DsSipRequest(std::string_view in_method, std::string_view in_requestURI);
     DsSipRequest(std::string_view in_method, const DsSipURL& in_requestURL);
@@ -35,13 +38,13 @@ public:
 
 protected:
     DsSipRequest(const DsSipRequest& in_other) = default;
-    ~DsSipRequest() override;
 
 private:
     DsString m_strMethod;
     DsString m_strRequestURI;
 };
 
+// NOLINTBEGIN(bugprone-macro-parentheses): names of classes
 /// One class for each method that the layer treats on its own.
 #define QUORVEX_REQUEST_CLASS(Class, Method)                                                    \
     class Class final : public DsSipRequest                                                     \
@@ -50,5 +53,6 @@ private:
         static constexpr const char* kMethod = Method;                                          \
         explicit Class(std::string_view in_requestURI) : DsSipRequest(Method, in_requestURI) {} \
         Class* clone() const override { return new Class(*this); }
+// NOLINTEND(bugprone-macro-parentheses)
 
 }  // namespace Quorvex

@@ -11,6 +11,9 @@ namespace Quorvex
 class DsSipResponse final : public DsSipMessage
 {
 public:
+    DsSipResponse& operator=(const DsSipResponse&) = delete;
+    ~DsSipResponse() override;
+
     /// A response to a request: Via, From, To, Call-ID and CSeq are the request's; Record-Route too from 101
     /// to 299, and Timestamp for 100. An empty reason takes the phrase that belongs to the code. Codes are
     /// 100 to 699; others throw a DsException.
@@ -43,7 +46,6 @@ public:
 
 protected:
     DsSipResponse(const DsSipResponse& in_other) = default;
-    ~DsSipResponse() override;
 
 private:
     unsigned int m_uiStatusCode;

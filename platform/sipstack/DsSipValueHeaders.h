@@ -82,6 +82,7 @@ protected:
     DsSipParameters m_parameters;
 };
 
+// NOLINTBEGIN(bugprone-macro-parentheses): names of classes
 #define QUORVEX_VALUE_HEADER(Class, Base, ID)                              \
     class Class final : public Base                                        \
     {                                                                      \
@@ -89,6 +90,7 @@ protected:
         static constexpr int kID = DsSipHeaderID::ID;                      \
         explicit Class(std::string_view in_value) : Base(kID, in_value) {} \
         Class* clone() const override { return new Class(*this); }
+// NOLINTEND(bugprone-macro-parentheses)
 
 QUORVEX_VALUE_HEADER(DsSipCallIDHeader, DsSipTextHeader, eCALL_ID)
 };
@@ -131,11 +133,13 @@ std::optional<std::time_t> getTime() const;
 }
 ;
 
+// NOLINTBEGIN(bugprone-macro-parentheses): names of classes
 #define QUORVEX_NUMBER_HEADER(Class, ID)                                            \
     QUORVEX_VALUE_HEADER(Class, DsSipNumberHeader, ID)                              \
     explicit Class(std::uint32_t in_uiNumber) : DsSipNumberHeader(kID, in_uiNumber) \
     {                                                                               \
     }
+// NOLINTEND(bugprone-macro-parentheses)
 
 QUORVEX_NUMBER_HEADER(DsSipMaxForwardsHeader, eMAX_FORWARDS)
 }
