@@ -117,8 +117,10 @@ public:
 class CallOutInterface : public virtual Object
 {
 public:
-    /// The far end named other targets: one leg each, to be tried in the order of preference.
-    virtual void redirected(const CallInfo& in_targets) = 0;
+    /// The far end named other targets: one leg each, the least preferred first. This attempt is over; a
+    /// target is tried by placing a call on its leg, with "sip.in.redirect.Contact" carried over to
+    /// "sip.out.redirect.Contact", behind the legs of the targets tried before it. False: none is tried.
+    virtual bool redirected(const CallInfo& in_targets) = 0;
     /// The far end has answered provisionally.
     virtual void proceeding() = 0;
     virtual void ringing(RingType in_ringType) = 0;

@@ -27,11 +27,8 @@ public:
     QUORVEX_MEM_ACCOUNT("ConnectionFailureType");
 
     ConnectionFailureType() = default;
-    ConnectionFailureType(
-        ConnectionFailureEnum in_failure)  // NOLINT(google-explicit-constructor): a code is a failure
-        : m_iFailure(in_failure)
-    {
-    }
+    // NOLINTNEXTLINE(google-explicit-constructor)
+    ConnectionFailureType(ConnectionFailureEnum in_failure) : m_iFailure(in_failure) {}
     /// Takes ownership of the detail.
     ConnectionFailureType(ConnectionFailureEnum in_failure, ConnectionFailureImpl* in_pDetail)
         : m_iFailure(in_failure), m_pDetail(in_pDetail)

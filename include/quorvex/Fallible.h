@@ -12,8 +12,8 @@ class Fallible
 {
 public:
     Fallible() = default;
-    Fallible(T in_value)
-        : m_value(std::move(in_value)) {}  // NOLINT(google-explicit-constructor): a valid value
+    // NOLINTNEXTLINE(google-explicit-constructor)
+    Fallible(T in_value) : m_value(std::move(in_value)) {}
 
     bool valid() const { return m_value.has_value(); }
     explicit operator bool() const { return valid(); }

@@ -50,7 +50,8 @@ public:
     using element_type = T;
 
     CountedObjPtr() = default;
-    CountedObjPtr(std::nullptr_t) {}  // NOLINT(google-explicit-constructor): null is a pointer value
+    // NOLINTNEXTLINE(google-explicit-constructor)
+    CountedObjPtr(std::nullptr_t) {}
 
     /// Takes ownership of the object.
     template <class U, class = std::enable_if_t<std::is_convertible_v<U*, T*>>>
@@ -59,7 +60,8 @@ public:
     }
 
     template <class U, class = std::enable_if_t<std::is_convertible_v<U*, T*>>>
-    CountedObjPtr(std::unique_ptr<U> in_p)  // NOLINT(google-explicit-constructor): ownership is passed on
+    // NOLINTNEXTLINE(google-explicit-constructor)
+    CountedObjPtr(std::unique_ptr<U> in_p)
         : m_p(in_p.get()), m_pCount(in_p ? new OwningCountedBlock<U, RC>(in_p.get()) : nullptr)
     {
         static_cast<void>(in_p.release());
@@ -75,15 +77,15 @@ public:
     }
 
     template <class U, class = std::enable_if_t<std::is_convertible_v<U*, T*>>>
-    CountedObjPtr(const CountedObjPtr<U, RC>& in_other)  // NOLINT(google-explicit-constructor): an upcast
-        : m_p(in_other.m_p), m_pCount(in_other.m_pCount)
+    // NOLINTNEXTLINE(google-explicit-constructor)
+    CountedObjPtr(const CountedObjPtr<U, RC>& in_other) : m_p(in_other.m_p), m_pCount(in_other.m_pCount)
     {
         acquire();
     }
 
     template <class U, class = std::enable_if_t<std::is_convertible_v<U*, T*>>>
-    CountedObjPtr(CountedObjPtr<U, RC>&& in_other) noexcept  // NOLINT(google-explicit-constructor): an upcast
-        : m_p(in_other.m_p), m_pCount(in_other.m_pCount)
+    // NOLINTNEXTLINE(google-explicit-constructor)
+    CountedObjPtr(CountedObjPtr<U, RC>&& in_other) noexcept : m_p(in_other.m_p), m_pCount(in_other.m_pCount)
     {
         in_other.m_p = nullptr;
         in_other.m_pCount = nullptr;

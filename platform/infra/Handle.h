@@ -15,15 +15,10 @@ class Handle : public CountedObjPtr<T, RC>
 public:
     using CountedObjPtr<T, RC>::CountedObjPtr;
     Handle() = default;
-    Handle(const CountedObjPtr<T, RC>& in_other)  // NOLINT(google-explicit-constructor): the same ownership
-        : CountedObjPtr<T, RC>(in_other)
-    {
-    }
-    Handle(
-        CountedObjPtr<T, RC>&& in_other) noexcept  // NOLINT(google-explicit-constructor): the same ownership
-        : CountedObjPtr<T, RC>(std::move(in_other))
-    {
-    }
+    // NOLINTNEXTLINE(google-explicit-constructor)
+    Handle(const CountedObjPtr<T, RC>& in_other) : CountedObjPtr<T, RC>(in_other) {}
+    // NOLINTNEXTLINE(google-explicit-constructor)
+    Handle(CountedObjPtr<T, RC>&& in_other) noexcept : CountedObjPtr<T, RC>(std::move(in_other)) {}
 
     template <class U, class = std::enable_if_t<std::is_convertible_v<U*, T*>>>
     static Handle fromShared(const Handle<U, TSReferenceCount>& in_shared)
@@ -37,9 +32,8 @@ public:
         class U,
         class OtherRC = RC,
         class = std::enable_if_t<std::is_convertible_v<U*, T*> && std::is_same_v<OtherRC, ReferenceCount>>>
-    Handle(const Handle<U, TSReferenceCount>&
-               in_shared)  // NOLINT(google-explicit-constructor): keeps the object
-        : Handle(fromShared(in_shared))
+    // NOLINTNEXTLINE(google-explicit-constructor)
+    Handle(const Handle<U, TSReferenceCount>& in_shared) : Handle(fromShared(in_shared))
     {
     }
 };

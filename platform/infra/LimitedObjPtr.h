@@ -12,11 +12,10 @@ class LimitedObjPtr
 {
 public:
     LimitedObjPtr() = default;
-    LimitedObjPtr(T* in_p) : m_p(in_p) {}  // NOLINT(google-explicit-constructor): a plain pointer with a name
-    LimitedObjPtr(std::nullptr_t) {}       // NOLINT(google-explicit-constructor)
+    LimitedObjPtr(T* in_p) : m_p(in_p) {}
+    LimitedObjPtr(std::nullptr_t) {}
     template <class U, class = std::enable_if_t<std::is_convertible_v<U*, T*>>>
-    LimitedObjPtr(const LimitedObjPtr<U>& in_other)
-        : m_p(in_other.get())  // NOLINT(google-explicit-constructor)
+    LimitedObjPtr(const LimitedObjPtr<U>& in_other) : m_p(in_other.get())
     {
     }
 

@@ -24,15 +24,18 @@ public:
     };
 
     ParameterValue() = default;
-    ParameterValue(std::string in_strValue)
-        : m_value(std::move(in_strValue)) {}  // NOLINT(google-explicit-constructor)
-    ParameterValue(const char* in_szValue)
-        : m_value(std::string(in_szValue)) {}                       // NOLINT(google-explicit-constructor)
-    ParameterValue(std::int64_t in_iValue) : m_value(in_iValue) {}  // NOLINT(google-explicit-constructor)
-    ParameterValue(int in_iValue)
-        : m_value(std::int64_t{in_iValue}) {}                 // NOLINT(google-explicit-constructor)
-    ParameterValue(double in_fValue) : m_value(in_fValue) {}  // NOLINT(google-explicit-constructor)
-    ParameterValue(bool in_bValue) : m_value(in_bValue) {}    // NOLINT(google-explicit-constructor)
+    // NOLINTNEXTLINE(google-explicit-constructor)
+    ParameterValue(std::string in_strValue) : m_value(std::move(in_strValue)) {}
+    // NOLINTNEXTLINE(google-explicit-constructor)
+    ParameterValue(const char* in_szValue) : m_value(std::string(in_szValue)) {}
+    // NOLINTNEXTLINE(google-explicit-constructor)
+    ParameterValue(std::int64_t in_iValue) : m_value(in_iValue) {}
+    // NOLINTNEXTLINE(google-explicit-constructor)
+    ParameterValue(int in_iValue) : m_value(std::int64_t{in_iValue}) {}
+    // NOLINTNEXTLINE(google-explicit-constructor)
+    ParameterValue(double in_fValue) : m_value(in_fValue) {}
+    // NOLINTNEXTLINE(google-explicit-constructor)
+    ParameterValue(bool in_bValue) : m_value(in_bValue) {}
 
     Type getType() const;
     static const char* getTypeName(Type in_type);

@@ -38,12 +38,12 @@ private:
     struct Timer
     {
         LimitedObjPtr<TimeoutProcessor> m_pProcessor;
-        TimeoutData* m_pData;
+        TimeoutData* m_pData = nullptr;
     };
     struct Entry
     {
         Clock::time_point m_expiry;
-        TimerId m_id;
+        TimerId m_id = 0;
     };
     static bool later(const Entry& in_a, const Entry& in_b);
     void popFront();

@@ -69,7 +69,7 @@ void Disconnecting<CallIfPtr, CallType>::entryAction_i(const VoipEvent& /*in_eve
         this->m_pSM->getConfig()->getInteger("quorvex.sip.state.Disconnecting.timeoutMs", iTimeoutMs) &&
         iTimeoutMs > 0)
     {
-        m_timeout = ACE_Time_Value(iTimeoutMs / 1000, (iTimeoutMs % 1000) * 1000);
+        m_timeout = ACE_Time_Value(iTimeoutMs / 1000, (iTimeoutMs % 1000) * 1000L);
     }
 }
 

@@ -17,7 +17,7 @@ void setUriParameters(CallLegInfo& io_legInfo,
     io_legInfo.setParameter(in_strKey, in_strURI);
     std::string strCanonical;
     if (!canonicalizeURI(
-            in_strURI, strCanonical, ACE_Time_Value(in_iTimeoutMs / 1000, (in_iTimeoutMs % 1000) * 1000)))
+            in_strURI, strCanonical, ACE_Time_Value(in_iTimeoutMs / 1000, (in_iTimeoutMs % 1000) * 1000L)))
     {
         QLOG_WARN(s_logger, "Failed to resolve hostname of " << in_szDescription << in_strURI);
         strCanonical = in_strURI;

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstddef>
-#include <source_location>
 #include <span>
 #include <string>
 
@@ -87,10 +86,11 @@ template <class State>
 bool walk(State& io_state,
           const VoipEvent& in_event,
           std::string& out_strStateName,
-          const std::source_location& in_where = std::source_location::current())
+          const char* in_szFile = __builtin_FILE(),
+          int in_iLine = __builtin_LINE())
 {
     out_strStateName = io_state.getName();
-    if (!io_state.internal_assert(in_where.file_name(), static_cast<int>(in_where.line())))
+    if (!io_state.internal_assert(in_szFile, in_iLine))
     {
         return false;
     }
