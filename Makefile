@@ -28,6 +28,10 @@ build: deps
 	@cmake --preset $(PRESET) $(CMAKE_ARGS) > $(PRESET)-configure.log || { cat $(PRESET)-configure.log; exit 1; }
 	@cmake --build --preset $(PRESET) -j $(JOBS)
 
+## make call     one measured test call to the running gateway, shown as a ladder (URI=sip:echo@127.0.0.1:5060)
+call:
+	@./tools/call $(URI)
+
 ## make asan     unit and component tests under AddressSanitizer and UndefinedBehaviorSanitizer
 asan:
 	@$(MAKE) --no-print-directory sanitize PRESET=asan BUILD=build-asan
