@@ -68,6 +68,7 @@ bool SipAgent::start(std::string& out_strError)
 bool SipAgent::open(su_root_t* in_pRoot, std::string& out_strError)
 {
     redirectSofiaLog();
+    unplugStunServer();
     if (m_config.m_vListenPorts.empty())
     {
         out_strError = "no port to listen on: at least one is needed";

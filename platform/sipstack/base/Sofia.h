@@ -29,6 +29,7 @@ class ReliableHandler;
 #include <sofia-sip/su_log.h>
 #include <sofia-sip/su_wait.h>
 #include <sofia-sip/tport.h>
+#include <sofia-sip/tport_plugins.h>
 #include <sofia-sip/tport_tag.h>
 
 namespace Quorvex

@@ -8,4 +8,9 @@ namespace Quorvex
 /// line.
 void redirectSofiaLog();
 
+/// Takes the base library's STUN server off the SIP ports, for which it writes a line to standard error for
+/// every such datagram; STUN requests get its short "not implemented" instead. Before the first agent is
+/// made.
+void unplugStunServer();
+
 }  // namespace Quorvex
