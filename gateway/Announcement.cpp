@@ -23,10 +23,6 @@ std::string listAddresses(const ROConfiguration& in_config, std::string& out_str
             strAll += (strAll.empty() ? "" : ", ") + pPort->getValue().toText();
         }
     }
-    if (strAll.empty())
-    {
-        strAll = "udp:127.0.0.1:5060";
-    }
     const std::size_t begin = strAll.find(':') + 1;
     out_strAddress = strAll.substr(begin, strAll.find(',') - begin);
     return strAll;

@@ -224,12 +224,7 @@ std::string checkValue(const ParameterTrieNode& in_node)
     const KeySpec* pSpec = findSpec(key);
     if (pSpec == nullptr)
     {
-        std::vector<std::string> names;
-        for (const KeySpec& spec : kKeys)
-        {
-            names.emplace_back(spec.m_szKey);
-        }
-        return key + ": unknown key; the nearest known one is " + Text::nearest(key, names);
+        return key + ": unknown key; the nearest known one is " + Text::nearest(key, ConfigSchema::getKeys());
     }
     const ParameterValue& value = in_node.getValue();
     std::int64_t number = 0;
@@ -280,6 +275,16 @@ bool ConfigSchema::check(const MapConfiguration& in_config, std::string& out_str
     }
     out_strError = error;
     return error.empty();
+}
+
+std::vector<std::string> ConfigSchema::getKeys()
+{
+    std::vector<std::string> vKeys;
+    for (const KeySpec& spec : kKeys)
+    {
+        vKeys.emplace_back(spec.m_szKey);
+    }
+    return vKeys;
 }
 
 void ConfigSchema::resolvePaths(MapConfiguration& io_config, const std::string& in_strConfigFile)

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "infra/ROConfiguration.h"
 
@@ -15,6 +16,9 @@ public:
     /// then names the key and what was expected, in one line without the file's name. Routes are not looked
     /// at (RouteTable does).
     static bool check(const MapConfiguration& in_config, std::string& out_strError);
+
+    /// The known keys, in the order of the table.
+    static std::vector<std::string> getKeys();
 
     /// Makes the paths among the values absolute: relative ones are relative to the configuration file.
     static void resolvePaths(MapConfiguration& io_config, const std::string& in_strConfigFile);
