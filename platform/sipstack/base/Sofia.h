@@ -29,8 +29,13 @@ class ReliableHandler;
 #include <sofia-sip/su_log.h>
 #include <sofia-sip/su_wait.h>
 #include <sofia-sip/tport.h>
-#include <sofia-sip/tport_plugins.h>
 #include <sofia-sip/tport_tag.h>
+
+// The one header that forgets to say that it is C.
+extern "C"
+{
+#include <sofia-sip/tport_plugins.h>
+}
 
 namespace Quorvex
 {
