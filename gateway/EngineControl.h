@@ -16,11 +16,15 @@ class EngineControl : public CallControl
 public:
     explicit EngineControl(RoutingCallEngine& in_engine) : m_engine(in_engine) {}
 
-    /// Whose description describe() gives; null while there is none. Returns when nobody asks the former one
-    /// any more.
+    /// The network interface that runs, whose description describe() gives; null while none does. Returns
+    /// when nobody asks the former one any more.
     void setReporter(OMReporter* in_pReporter);
 
-    bool takesCalls() const override { return m_engine.takesCalls(); }
+    bool takesCalls() const override
+    {
+        const std::lock_guard lock(m_reporterMutex);
+        return m_pReporter != nullptr && m_engine.takesCalls();
+    }
     std::string describe() override;
     std::vector<CallView> getCalls() override;
     CommandResult placeCall(const CallLegInfo& in_leg, const ParameterTrie& in_options) override;
@@ -34,7 +38,7 @@ private:
     CommandResult command(std::function<CommandResult(RoutingCallEngine&)> in_command);
 
     RoutingCallEngine& m_engine;
-    std::mutex m_reporterMutex;
+    mutable std::mutex m_reporterMutex;
     OMReporter* m_pReporter = nullptr;
 };
 

@@ -206,6 +206,8 @@ bool Host::startNetIf(std::string& out_strError)
     const FirstError firstError;
     observeMedia(&m_engine);
     m_pNetIf->setCallEngine(&m_engine);
+    // The first call may come before this thread hears that the network interface runs.
+    m_engine.takeCalls(true);
     Task::State state = Task::STOPPED_STATE;
     m_pNetIf->addTaskStateObserver(this, state);
     const auto deadline = std::chrono::steady_clock::now() + kStartTimeout;
@@ -234,7 +236,6 @@ bool Host::startNetIf(std::string& out_strError)
         return false;
     }
     m_control.setReporter(m_pNetIf.get());
-    m_engine.takeCalls(true);
     return true;
 }
 

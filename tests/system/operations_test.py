@@ -1,10 +1,13 @@
 #!/usr/bin/env python3
 """What operators do with a running gateway: HTTP commands, drain, reload, call records, metrics."""
 import json
+import os
 import re
 import signal
 import socket
+import subprocess
 import sys
+import tempfile
 import time
 from pathlib import Path
 
@@ -169,8 +172,37 @@ def wrong_requests_disturb_nothing(build):
         gateway.check_accounts_are_zero()
 
 
+def a_service_manager_is_told_of_start_and_stop(build):
+    with tempfile.TemporaryDirectory() as folder, socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as manager:
+        os.environ["NOTIFY_SOCKET"] = str(Path(folder) / "notify")
+        manager.bind(os.environ["NOTIFY_SOCKET"])
+        manager.settimeout(5)
+        try:
+            with Gateway(build) as gateway:
+                check(manager.recv(4096) == b"READY=1", "not told that it is ready")
+                gateway.stop()
+                check(manager.recv(4096) == b"STOPPING=1", "not told that it stops")
+        except socket.timeout:
+            raise Failure("the service manager was told nothing") from None
+        finally:
+            del os.environ["NOTIFY_SOCKET"]
+
+
+def the_test_call_measures_the_echo(build):
+    tool = [sys.executable, str(Path(__file__).resolve().parents[2] / "tools" / "call")]
+    busy = {"name": "busy", "match": {"sip.in.requestUri": "^sip:busy@"}, "service": "reject"}
+    with Gateway(build, routes=[ECHO_ROUTE, busy]) as gateway:
+        done = subprocess.run([*tool, f"sip:echo@127.0.0.1:{gateway.port}"], capture_output=True, text=True, timeout=30)
+        check(done.returncode == 0 and "sound came back" in done.stdout and "<--  200 OK with SDP" in done.stdout,
+              f"exit code {done.returncode}:\n{done.stdout}{done.stderr}")
+        done = subprocess.run([*tool, f"sip:busy@127.0.0.1:{gateway.port}"], capture_output=True, text=True, timeout=30)
+        check(done.returncode == 1 and "refused with 486" in done.stdout, f"a refused call: {done.stdout}{done.stderr}")
+        gateway.stop()
+
+
 if __name__ == "__main__":
     sys.exit(run([a_call_is_seen_commanded_and_recorded, a_ringing_call_is_hung_up_with_a_final_response,
                   a_drain_waits_for_the_last_call, an_idle_gateway_drains_at_once,
-                  a_reload_changes_routes_and_nothing_of_calls_that_run, wrong_requests_disturb_nothing],
+                  a_reload_changes_routes_and_nothing_of_calls_that_run, wrong_requests_disturb_nothing,
+                  a_service_manager_is_told_of_start_and_stop, the_test_call_measures_the_echo],
                  sys.argv[1]))
