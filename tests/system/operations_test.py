@@ -51,7 +51,7 @@ def metric(gateway, sample):
 
 def a_call_is_seen_commanded_and_recorded(build):
     with Gateway(build) as gateway:
-        check(gateway.http("/healthz")[0] == 200, "not healthy")
+        wait_for("the gateway is healthy", lambda: gateway.http("/healthz")[0] == 200)
         check("active VOIP IN" in gateway.http("/api/status")[1], "the status is no description")
         with Caller(gateway.port) as caller, RtpSocket() as rtp:
             answer = answered(caller, rtp)
@@ -164,6 +164,7 @@ def wrong_requests_disturb_nothing(build):
             status, text = gateway.http(path, method, body)
             check(status == expected and json.loads(text)["error"], f"{method} {path}: {status} {text}")
         # Connections that say nothing must not keep the others out, nor the stop.
+        wait_for("the gateway is healthy", lambda: gateway.http("/healthz")[0] == 200)
         idle = [socket.create_connection(("127.0.0.1", gateway.http_port)) for _ in range(3)]
         check(gateway.http("/healthz")[0] == 200, "not healthy")
         gateway.stop(seconds=4)
