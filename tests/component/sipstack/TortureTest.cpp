@@ -131,7 +131,7 @@ std::vector<Message> messages()
         "SIP/2.0 200");
     add("NulInName",
         with(options, kVia + kRest + std::string("X-\0Bad: 1\r\n", 11) + kCall + "OPTIONS\r\n"),
-        "");
+        "SIP/2.0 ");
     add("OnlyLineFeeds",
         "OPTIONS sip:b@127.0.0.1 SIP/2.0\nVia: SIP/2.0/UDP @ME@;branch=z9hG4bKlf\nFrom: "
         "<sip:a@127.0.0.1>;tag=1\n"
