@@ -117,6 +117,37 @@ httplib::Server::HandlerResponse refuseEarly(const Request& in_request, Response
     return httplib::Server::HandlerResponse::Unhandled;
 }
 
+void setErrorHandlers(httplib::Server& io_server)
+{
+    io_server.set_pre_routing_handler(refuseEarly);
+    io_server.set_exception_handler(
+        [](const Request& in_request, Response& out_response, std::exception_ptr in_pException)
+        {
+            std::string strWhat = "unknown exception";
+            try
+            {
+                std::rethrow_exception(std::move(in_pException));
+            }
+            catch (const std::exception& exception)
+            {
+                strWhat = exception.what();
+            }
+            catch (...)
+            {
+            }
+            QLOG_ERROR(s_logger, in_request.method << ' ' << in_request.path << " failed: " << strWhat);
+            answerError(out_response, 500, "The request failed; the log says why.");
+        });
+    io_server.set_error_handler(
+        [](const Request&, Response& out_response)
+        {
+            if (out_response.body.empty())
+            {
+                answerError(out_response, out_response.status, sentenceOf(out_response.status));
+            }
+        });
+}
+
 struct Methods
 {
     Handler m_get;
@@ -210,6 +241,7 @@ bool HttpServer::start(const std::string& in_strListen, std::string& out_strErro
     m_pServer->set_read_timeout(kTimeoutS);
     m_pServer->set_write_timeout(kTimeoutS);
     m_pServer->set_payload_max_length(kMaxBody);
+    setErrorHandlers(*m_pServer);
     addRoutes();
     addCallRoutes();
 
@@ -252,34 +284,6 @@ void HttpServer::stop()
 void HttpServer::addRoutes()
 {
     httplib::Server& server = *m_pServer;
-    server.set_pre_routing_handler(refuseEarly);
-    server.set_exception_handler(
-        [](const Request& in_request, Response& out_response, std::exception_ptr in_pException)
-        {
-            std::string strWhat = "unknown exception";
-            try
-            {
-                std::rethrow_exception(std::move(in_pException));
-            }
-            catch (const std::exception& exception)
-            {
-                strWhat = exception.what();
-            }
-            catch (...)
-            {
-            }
-            QLOG_ERROR(s_logger, in_request.method << ' ' << in_request.path << " failed: " << strWhat);
-            answerError(out_response, 500, "The request failed; the log says why.");
-        });
-    server.set_error_handler(
-        [](const Request&, Response& out_response)
-        {
-            if (out_response.body.empty())
-            {
-                answerError(out_response, out_response.status, sentenceOf(out_response.status));
-            }
-        });
-
     Methods healthz;
     healthz.m_get = [this](const Request&, Response& out_response)
     {

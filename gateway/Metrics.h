@@ -42,7 +42,7 @@ class Histogram
 {
 public:
     /// Upper bounds in ascending order, without the last, unbounded bucket.
-    explicit Histogram(std::initializer_list<double> in_bounds);
+    Histogram(std::initializer_list<double> in_bounds);
 
     void observe(double in_fValue);
     /// Adds the family's samples to a page.
