@@ -47,6 +47,8 @@ void Connected<CallIfPtr, CallType, Machine>::onStateExit(const VoipEvent& /*in_
                                                           const std::string& /*in_strNewStateName*/)
 {
     TRACE_SCOPE(this->getLogger(), "Connected::onStateExit");
+    // What still waits there must not wait for the machine's next call.
+    this->m_stateMachine.emptyEventQueue();
     this->m_stateMachine.getLogger().callEnd();
 }
 

@@ -51,6 +51,7 @@ public:
 
     /// For tests and diagnosis.
     const char* getSubStateName() const { return this->m_stateMachine.getCurrentStateName(); }
+    unsigned int getNumWaiting() const { return this->m_stateMachine.getEventQueueSize(); }
 
 private:
     bool sendInfo(const VoipEvent& in_event, std::string& out_strStateName);
