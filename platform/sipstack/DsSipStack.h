@@ -45,7 +45,7 @@ struct DsSipStackConfig
     std::vector<DsSipListenPort> m_vListenPorts;
     std::string m_strOutboundProxy;  ///< SIP URI; "" for none. Requests outside dialogs go there first.
     std::vector<DsSipCredential> m_vCredentials;
-    std::string m_strProduct = "quorvex";  ///< Server header of the layer's own responses; "" for none
+    std::string m_strProduct = "quorvex";  ///< Server header of what the layer answers by itself; "" for none
     std::string m_strContactUser;          ///< user part of the Contact in the layer's own messages
     unsigned int m_uiT1Ms = 500;           ///< RFC 3261 T1; T2 is 8 * T1, T4 10 * T1. 1 to 10,000
     unsigned int m_uiTimerCMs = 180000;    ///< how long an INVITE may stay unanswered. 100 to 3,600,000
@@ -53,10 +53,8 @@ struct DsSipStackConfig
     std::size_t m_uiMaxMessageBytes = 65536;
     unsigned int m_uiTcpIdleMs = 600000;  ///< an idle TCP connection is closed after this
     unsigned int m_uiSessionExpiresS =
-        0;                          ///< RFC 4028 interval that we ask for; 0: only what the far end asks for
-    unsigned int m_uiMinSES = 90;   ///< the shortest session interval accepted
-    std::uint16_t m_uiDnsPort = 0;  ///< 0: the system's resolver settings
-    std::string m_strDnsServer;
+        0;                         ///< RFC 4028 interval that we ask for; 0: only what the far end asks for
+    unsigned int m_uiMinSES = 90;  ///< the shortest session interval accepted
     /// Asked on the SIP stack thread for every new INVITE: true refuses it with 503 and Retry-After.
     std::function<bool()> m_overloaded;
     unsigned int m_uiRetryAfterS = 5;

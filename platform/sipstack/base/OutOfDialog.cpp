@@ -29,12 +29,14 @@ int SipAgent::refuse(nta_incoming_t* in_pIrq, int in_iStatus, const char* in_szP
 {
     const std::string retryAfter = std::to_string(m_config.m_uiRetryAfterS);
     ++m_ulRefused;
-    nta_incoming_treply(in_pIrq,
-                        in_iStatus,
-                        in_szPhrase,
-                        TAG_IF(in_bRetryAfter, SIPTAG_RETRY_AFTER_STR(retryAfter.c_str())),
-                        TAG_IF(in_iStatus == 405, SIPTAG_ALLOW_STR(kAllow)),
-                        TAG_END());
+    nta_incoming_treply(
+        in_pIrq,
+        in_iStatus,
+        in_szPhrase,
+        TAG_IF(in_bRetryAfter, SIPTAG_RETRY_AFTER_STR(retryAfter.c_str())),
+        TAG_IF(in_iStatus == 405, SIPTAG_ALLOW_STR(kAllow)),
+        TAG_IF(!m_config.m_strProduct.empty(), SIPTAG_SERVER_STR(m_config.m_strProduct.c_str())),
+        TAG_END());
     return in_iStatus;
 }
 
@@ -84,14 +86,16 @@ int SipAgent::onOptions(nta_incoming_t* in_pIrq)
     {
         return refuse(in_pIrq, SIP_503_SERVICE_UNAVAILABLE, true);
     }
-    nta_incoming_treply(in_pIrq,
-                        SIP_200_OK,
-                        SIPTAG_ALLOW_STR(kAllow),
-                        SIPTAG_SUPPORTED_STR("replaces, 100rel, timer"),
-                        SIPTAG_ACCEPT_LANGUAGE_STR("en"),
-                        SIPTAG_ACCEPT_ENCODING_STR("identity"),
-                        SIPTAG_ACCEPT_STR("application/sdp"),
-                        TAG_END());
+    nta_incoming_treply(
+        in_pIrq,
+        SIP_200_OK,
+        SIPTAG_ALLOW_STR(kAllow),
+        SIPTAG_SUPPORTED_STR("replaces, 100rel, timer"),
+        SIPTAG_ACCEPT_LANGUAGE_STR("en"),
+        SIPTAG_ACCEPT_ENCODING_STR("identity"),
+        SIPTAG_ACCEPT_STR("application/sdp"),
+        TAG_IF(!m_config.m_strProduct.empty(), SIPTAG_SERVER_STR(m_config.m_strProduct.c_str())),
+        TAG_END());
     return 200;
 }
 

@@ -134,6 +134,7 @@ bool SipAgent::addPort(su_root_t* in_pRoot, std::size_t in_iPort, std::string& o
                                   NTATAG_SIP_T2(8 * t1),
                                   NTATAG_SIP_T4(10 * t1),
                                   NTATAG_SIP_T1X64(64 * t1),
+                                  NTATAG_TIMER_C(m_config.m_uiTimerCMs + 64 * t1),
                                   NTATAG_USE_NAPTR(1),
                                   NTATAG_USE_SRV(1),
                                   TPTAG_UDP_RMEM(4 * 1024 * 1024),

@@ -1,6 +1,7 @@
 #include "sipstack/base/StackThread.h"
 
 #include <poll.h>
+#include <pthread.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
@@ -155,6 +156,7 @@ void StackThread::wake()
 void StackThread::run(const std::function<bool(su_root_t*)>& in_init, const std::function<void()>& in_exit)
 {
     m_id.store(std::this_thread::get_id());
+    ::pthread_setname_np(::pthread_self(), "sip-stack");
     su_root_t* const root = su_root_create(nullptr);
     if (root == nullptr)
     {

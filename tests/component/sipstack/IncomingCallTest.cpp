@@ -308,6 +308,7 @@ TEST_F(IncomingCallTest, OptionsTellsTheCapabilitiesUntilTheStackDrains)
     const std::string ok = m_peer.expect("SIP/2.0 200");
     EXPECT_EQ(RawPeer::header(ok, "Allow"), "INVITE, ACK, BYE, CANCEL, NOTIFY, INFO, OPTIONS, REFER");
     EXPECT_EQ(RawPeer::header(ok, "Accept"), "application/sdp");
+    EXPECT_EQ(RawPeer::header(ok, "Server"), "quorvex");
     m_agent.stack().drain();
     m_peer.sendRequest("OPTIONS");
     EXPECT_FALSE(RawPeer::header(m_peer.expect("SIP/2.0 503"), "Retry-After").empty());

@@ -203,11 +203,18 @@ TEST_F(OutgoingCallTest, NoAnswerEndsWithoutAResponse)
     expectEnd();
 }
 
-TEST_F(OutgoingCallTest, UnknownHostEndsWithoutAResponse)
+TEST_F(OutgoingCallTest, TargetOutOfReachEndsWithoutAResponse)
 {
-    m_agent.call("sip:far@no-such-host.invalid");
-    EXPECT_TRUE(reports().expect("failedToConnect").m_hMessage.isNil());
-    expectClosed();
+    // A name that nobody knows, a family and a transport that no port has, and no SIP URI at all.
+    for (const char* const target : {"sip:far@no-such-host.invalid",
+                                     "sip:far@[::1]:5060",
+                                     "sip:far@127.0.0.1;transport=tcp",
+                                     "tel:12345"})
+    {
+        m_agent.call(target);
+        EXPECT_TRUE(reports().expect("failedToConnect").m_hMessage.isNil()) << target;
+        expectClosed();
+    }
     expectEnd();
 }
 

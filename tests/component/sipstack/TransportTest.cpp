@@ -312,7 +312,8 @@ TEST(TcpTest, MessagesAreCutOutOfTheStreamWhereverItIsBroken)
     }
     peer.readUntil("Call-ID: two");
     peer.readUntil("Call-ID: one");
-    // Line ends between messages count for nothing, also where they come in one piece with the next (RFC 3261 7.5).
+    // Line ends between messages count for nothing, also where they come in one piece with the next (RFC
+    // 3261 7.5).
     peer.send("\r\n\r\n" + options("three"));
     peer.readUntil("Call-ID: three");
     peer.send("\r\n" + options("four") + "\r\n\r\n" + options("five"));
