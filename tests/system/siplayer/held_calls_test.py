@@ -1,0 +1,63 @@
+#!/usr/bin/env python3
+"""Calls held at once and ended, two rounds: what each costs in resident memory, and that the second round needs no
+more than the first.
+
+usage: held_calls_test.py BUILD [CALLS (1000)]
+"""
+import subprocess
+import sys
+import tempfile
+import time
+from pathlib import Path
+
+sys.path.insert(0, str(Path(__file__).resolve().parents[1]))
+from agent import Agent  # noqa: E402
+from caller_flows import ESTABLISHED  # noqa: E402
+from flows_test import sipp  # noqa: E402
+from harness import check, run  # noqa: E402
+from scenario import scenario, take_bye  # noqa: E402
+
+CALLS = int(sys.argv[2]) if len(sys.argv) > 2 else 1000
+
+
+def settled(agent, transactions_s):
+    """Resident memory once the transactions are gone and free memory is given back."""
+    time.sleep(transactions_s)  # the time that their timers take, which nothing reports
+    agent.command("trim")
+    return agent.resident_kib()
+
+
+def held_calls(build):
+    with Agent(build) as agent, tempfile.TemporaryDirectory(prefix="quorvex-held-") as folder:
+        over = 64 * agent.t1 / 1000 + 1
+        before = settled(agent, 0)
+        rounds = []
+        for number in (1, 2):
+            command, errors = sipp(folder, number, scenario(ESTABLISHED, take_bye()), "udp", "-m", str(CALLS), "-l",
+                                   str(CALLS + 100), "-r", "400", "-s", "answer", f"127.0.0.1:{agent.udp}")
+            command[command.index("-timeout") + 1] = "120"
+            process = subprocess.Popen(command, cwd=folder, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+            try:
+                agent.wait_until(lambda s: s["confirmed"] == number * CALLS, "the calls", 100)
+                held = settled(agent, over)
+                check(agent.status()["calls"] == CALLS, f"not all calls are held: {agent.status()}")
+                agent.command("hangup")
+                agent.wait_until_idle(60)
+                code = process.wait(60)
+                check(code == 0, f"sipp ended with {code}: " + (errors.read_text(errors="replace")[:500]
+                                                              if errors.exists() else ""))
+            finally:
+                process.kill()
+                process.wait()
+            after = settled(agent, over)
+            rounds.append((held, after))
+            print(f"round {number}: {CALLS} calls held: {held} KiB, {(held - before) / CALLS:.1f} KiB per call; "
+                  f"after their end {after} KiB (before all: {before} KiB)", flush=True)
+        (held_1, after_1), (held_2, after_2) = rounds
+        # Pages come in fours of KiB; what a heap of another shape holds may differ by a little.
+        check(held_2 <= held_1 * 1.02 + 256, f"the second round held {held_2} KiB, the first {held_1}")
+        check(after_2 <= after_1 * 1.02 + 256, f"{after_2} KiB after the second round, {after_1} after the first")
+
+
+if __name__ == "__main__":
+    sys.exit(run([held_calls], sys.argv[1]))
