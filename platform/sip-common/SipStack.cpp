@@ -104,6 +104,16 @@ void SipStack::drain()
     }
 }
 
+bool SipStack::getStatistics(DsSipStackStatistics& out_statistics) const
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    if (m_pStack)
+    {
+        out_statistics = m_pStack->getStatistics();
+    }
+    return m_pStack != nullptr;
+}
+
 bool SipStack::stop()
 {
     TRACE_SCOPE(logger(), "SipStack::stop");

@@ -102,14 +102,17 @@ public:
     /// Asked on the SIP stack thread for every new INVITE: true refuses it with 503. Set before initialize().
     void setOverloadCheck(std::function<bool()> in_overloaded) { m_overloaded = std::move(in_overloaded); }
 
-    /// The object layer's stack; null while it does not run.
+    /// What the stack has counted since its start; false while there is none. Any thread, at any moment.
+    bool getStatistics(DsSipStackStatistics& out_statistics) const;
+
+    /// The object layer's stack; null while it does not run. For those who end before the stack does.
     DsSipStack* getStack() const { return m_pStack.get(); }
 
 private:
     SipStack();
     ~SipStack() override;
 
-    std::mutex m_mutex;  // guards m_pStack's making and end
+    mutable std::mutex m_mutex;  // guards m_pStack's making and end
     std::unique_ptr<DsSipStack> m_pStack;
     std::atomic<bool> m_bRunning{false};
     std::function<bool()> m_overloaded;

@@ -251,9 +251,13 @@ TEST_F(RegistrationTest, aStackThatIsTakenUpAgainRegistersAgain)
     EXPECT_TRUE(reaches(RegistrationState::eREGISTERED));
     m_registrator.unregisterAll();
     stopFactory();
+    DsSipStackStatistics statistics;
+    EXPECT_TRUE(SipStack::instance()->getStatistics(statistics));
+    EXPECT_EQ(statistics.m_ulClientTransactions, 0U);
     EXPECT_TRUE(SipStack::instance()->stop());
     EXPECT_FALSE(SipStack::instance()->stop());
     EXPECT_TRUE(SipStack::instance()->waitUntilDone());
+    EXPECT_FALSE(SipStack::instance()->getStatistics(statistics));
     ASSERT_TRUE(SipStack::instance()->initialize(m_hConfig, nullptr));
     EXPECT_FALSE(SipStack::instance()->initialize(m_hConfig, nullptr));
     ASSERT_TRUE(m_hFactory->start());
