@@ -55,6 +55,7 @@ struct DsSipStackConfig
     unsigned int m_uiSessionExpiresS =
         0;                         ///< RFC 4028 interval that we ask for; 0: only what the far end asks for
     unsigned int m_uiMinSES = 90;  ///< the shortest session interval accepted
+    std::string m_strResolverSettings;  ///< a file in resolv.conf's form for SRV look-ups; "": the system's
     /// Asked on the SIP stack thread for every new INVITE: true refuses it with 503 and Retry-After.
     std::function<bool()> m_overloaded;
     unsigned int m_uiRetryAfterS = 5;

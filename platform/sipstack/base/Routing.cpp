@@ -9,6 +9,7 @@
 #include "sipstack/DsInetAddress.h"
 #include "sipstack/DsSipRequest.h"
 #include "sipstack/base/SipAgent.h"
+#include "sipstack/base/SrvResolver.h"
 
 namespace Quorvex
 {
@@ -58,10 +59,22 @@ struct Target
     bool m_bTcp = false;
 };
 
+// Calls back from inside the call when nothing has to be looked up, else on a thread of the resolver.
+void resolveHost(const Target& in_target,
+                 unsigned int in_uiTimeoutMs,
+                 std::function<void(const std::string&)> in_callback)
+{
+    Net::HostResolver::instance().prefetch(
+        in_target.m_strHost,
+        std::chrono::milliseconds(in_uiTimeoutMs),
+        [in_target, callback = std::move(in_callback)](const std::string& in_strAddress)
+        { callback(in_strAddress.empty() ? std::string() : in_target.uri(in_strAddress)); });
+}
+
 }  // namespace
 
 void SipAgent::resolveDestination(const DsHandle<DsSipRequest>& in_hRequest,
-                                  std::function<void(const std::string&)> in_callback) const
+                                  std::function<void(const std::string&)> in_callback)
 {
     const std::string uri = in_hRequest->getRequestURI();
     if (in_hRequest->getConnectionAddress().isValid())
@@ -72,17 +85,32 @@ void SipAgent::resolveDestination(const DsHandle<DsSipRequest>& in_hRequest,
         in_callback(target.uri(address.getHostAddress()));
         return;
     }
-    const Target target(m_config.m_strOutboundProxy.empty() ? uri : m_config.m_strOutboundProxy);
+    Target target(m_config.m_strOutboundProxy.empty() ? uri : m_config.m_strOutboundProxy);
     if (target.m_strHost.empty())
     {
         in_callback(std::string());
         return;
     }
-    Net::HostResolver::instance().prefetch(
-        target.m_strHost,
-        std::chrono::milliseconds(m_config.m_uiNameTimeoutMs),
-        [target, callback = std::move(in_callback)](const std::string& in_strAddress)
-        { callback(in_strAddress.empty() ? std::string() : target.uri(in_strAddress)); });
+    // A name without a port may stand for a domain whose SIP servers are elsewhere.
+    if (!target.m_strPort.empty() || m_pSrvResolver == nullptr ||
+        Net::HostResolver::isAddress(target.m_strHost))
+    {
+        resolveHost(target, m_config.m_uiNameTimeoutMs, std::move(in_callback));
+        return;
+    }
+    m_pSrvResolver->lookUp(target.m_strHost,
+                           target.m_bTcp,
+                           m_config.m_uiNameTimeoutMs,
+                           [this, target, callback = std::move(in_callback)](const std::string& in_strHost,
+                                                                             std::uint16_t in_uiPort) mutable
+                           {
+                               if (!in_strHost.empty())
+                               {
+                                   target.m_strHost = in_strHost;
+                                   target.m_strPort = std::to_string(in_uiPort);
+                               }
+                               resolveHost(target, m_config.m_uiNameTimeoutMs, std::move(callback));
+                           });
 }
 
 std::string SipAgent::portFor(const DsHandle<DsSipRequest>& in_hRequest, const std::string& in_strRoute) const

@@ -21,6 +21,7 @@
 #include "sipstack/base/PendingInvite.h"
 #include "sipstack/base/ServerTransactionCore.h"
 #include "sipstack/base/SofiaLog.h"
+#include "sipstack/base/SrvResolver.h"
 
 namespace Quorvex
 {
@@ -86,6 +87,7 @@ bool SipAgent::open(su_root_t* in_pRoot, std::string& out_strError)
             return false;
         }
     }
+    m_pSrvResolver = std::make_unique<SrvResolver>(in_pRoot, m_thread, m_config.m_strResolverSettings);
     m_pDefaultLeg = nta_leg_tcreate(m_pNta, &LegHandler::callback, this, NTATAG_NO_DIALOG(1), TAG_END());
     for (tport_t* port = tport_primaries(nta_agent_tports(m_pNta)); port != nullptr; port = tport_next(port))
     {
@@ -227,6 +229,7 @@ void SipAgent::close()
     {
         request->close();
     }
+    m_pSrvResolver.reset();
     m_hNewCall = nullptr;
     if (m_pDefaultLeg != nullptr)
     {

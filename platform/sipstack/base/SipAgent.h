@@ -24,6 +24,7 @@ class DsSipInviteMessage;
 class DsSipRequest;
 class PendingInvite;
 class ServerTransactionCore;
+class SrvResolver;
 
 /// The base library's agent with its ports, the requests that belong to no dialog, and the tables of what is
 /// alive. SIP stack thread, except where noted.
@@ -65,7 +66,7 @@ public:
     /// empty text when there is none in time. From inside the call when nothing has to be looked up, else on
     /// another thread.
     void resolveDestination(const DsHandle<DsSipRequest>& in_hRequest,
-                            std::function<void(const std::string& in_strRoute)> in_callback) const;
+                            std::function<void(const std::string& in_strRoute)> in_callback);
     static std::string newTag();
     void countInviteSent() { ++m_ulInvitesSent; }
     /// The address that a port is bound to; left alone when the name is none of ours.
@@ -122,6 +123,7 @@ private:
     MessageBridge m_bridge;
     nta_agent_t* m_pNta = nullptr;
     nta_leg_t* m_pDefaultLeg = nullptr;
+    std::unique_ptr<SrvResolver> m_pSrvResolver;
     std::atomic<bool> m_bDraining{false};
     std::function<void()> m_onEmpty;  // asked for while stopping
 
