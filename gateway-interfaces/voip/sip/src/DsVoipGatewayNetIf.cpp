@@ -243,6 +243,9 @@ void DsVoipGatewayNetIf::onSvcExit()
 void DsVoipGatewayNetIf::handleMOCallStop()
 {
     TRACE_SCOPE(getLogger(), "DsVoipGatewayNetIf::handleMOCallStop");
+    // Calls that keep coming must not keep the stop from ending: the stack itself turns them away from here
+    // on.
+    SipStack::instance()->drain();
     static_cast<void>(m_pClientRegistrator->unregisterAll());
     if (m_uiNumSMOutOfService != getNumActive())
     {
@@ -279,6 +282,8 @@ void DsVoipGatewayNetIf::onStopCompleted()
 {
     TRACE_SCOPE(getLogger(), "DsVoipGatewayNetIf::onStopCompleted");
     // After a kill there may be calls left: their far ends hear of it while the stack can still tell them.
+    // Their ends carry nothing on any more.
+    m_bStopForwarded = true;
     killAllStateMachines();
     QLOG_DEBUG(getLogger(), "Performing SIP stack shutdown");
     static_cast<void>(SipStack::instance()->stop());

@@ -107,7 +107,7 @@ protected:
         const unsigned int uiStatus = m_hMessage->getStatusCode();
         const EventType::eTYPE type = uiStatus == 100   ? EventType::e100_TRYING
                                       : uiStatus == 180 ? EventType::e180_RINGING
-                                                       : EventType::e183_SESSION_PROGRESS;
+                                                        : EventType::e183_SESSION_PROGRESS;
         return process(*in_pMachine, ProvisionalResponseEvent(type, m_hCall, m_hDialog, m_hMessage));
     }
 };
