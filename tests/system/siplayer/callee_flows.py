@@ -16,8 +16,8 @@ def refused(status, reason, extra=()):
     return INVITED + A.answer(status, reason, extra=extra, retrans=A.retrans) + ACK
 
 
-# A re-INVITE of the agent, kept while something else is received: variables 5 to 8.
-KEEP_REINVITE = (("Via", 5), ("From", 6), ("To", 7), ("CSeq", 8))
+# A later request of the agent, kept while something else is received: variables 5 to 8.
+KEEP = (("Via", 5), ("From", 6), ("To", 7), ("CSeq", 8))
 
 
 def answer_kept(status, reason, retrans=0):
@@ -50,7 +50,8 @@ FLOWS = [
      scenario(INVITED, pause(60), A.answer(100, "Trying", tag=""), receive("CANCEL"), respond(200, "OK"),
               A.answer(487, "Request Terminated", retrans=A.retrans), ACK)),
     ("CANCEL crossing 200", "ringing.bye",
-     scenario(INVITED, RING, receive("CANCEL"), A.answer(200, "OK", SDP), respond(200, "OK"), ACK, take_bye())),
+     scenario(INVITED, RING, receive("CANCEL", save=KEEP), use("5", "6", "7", "8"), A.answer(200, "OK", SDP), ACK,
+              answer_kept(200, "OK"), take_bye())),
     ("CANCEL answered, then 200", "ringing.bye",
      scenario(INVITED, RING, receive("CANCEL"), respond(200, "OK"), A.accept(), ACK, take_bye())),
     ("CANCEL answered, no final response", "ringing.bye",
@@ -62,7 +63,7 @@ FLOWS = [
     ("re-INVITE refused", "answered.reinvite.bye",
      scenario(ESTABLISHED, receive("INVITE"), respond(488, "Not Acceptable Here"), ACK, take_bye())),
     ("glare", "answered.reinvite",
-     scenario(ESTABLISHED, receive("INVITE", save=KEEP_REINVITE), use("5", "6", "7", "8"),
+     scenario(ESTABLISHED, receive("INVITE", save=KEEP), use("5", "6", "7", "8"),
               A.request("INVITE", 1, "r", SDP), receive(100, optional=True), receive(491),
               A.request("ACK", 1, "r"), answer_kept(491, "Request Pending"), ACK, take_reinvite(), A.bye())),
     ("redirected to the agent itself", "follow.answered.after30.bye",
@@ -89,7 +90,7 @@ FLOWS = [
      scenario(ESTABLISHED, A.request("INVITE", 1, "r", SDP), receive(100, optional=True), receive(200),
               take_bye())),
     ("BYE crossing BYE", "answered.after30.bye",
-     scenario(ESTABLISHED, receive("BYE", save=KEEP_REINVITE), use("5", "6", "7", "8"),
+     scenario(ESTABLISHED, receive("BYE", save=KEEP), use("5", "6", "7", "8"),
               A.bye(), answer_kept(200, "OK"))),
 ]
 

@@ -53,13 +53,14 @@ class Caller:
     def __init__(self, retrans=100):
         self.retrans = retrans
 
-    def request(self, method, cseq, branch, body="", extra=(), uri="[next_url]", to="[peer_tag_param]", retrans=None):
+    def request(self, method, cseq, branch, body="", extra=(), uri="[next_url]", to="[peer_tag_param]", retrans=None,
+                to_line=None):
         if retrans is None:
             retrans = 0 if method == "ACK" else self.retrans
         return send([f"{method} {uri} SIP/2.0",
                      f"Via: SIP/2.0/[transport] [local_ip]:[local_port];branch=z9hG4bK[pid]x[call_number]x{branch}",
                      "From: <sip:sipp@[local_ip]:[local_port]>;tag=[pid]c[call_number]",
-                     f"To: <sip:[service]@[remote_ip]:[remote_port]>{to}",
+                     to_line or f"To: <sip:[service]@[remote_ip]:[remote_port]>{to}",
                      "Call-ID: [call_id]", f"CSeq: {cseq} {method}",
                      "Contact: <sip:sipp@[local_ip]:[local_port];transport=[transport]>", "Max-Forwards: 70", *extra],
                     body, retrans)

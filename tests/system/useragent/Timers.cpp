@@ -30,6 +30,13 @@ void Timers::after(unsigned int in_uiMs, std::function<void()> in_job)
     }
 }
 
+void Timers::clear()
+{
+    std::multimap<std::chrono::steady_clock::time_point, std::function<void()>> dropped;
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    dropped.swap(m_jobs);
+}
+
 void Timers::run()
 {
     std::unique_lock<std::mutex> lock(m_mutex);

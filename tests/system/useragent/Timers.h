@@ -20,6 +20,8 @@ public:
     Timers& operator=(const Timers&) = delete;
 
     void after(unsigned int in_uiMs, std::function<void()> in_job);
+    /// Drops what is not due yet.
+    void clear();
 
 private:
     void run();

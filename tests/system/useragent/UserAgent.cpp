@@ -20,6 +20,7 @@ bool UserAgent::start(const DsSipStackConfig& in_config, std::string& out_strErr
 void UserAgent::stop(unsigned int in_uiTimeoutMs)
 {
     m_stack.stop(in_uiTimeoutMs);
+    m_timers.clear();  // what waits there holds on to dialogs and messages
 }
 
 void UserAgent::after(unsigned int in_uiMs, std::function<void()> in_job)
