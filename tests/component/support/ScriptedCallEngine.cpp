@@ -48,7 +48,12 @@ public:
     Out& operator=(const Out&) = delete;
     ~Out() override { tell("gone"); }
 
-    void redirected(const CallInfo&) override { tell("redirected"); }
+    bool redirected(const CallInfo& in_targets) override
+    {
+        m_engine.post([pCall = m_pCall, pTargets = std::make_shared<CallInfo>(in_targets)]
+                      { pCall->m_targets = *pTargets; });
+        return tell("redirected");
+    }
     void proceeding() override { tell("proceeding"); }
     void ringing(RingType in_ringType) override { tell("ringing " + std::to_string(in_ringType)); }
     void connectFailed(const ConnectionFailureType& in_failure) override

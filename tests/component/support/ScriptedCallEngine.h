@@ -28,6 +28,8 @@ public:
     void deleteLeg() { m_pLeg.reset(); }
     /// What the network interface said of the call; null before the invitation.
     const CallLegInfo* getLegInfo() const { return m_pLegInfo.get(); }
+    /// The targets of the last redirection; none before one.
+    const CallInfo& getTargets() const { return m_targets; }
 
 private:
     friend class ScriptedCallEngine;
@@ -35,6 +37,7 @@ private:
     std::string m_strCallId;
     std::unique_ptr<CallLeg> m_pLeg;
     std::unique_ptr<CallLegInfo> m_pLegInfo;
+    CallInfo m_targets;
 };
 
 /// A call engine with a thread of its own that records what it is told and does what the test says.

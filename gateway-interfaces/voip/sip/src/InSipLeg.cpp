@@ -87,35 +87,6 @@ void InSipLeg::construct(const DsHandle<DsSipInviteMessage>& in_hInvite)
     m_pMedia->setUserAgentIPAddress(m_listenPort.getHostAddress());
 }
 
-void InSipLeg::chooseListenPort(Sip::Transport in_transport, const std::string& in_strLocalAddress)
-{
-    const SipStack& stack = *SipStack::instance();
-    const std::size_t uiNumListenPort = stack.getNumListenPorts();
-    QUORVEX_ASSERT(getLogger(), uiNumListenPort > 0);
-    for (std::size_t i = 0; i < uiNumListenPort; ++i)
-    {
-        const SipStack::ListenAddrPort& port = stack.getListenPort(i);
-        if (port.getTransport() != in_transport)
-        {
-            continue;
-        }
-        m_listenPort = port;
-        if (port.isAny())
-        {
-            m_listenPort.initialize(in_strLocalAddress, port.getPort(), in_transport);
-            m_listenPort.m_hContact = m_listenPort.createContactHeader(stack.getContactUser());
-            if (m_listenPort.m_hContact.isNil())
-            {
-                m_listenPort = port;
-            }
-        }
-        if (m_listenPort.getHostAddress() == in_strLocalAddress)
-        {
-            return;
-        }
-    }
-}
-
 bool InSipLeg::initialize()
 {
     TRACE_SCOPE(getLogger(), "InSipLeg::initialize");

@@ -89,7 +89,6 @@ public:
 
 private:
     void construct(const DsHandle<DsSipInviteMessage>& in_hInvite);
-    void chooseListenPort(Sip::Transport in_transport, const std::string& in_strLocalAddress);
     bool isSuppressed180(unsigned int in_uiResponseCode) const;
     DsHandle<DsSipResponse> createResponse(unsigned int in_uiResponseCode,
                                            const std::string& in_strSdp) const;

@@ -1,21 +1,37 @@
 #pragma once
 
-#include <span>
+#include <memory>
+#include <string>
 
-#include "StateTable.h"
+#include "CallbackHelper.h"
+#include "VoipNamedState.h"
 #include "VoipStateMachine.h"
+#include "calleng/CallInfo.h"
 #include "infra/CountedObjPtr.h"
 #include "quorvex/CallInterface.h"
+#include "sipstack/DsSipOutgoingCall.h"
 
 namespace Quorvex
 {
 
-/// The machine of an outbound call. Placing calls is not there yet: the machine tells the call engine so at
-/// once, and is over. Task thread.
+class OutSipLeg;
+class RedirectEvent;
+
+/// The machine of an outbound call: places it as the call engine asks, and tells the engine how it goes. Task
+/// thread.
+///
+///   INITIAL (media) -> INVITING (INVITE sent) -> REMOTE_RINGING -> WAIT_FOR_CPA_RESULT (2xx, ACK sent)
+///     -> CONNECTED -> DISCONNECTING -> IDLE
+///   given up before the answer: CANCEL -> IDLE; refused, redirected, timed out: IDLE
 class OutStateMachine : public VoipStateMachine<CountedObjPtr<CallOutInterface>>
 {
 public:
     using CallIfPtr = CountedObjPtr<CallOutInterface>;
+    using CallType = DsHandle<DsSipOutgoingCall>;
+
+    class InitialState;
+    class InvitingState;
+    class CancelState;
 
     OutStateMachine();
     ~OutStateMachine() override;
@@ -25,21 +41,92 @@ public:
     bool initialize(CallOutInterface* in_pCallIf, DsVoipGatewayNetIf& in_netIf);
     /// The same with the scheduler of the machine's timers named.
     bool initialize(CallOutInterface* in_pCallIf, TimerScheduler& in_timers);
-};
 
-/// INITIAL of an outbound call.
-class OutInitial final : public VoipNamedState<CountedObjPtr<CallOutInterface>>,
-                         public NoTimeoutState<VoipEvent>
-{
-public:
-    using Row = StateTable::Row<OutInitial>;
-    explicit OutInitial(OutStateMachine& in_machine);
-    const char* getName() const override { return "INITIAL"; }
-    bool processEvent_i(const VoipEvent& in_event, std::string& out_strStateName) override;
-    static std::span<const Row> rows();
+    /// What the call engine asked for; null but while the INVITE is unanswered. What redirections need to
+    /// know.
+    const CallInfo* getCallInfo() const { return m_pCallInfo.get(); }
+    void setCallInfo(const CallInfo* in_pCallInfo)
+    {
+        m_pCallInfo.reset(in_pCallInfo == nullptr ? nullptr : in_pCallInfo->clone());
+    }
+
+    /// Whether SDP in a provisional response starts the media ("quorvex.sip.out.acceptEarlyMedia").
+    bool acceptsEarlyMedia() const { return m_bAcceptEarlyMedia; }
+
+    /// What the leg's parameters say of provisional responses: a 180 means nothing; a 183 means ringing.
+    void setProvisionalRules(bool in_bIgnore180, bool in_bAccept183)
+    {
+        m_bIgnore180 = in_bIgnore180;
+        m_bAccept183 = in_bAccept183;
+    }
+    bool ignores180() const { return m_bIgnore180; }
+    bool accepts183() const { return m_bAccept183; }
+
+protected:
+    virtual OutSipLeg* newOutSipLeg();
 
 private:
-    bool refuseInvite(const VoipEvent& in_event, std::string& out_strStateName);
+    std::unique_ptr<CallInfo> m_pCallInfo;
+    bool m_bAcceptEarlyMedia = true;
+    bool m_bIgnore180 = false;
+    bool m_bAccept183 = false;
+};
+
+/// What the states of outbound calls share. Actions are named for what the far end or the call engine
+/// notices.
+class VoipOutNamedState : public VoipNamedState<CountedObjPtr<CallOutInterface>>
+{
+public:
+    explicit VoipOutNamedState(OutStateMachine& in_machine);
+
+    bool internal_assert(const char* in_szFile, int in_iLine) const override;
+
+protected:
+    OutStateMachine& getMachine() const;
+    // Only after internal_assert().
+    OutSipLeg& getOutSipLeg() const;
+    CallOutInterface& getCallOut() const { return *m_pSM->getCallIf(); }
+
+    // Guards, by the class of the response's status.
+    bool isProvisional(const VoipEvent& in_event) const;
+    bool isSuccess(const VoipEvent& in_event) const;
+    bool isFailure(const VoipEvent& in_event) const;
+
+    /// A provisional response, perhaps with SDP: ringing, early media, or nothing.
+    bool process1XXResponse(const VoipEvent& in_event, std::string& out_strStateName);
+    /// The answer: acknowledged, then on with the call, or ended when its SDP cannot be used.
+    bool process2XXResponseToInvite(const VoipEvent& in_event, std::string& out_strStateName);
+    /// A 3xx: offers its targets to the call engine and ends this attempt. False when the response, or what
+    /// is known of the call, does not allow it; the state then stays.
+    bool processRedirectEvent(const RedirectEvent& in_event, std::string& out_strStateName);
+    /// The failure with the status code of the event's response as its detail.
+    ConnectionFailureType GetSipConnectionFailureType(const VoipEvent& in_event,
+                                                      ConnectionFailureEnum in_failure) const;
+
+    // Actions.
+    bool redirect(const VoipEvent& in_event, std::string& out_strStateName);
+    bool followProvisional(const VoipEvent& in_event, std::string& out_strStateName);
+    bool killCall(const VoipEvent& in_event, std::string& out_strStateName);
+    bool declineEvent(const VoipEvent& in_event, std::string& out_strStateName);
+    bool failRefused(const VoipEvent& in_event, std::string& out_strStateName);
+    template <ConnectionFailureEnum Failure>
+    bool failConnect(const VoipEvent& in_event, std::string& /*out_strStateName*/)
+    {
+        getCallOut().connectFailed(GetSipConnectionFailureType(in_event, Failure));
+        return true;
+    }
+    template <ConnectionFailureEnum Failure>
+    bool failCall(const VoipEvent& in_event, std::string& /*out_strStateName*/)
+    {
+        getCallOut().callFailed(GetSipConnectionFailureType(in_event, Failure));
+        return true;
+    }
+
+    void warnUnasked487() const;
+    void noteTimeout() const;
+
+private:
+    bool acknowledge2XX(const VoipEvent& in_event);
 };
 
 }  // namespace Quorvex

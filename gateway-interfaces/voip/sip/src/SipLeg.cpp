@@ -76,6 +76,35 @@ SipLeg::~SipLeg()
     delete m_pMedia;
 }
 
+void SipLeg::chooseListenPort(Sip::Transport in_transport, const std::string& in_strLocalAddress)
+{
+    const SipStack& stack = *SipStack::instance();
+    const std::size_t uiNumListenPort = stack.getNumListenPorts();
+    QUORVEX_ASSERT(getLogger(), uiNumListenPort > 0);
+    for (std::size_t i = 0; i < uiNumListenPort; ++i)
+    {
+        const SipStack::ListenAddrPort& port = stack.getListenPort(i);
+        if (port.getTransport() != in_transport)
+        {
+            continue;
+        }
+        m_listenPort = port;
+        if (port.isAny())
+        {
+            m_listenPort.initialize(in_strLocalAddress, port.getPort(), in_transport);
+            m_listenPort.m_hContact = m_listenPort.createContactHeader(stack.getContactUser());
+            if (m_listenPort.m_hContact.isNil())
+            {
+                m_listenPort = port;
+            }
+        }
+        if (m_listenPort.getHostAddress() == in_strLocalAddress)
+        {
+            return;
+        }
+    }
+}
+
 void SipLeg::setContact(DsSipMessage& io_message) const
 {
     if (QUORVEX_ASSERT(getLogger(), m_listenPort.m_hContact.isNil() != true))

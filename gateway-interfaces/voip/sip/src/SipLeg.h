@@ -171,6 +171,10 @@ protected:
     DsHandle<DsSipResponse> createReferResponse(unsigned int in_uiResponseCode,
                                                 const DsHandle<DsSipRequest>& in_hRefer) const;
 
+    /// Makes the listen port of that transport on that local address, else the last of that transport, the
+    /// local end of the call. Without one of that transport it stays as it was.
+    void chooseListenPort(Sip::Transport in_transport, const std::string& in_strLocalAddress);
+
     /// The leg's Contact in the place of the message's.
     void setContact(DsSipMessage& io_message) const;
 
