@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <cstring>
@@ -21,6 +22,7 @@
 #include "RtpMediaEngine.h"
 #include "RtpPacket.h"
 #include "SocketAddress.h"
+#include "infra/Logger.h"
 #include "infra/ROConfiguration.h"
 #include "media/MediaEndpointCallback.h"
 #include "media/MediaEndpointCapacity.h"

@@ -20,6 +20,7 @@ public:
     explicit CallGroup(std::string in_strCallId) : m_strCallId(std::move(in_strCallId)) {}
     CallGroup(const CallGroup&) = delete;
     CallGroup& operator=(const CallGroup&) = delete;
+    ~CallGroup() = default;
 
     const std::string& getCallId() const { return m_strCallId; }
 

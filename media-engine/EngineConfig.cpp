@@ -5,9 +5,10 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
-#include <cstring>
 #include <fstream>
+#include <system_error>
 
 #include "SocketAddress.h"
 #include "infra/ROConfiguration.h"
@@ -46,7 +47,7 @@ std::string tryBind(const std::string& in_strAddress)
     if (iSocket < 0 ||
         ::bind(iSocket, reinterpret_cast<const sockaddr*>(&sockAddress), sizeof sockAddress) != 0)
     {
-        strError = std::string("an address of this machine (") + std::strerror(errno) + ")";
+        strError = std::string("an address of this machine (") + std::generic_category().message(errno) + ")";
     }
     if (iSocket >= 0)
     {

@@ -3,7 +3,7 @@
 #include <sys/stat.h>
 
 #include <cerrno>
-#include <cstring>
+#include <system_error>
 
 #include "WavFile.h"
 
@@ -17,7 +17,7 @@ std::shared_ptr<const SampleVector> FileCache::load(const std::string& in_strPat
     };
     if (::stat(in_strPath.c_str(), &status) != 0)
     {
-        out_strError = in_strPath + ": " + std::strerror(errno);
+        out_strError = in_strPath + ": " + std::generic_category().message(errno);
         return nullptr;
     }
     const std::lock_guard<std::mutex> lock(m_mutex);

@@ -4,11 +4,8 @@
 #include <cstddef>
 #include <cstdint>
 
-namespace Quorvex
-{
-
 /// G.711: one byte for one sample of 16 bits.
-namespace G711
+namespace Quorvex::G711
 {
 
 enum Law
@@ -40,6 +37,4 @@ void encode(Law in_law, const std::int16_t* in_pSample, std::size_t in_uiCount, 
 /// From one law into the other, code by code (ITU-T G.711 tables 3 and 4).
 void transcode(Law in_from, const std::uint8_t* in_pCode, std::size_t in_uiCount, std::uint8_t* out_pCode);
 
-}  // namespace G711
-
-}  // namespace Quorvex
+}  // namespace Quorvex::G711

@@ -15,8 +15,11 @@ constexpr std::int64_t CANDIDATE_NS = 300 * NS_PER_MS;
 
 void Latch::reset(const SocketAddress& in_signalled)
 {
+    const bool bMoved = m_signalled.isSet() && in_signalled != m_signalled;
+    const SocketAddress former = bMoved ? getRemote() : SocketAddress();
     *this = Latch();
     m_signalled = in_signalled;
+    m_former = former == in_signalled ? SocketAddress() : former;
 }
 
 bool Latch::accept(const SocketAddress& in_from,
@@ -48,7 +51,8 @@ bool Latch::accept(const SocketAddress& in_from,
     }
     if (in_from != m_candidate)
     {
-        const bool bHeld = m_candidate.isSet() && in_i64Now - m_i64LastHeard < CANDIDATE_NS;
+        const bool bHeld =
+            m_candidate.isSet() && m_candidate != m_former && in_i64Now - m_i64LastHeard < CANDIDATE_NS;
         if (bHeld && !bSignalled)
         {
             return false;
@@ -62,7 +66,7 @@ bool Latch::accept(const SocketAddress& in_from,
                     : 1;
     m_ui32Ssrc = in_ui32Ssrc;
     m_ui16NextSequence = static_cast<std::uint16_t>(in_ui16Sequence + 1);
-    m_bLocked = m_ui8Good >= GOOD_PACKETS;
+    m_bLocked = m_ui8Good >= (in_from == m_former ? GOOD_PACKETS_OF_FORMER : GOOD_PACKETS);
     return true;
 }
 

@@ -15,6 +15,9 @@ class Latch
 {
 public:
     static constexpr unsigned GOOD_PACKETS = 3;
+    /// From where a stream came before its signalled address changed: what is still under way must not lock
+    /// it again.
+    static constexpr unsigned GOOD_PACKETS_OF_FORMER = 50;
 
     /// A negotiation: forgets what was learned.
     void reset(const SocketAddress& in_signalled);
@@ -32,6 +35,7 @@ public:
 private:
     SocketAddress m_signalled;
     SocketAddress m_candidate;
+    SocketAddress m_former;
     std::uint32_t m_ui32Ssrc = 0;
     std::uint16_t m_ui16NextSequence = 0;
     std::uint8_t m_ui8Good = 0;

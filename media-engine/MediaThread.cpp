@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <ctime>
+#include <system_error>
 
 namespace Quorvex
 {
@@ -18,10 +19,6 @@ const StaticLogger s_logger("quorvex.media.MediaThread");
 constexpr std::int64_t MAX_CATCH_UP_NS = 200 * NS_PER_MS;
 constexpr std::int64_t FAILURE_LOG_NS = 1000 * NS_PER_MS;
 constexpr int EVENTS = 256;
-
-// What a descriptor's event carries: the endpoint, and which of its two sockets.
-constexpr std::uintptr_t RTCP_TAG = 1;
-static_assert(alignof(RtpEndpoint) > RTCP_TAG);
 
 // What an entry of the wheel is for; the rest of it is the endpoint's number.
 enum TimerKind : unsigned
@@ -92,15 +89,13 @@ void MediaThread::run()
         bool bCommands = false;
         for (int i = 0; i < iCount; ++i)
         {
-            const auto uiTagged =
-                reinterpret_cast<std::uintptr_t>(events[static_cast<std::size_t>(i)].data.ptr);
-            if (uiTagged == 0)
+            const auto* pSlot = static_cast<const SocketSlot*>(events[static_cast<std::size_t>(i)].data.ptr);
+            if (pSlot == nullptr)
             {
                 bCommands = true;
                 continue;
             }
-            receive(
-                *reinterpret_cast<RtpEndpoint*>(uiTagged & ~RTCP_TAG), (uiTagged & RTCP_TAG) != 0, i64Now);
+            receive(*pSlot->m_pEndpoint, pSlot->m_bRtcp, i64Now);
         }
         m_wheel.run(i64Now, [this, i64Now](std::uint64_t in_ui64Entry) { runTimer(in_ui64Entry, i64Now); });
         runClocks(i64Now);
@@ -185,14 +180,17 @@ void MediaThread::setReading(RtpEndpoint& io_endpoint, bool in_bOn)
         return;
     }
     io_endpoint.setReadingState(in_bOn);
-    epoll_event event{};
-    event.events = in_bOn ? EPOLLIN : 0U;
-    event.data.ptr = &io_endpoint;
-    static_cast<void>(::epoll_ctl(m_iEpoll, EPOLL_CTL_MOD, io_endpoint.getSocket(), &event));
+    const auto modify = [this, in_bOn](int in_iSocket, SocketSlot& in_slot)
+    {
+        epoll_event event{};
+        event.events = in_bOn ? EPOLLIN : 0U;
+        event.data.ptr = &in_slot;
+        static_cast<void>(::epoll_ctl(m_iEpoll, EPOLL_CTL_MOD, in_iSocket, &event));
+    };
+    modify(io_endpoint.getSocket(), io_endpoint.getRtpSlot());
     if (io_endpoint.getRtcpSocket() >= 0)
     {
-        event.data.ptr = reinterpret_cast<void*>(reinterpret_cast<std::uintptr_t>(&io_endpoint) | RTCP_TAG);
-        static_cast<void>(::epoll_ctl(m_iEpoll, EPOLL_CTL_MOD, io_endpoint.getRtcpSocket(), &event));
+        modify(io_endpoint.getRtcpSocket(), io_endpoint.getRtcpSlot());
     }
     if (!in_bOn)
     {
@@ -368,20 +366,12 @@ void MediaThread::setEventClock(RtpEndpoint& in_endpoint, bool in_bOn)
     }
 }
 
-bool MediaThread::addSocket(int in_iSocket, RtpEndpoint& in_endpoint)
+bool MediaThread::addSocket(int in_iSocket, SocketSlot& in_slot)
 {
     epoll_event event{};
     event.events = EPOLLIN;
-    event.data.ptr = &in_endpoint;
+    event.data.ptr = &in_slot;
     return ::epoll_ctl(m_iEpoll, EPOLL_CTL_ADD, in_iSocket, &event) == 0;
-}
-
-void MediaThread::addRtcpSocket(int in_iSocket, RtpEndpoint& in_endpoint)
-{
-    epoll_event event{};
-    event.events = EPOLLIN;
-    event.data.ptr = reinterpret_cast<void*>(reinterpret_cast<std::uintptr_t>(&in_endpoint) | RTCP_TAG);
-    static_cast<void>(::epoll_ctl(m_iEpoll, EPOLL_CTL_ADD, in_iSocket, &event));
 }
 
 void MediaThread::removeSocket(int in_iSocket)
@@ -536,7 +526,7 @@ MediaTotals MediaThread::getTotals() const
     return totals;
 }
 
-void MediaThread::countCapacityFailure(const char* in_szReason)
+void MediaThread::countCapacityFailure(int in_iReason)
 {
     ++m_ui64CapacityFailures;
     const std::int64_t i64Now = now();
@@ -544,9 +534,10 @@ void MediaThread::countCapacityFailure(const char* in_szReason)
     {
         m_i64LastFailureLog = i64Now;
         QLOG_WARN(s_logger,
-                  "no RTP port for an endpoint (" << in_szReason << "): " << m_ports.getFreePairs() << " of "
-                                                  << m_ports.getPairs() << " pairs are free, "
-                                                  << m_ui64CapacityFailures << " refused so far");
+                  "no RTP port for an endpoint ("
+                      << std::generic_category().message(in_iReason) << "): " << m_ports.getFreePairs()
+                      << " of " << m_ports.getPairs() << " pairs are free, " << m_ui64CapacityFailures
+                      << " refused so far");
     }
 }
 

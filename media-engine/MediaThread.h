@@ -63,8 +63,9 @@ public:
     PortPool& getPorts() { return m_ports; }
     PacketSender& getSender() { return m_sender; }
     std::uint32_t random() { return m_random(); }
-    bool addSocket(int in_iSocket, RtpEndpoint& in_endpoint);
-    void addRtcpSocket(int in_iSocket, RtpEndpoint& in_endpoint);
+    /// Calls the endpoint when the socket has something to read. The slot stays where it is until
+    /// removeSocket.
+    bool addSocket(int in_iSocket, SocketSlot& in_slot);
     void removeSocket(int in_iSocket);
     /// Calls the endpoint's sendReport in 2.5 to 7.5 s (RFC 3550 section 6.2), and again as long as it says
     /// so.
@@ -81,7 +82,8 @@ public:
     /// Calls the endpoint's onClock every so many milliseconds (10, 20, ... 60), or not any more (0).
     void setClock(RtpEndpoint& in_endpoint, unsigned in_uiPeriodMs);
     void setEventClock(RtpEndpoint& in_endpoint, bool in_bOn);
-    void countCapacityFailure(const char* in_szReason);
+    /// The reason is a value of errno.
+    void countCapacityFailure(int in_iReason);
     void digitReceived(const RtpEndpoint& in_endpoint, char in_cDigit);
     void playEnded(const CallGroup& in_group);
 
@@ -137,10 +139,10 @@ private:
     // Of reports of one kind of failure, one in this time is logged.
     std::int64_t m_i64LastFailureLog = 0;
 
-    std::array<std::array<std::uint8_t, PacketSender::MAX_PACKET>, BATCH> m_buffers;
-    std::array<sockaddr_in, BATCH> m_addresses;
-    std::array<iovec, BATCH> m_vectors;
-    std::array<mmsghdr, BATCH> m_messages;
+    std::array<std::array<std::uint8_t, PacketSender::MAX_PACKET>, BATCH> m_buffers{};
+    std::array<sockaddr_in, BATCH> m_addresses{};
+    std::array<iovec, BATCH> m_vectors{};
+    std::array<mmsghdr, BATCH> m_messages{};
 };
 
 }  // namespace Quorvex

@@ -23,6 +23,7 @@ public:
     PacketSender();
     PacketSender(const PacketSender&) = delete;
     PacketSender& operator=(const PacketSender&) = delete;
+    ~PacketSender() = default;
 
     /// Room for a packet; what is written there goes out with the next flush(). Sends what was collected
     /// before when there is no room.
@@ -41,7 +42,7 @@ private:
     std::array<sockaddr_in, SLOTS> m_addresses{};
     std::array<iovec, SLOTS> m_vectors{};
     std::array<mmsghdr, SLOTS> m_messages{};
-    std::array<std::array<std::uint8_t, MAX_PACKET>, SLOTS> m_packets;
+    std::array<std::array<std::uint8_t, MAX_PACKET>, SLOTS> m_packets{};
 };
 
 }  // namespace Quorvex

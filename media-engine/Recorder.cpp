@@ -18,9 +18,9 @@ namespace
 const StaticLogger s_logger("quorvex.media.Recorder");
 
 // Timestamps that are further from real time than this have jumped.
-constexpr std::int64_t MAX_STRAY_FRAMES = 200 * SAMPLES_PER_MS;
+constexpr std::int64_t MAX_STRAY_FRAMES = std::int64_t{200} * SAMPLES_PER_MS;
 // How long packets may be late before their place is written out.
-constexpr std::int64_t LATE_FRAMES = 500 * SAMPLES_PER_MS;
+constexpr std::int64_t LATE_FRAMES = std::int64_t{500} * SAMPLES_PER_MS;
 
 /// What a file may be called: whatever comes from a message is not to leave the directory.
 std::string makeSafe(const std::string& in_strName)

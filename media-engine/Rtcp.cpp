@@ -83,7 +83,7 @@ std::size_t RtcpWriter::write(std::uint8_t* out_pData,
     writeU32(pDescription + 4, in_ui32Ssrc);
     pDescription[8] = CNAME_ITEM;
     pDescription[9] = static_cast<std::uint8_t>(uiName);
-    std::memcpy(pDescription + 10, in_strName.data(), uiName);
+    std::copy_n(in_strName.data(), uiName, pDescription + 10);
     uiSize += uiDescription;
 
     if (in_bBye)

@@ -4,7 +4,7 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
+#include <system_error>
 
 #include "CallGroup.h"
 #include "MediaThread.h"
@@ -59,14 +59,14 @@ void RtpEndpoint::report(bool in_bTaken)
 void RtpEndpoint::open(CallGroup& in_group)
 {
     m_pGroup = &in_group;
-    if (m_thread.getPorts().acquire(m_iSocket, m_uiPort) && !m_thread.addSocket(m_iSocket, *this))
+    if (m_thread.getPorts().acquire(m_iSocket, m_uiPort) && !m_thread.addSocket(m_iSocket, m_rtpSlot))
     {
         m_thread.getPorts().release(m_iSocket, m_uiPort);
         m_iSocket = -1;
     }
     if (!isOpen())
     {
-        m_thread.countCapacityFailure(std::strerror(errno));
+        m_thread.countCapacityFailure(errno);
         report(m_pCallback->getCapacityFailure(MediaEndpoint::RX_DIRECTION));
         return;
     }
@@ -160,11 +160,16 @@ void RtpEndpoint::openRtcp()
         if (iSocket < 0)
         {
             // The stream can do without.
-            QLOG_DEBUG(s_logger, "no RTCP on port " << m_uiPort + 1 << ": " << std::strerror(errno));
+            QLOG_DEBUG(s_logger,
+                       "no RTCP on port " << m_uiPort + 1 << ": " << std::generic_category().message(errno));
+            return;
+        }
+        if (!m_thread.addSocket(iSocket, m_rtcpSlot))
+        {
+            ::close(iSocket);
             return;
         }
         m_pRtcp = std::make_unique<RtcpSession>(iSocket);
-        m_thread.addRtcpSocket(iSocket, *this);
     }
     if (m_pRtcp != nullptr && !m_bReportDue)
     {

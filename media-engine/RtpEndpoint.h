@@ -26,6 +26,14 @@ namespace Quorvex
 
 class CallGroup;
 class MediaThread;
+class RtpEndpoint;
+
+/// What a readable descriptor belongs to.
+struct SocketSlot
+{
+    RtpEndpoint* m_pEndpoint;
+    bool m_bRtcp;
+};
 
 /// The media thread's side of an endpoint: its sockets, its stream in either direction, and where its sound
 /// goes and comes from, which the endpoint's group decides. Media thread only.
@@ -65,6 +73,8 @@ public:
     CallGroup* getGroup() const { return m_pGroup; }
     bool isOpen() const { return m_iSocket >= 0; }
     int getSocket() const { return m_iSocket; }
+    SocketSlot& getRtpSlot() { return m_rtpSlot; }
+    SocketSlot& getRtcpSlot() { return m_rtcpSlot; }
     /// -1 when there is none.
     int getRtcpSocket() const { return m_pRtcp == nullptr ? -1 : m_pRtcp->getSocket(); }
     std::uint64_t getPacketsSent() const { return m_txStream.getPackets(); }
@@ -169,6 +179,8 @@ private:
     const std::unique_ptr<MediaEndpointCallback> m_pCallback;
     CallGroup* m_pGroup = nullptr;
 
+    SocketSlot m_rtpSlot{this, false};
+    SocketSlot m_rtcpSlot{this, true};
     int m_iSocket = -1;
     unsigned m_uiPort = 0;
     Side m_rx;

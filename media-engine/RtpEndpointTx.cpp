@@ -26,7 +26,8 @@ void RtpEndpoint::sendRtcp(bool in_bBye, std::int64_t in_i64Now)
     {
         return;
     }
-    std::array<std::uint8_t, RtcpWriter::MAX_SIZE> data;
+    std::array<std::uint8_t, RtcpWriter::MAX_SIZE>
+        data;  // NOLINT(cppcoreguidelines-pro-type-member-init): filled at once
     const std::size_t uiSize =
         m_pRtcp->write(data.data(), m_txStream, m_statistics, m_thread.getSourceName(), in_bBye, in_i64Now);
     std::memcpy(
@@ -122,7 +123,8 @@ void RtpEndpoint::sendSound(TxStream::Numbers in_numbers,
     }
     if (m_pRecorder != nullptr)
     {
-        std::array<std::int16_t, MAX_SAMPLES> samples;
+        std::array<std::int16_t, MAX_SAMPLES>
+            samples;  // NOLINT(cppcoreguidelines-pro-type-member-init): filled at once
         G711::decode(G711::lawOf(in_uiPayloadType), in_pPayload, in_uiSize, samples.data());
         m_pRecorder->write(Recorder::SENT, in_numbers.m_ui32Timestamp, samples.data(), in_uiSize, in_i64Now);
     }
@@ -149,7 +151,8 @@ void RtpEndpoint::sendEvent(TxStream::Numbers in_numbers,
 void RtpEndpoint::onClock(std::int64_t in_i64Now)
 {
     const unsigned uiSamples = m_tx.m_config.m_uiPacketSizeMs * SAMPLES_PER_MS;
-    std::array<std::int16_t, MAX_SAMPLES> samples;
+    std::array<std::int16_t, MAX_SAMPLES>
+        samples;  // NOLINT(cppcoreguidelines-pro-type-member-init): filled at once
     if (m_pTones != nullptr)
     {
         if (!m_pTones->read(samples.data(), uiSamples))
@@ -159,7 +162,8 @@ void RtpEndpoint::onClock(std::int64_t in_i64Now)
     }
     else if (!m_plan.m_vMix.empty())
     {
-        std::array<std::int32_t, MAX_SAMPLES> sum;
+        std::array<std::int32_t, MAX_SAMPLES>
+            sum;  // NOLINT(cppcoreguidelines-pro-type-member-init): filled at once
         std::fill_n(sum.data(), uiSamples, 0);
         for (std::size_t i = 0; i < m_plan.m_vMix.size(); ++i)
         {
@@ -188,7 +192,8 @@ void RtpEndpoint::onClock(std::int64_t in_i64Now)
         return;
     }
     const unsigned uiPayloadType = m_tx.m_config.m_ui8PayloadType;
-    std::array<std::uint8_t, MAX_SAMPLES> codes;
+    std::array<std::uint8_t, MAX_SAMPLES>
+        codes;  // NOLINT(cppcoreguidelines-pro-type-member-init): filled at once
     G711::encode(G711::lawOf(uiPayloadType), samples.data(), uiSamples, codes.data());
     const TxStream::Numbers numbers = m_txStream.clocked(uiSamples, in_i64Now);
     sendSound(numbers, numbers.m_bMarker, uiPayloadType, codes.data(), uiSamples, in_i64Now);
@@ -228,7 +233,7 @@ void RtpEndpoint::sendDigits(const std::string& in_strDigits, unsigned in_uiDura
 
 bool RtpEndpoint::onEventClock(std::int64_t in_i64Now)
 {
-    TelephoneEventSender::Packet packet;
+    TelephoneEventSender::Packet packet;  // NOLINT(cppcoreguidelines-pro-type-member-init): filled at once
     if (m_pEventSender->tick(m_txStream.timestampAt(in_i64Now), packet))
     {
         sendEvent(m_txStream.inserted(packet.m_ui32Timestamp),

@@ -64,7 +64,7 @@ struct RtpPacket
         m_ui16Sequence = readU16(in_pData + 2);
         m_ui32Timestamp = readU32(in_pData + 4);
         m_ui32Ssrc = readU32(in_pData + 8);
-        std::size_t uiHeader = HEADER_SIZE + 4U * (in_pData[0] & 0x0fU);
+        std::size_t uiHeader = HEADER_SIZE + std::size_t{4} * (in_pData[0] & 0x0fU);
         if ((in_pData[0] & 0x10) != 0)
         {
             if (in_uiSize < uiHeader + 4)

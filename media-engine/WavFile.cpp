@@ -79,7 +79,7 @@ struct Layout
             {
                 iSample = static_cast<std::int16_t>(little16(in_pFrame + std::size_t{2} * i));
             }
-            fSum += iSample;
+            fSum += static_cast<float>(iSample);
         }
         return fSum / static_cast<float>(m_uiChannels);
     }

@@ -231,6 +231,23 @@ TEST_F(LatchTest, theSignalledAddressReclaimsAStreamThatWasStolen)
     EXPECT_EQ(0U, send(6666, 5));
 }
 
+TEST_F(LatchTest, whatIsStillUnderWayDoesNotHoldAStreamThatMoves)
+{
+    m_latch.reset(at(1000));
+    EXPECT_EQ(3U, send(1000, 3));
+    // The party moves to 3000, which a translator makes 4000; some packets of its old place come first.
+    m_latch.reset(at(3000));
+    EXPECT_EQ(10U, send(1000, 10));
+    EXPECT_EQ(at(3000), m_latch.getRemote());
+    EXPECT_EQ(3U, send(4000, 3));
+    EXPECT_EQ(at(4000), m_latch.getRemote());
+    EXPECT_EQ(0U, send(1000, 3));
+    // One that does not move in truth is followed in the end.
+    m_latch.reset(at(5000));
+    send(4000, Latch::GOOD_PACKETS_OF_FORMER);
+    EXPECT_EQ(at(4000), m_latch.getRemote());
+}
+
 TEST_F(LatchTest, scatteredPacketsLockNothing)
 {
     m_latch.reset(at(1000));
