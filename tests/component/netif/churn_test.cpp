@@ -24,12 +24,7 @@ using namespace Quorvex::Test;
 namespace
 {
 
-// The instrumented builds take their time for each; the full number is for the others.
-#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
-constexpr unsigned kRounds = 20000;
-#else
 constexpr unsigned kRounds = 100000;
-#endif
 constexpr unsigned kMaxHeld = 50;
 
 /// Destroys things of one kind on a thread of its own, in an order of its own.
