@@ -92,9 +92,16 @@ CommandResult EngineControl::command(std::function<CommandResult(RoutingCallEngi
     return ask(m_engine, std::move(in_command)).value_or(CommandResult{CommandResult::UNAVAILABLE, kTooLate});
 }
 
-CommandResult EngineControl::placeCall(const CallLegInfo& /*in_leg*/, const ParameterTrie& /*in_options*/)
+CommandResult EngineControl::placeCall(const CallLegInfo& in_leg, const ParameterTrie& in_options)
 {
-    return {CommandResult::NOT_SUPPORTED, "This version places no outbound calls."};
+    auto pRoute = std::make_shared<Route>();
+    std::string strError;
+    if (!pRoute->readPlaced(in_options.root(), "", strError))
+    {
+        return {CommandResult::BAD_REQUEST, strError};
+    }
+    return command([leg = in_leg, pRoute](RoutingCallEngine& io_engine)
+                   { return io_engine.placeCall(leg, pRoute); });
 }
 
 CommandResult EngineControl::hangUp(const std::string& in_strId)
@@ -111,7 +118,7 @@ CommandResult EngineControl::sendInfo(const std::string& in_strId,
 
 CommandResult EngineControl::transfer(const std::string& /*in_strId*/, const CallLegInfo& /*in_leg*/)
 {
-    return {CommandResult::NOT_SUPPORTED, "This version places no outbound calls."};
+    return {CommandResult::NOT_SUPPORTED, "This version transfers no calls."};
 }
 
 CommandResult EngineControl::drain()

@@ -4,6 +4,7 @@
 
 #include "infra/RegistrationSingleton.h"
 #include "media/CTBusTonePlayerFactory.h"
+#include "sip/Sip.h"
 #include "sip/SipFailure.h"
 
 namespace Quorvex
@@ -22,10 +23,12 @@ TSHandle<CTBusTonePlayerFactory> tonePlayers()
 }  // namespace
 
 GatewayCall::GatewayCall(EngineLoop& in_loop,
+                         Owner& in_owner,
                          std::uint64_t in_ulNumber,
                          std::string in_strCallId,
                          std::unique_ptr<InCallLeg> in_pLeg)
     : m_loop(in_loop),
+      m_owner(in_owner),
       m_ulNumber(in_ulNumber),
       m_strCallId(std::move(in_strCallId)),
       m_logger("quorvex.gateway.Call"),
@@ -38,6 +41,19 @@ GatewayCall::GatewayCall(EngineLoop& in_loop,
 GatewayCall::~GatewayCall()
 {
     m_loop.cancel(m_timer);
+    detachService();
+}
+
+void GatewayCall::detachService()
+{
+    if (std::exchange(m_bServiceAttached, false))
+    {
+        const auto hPlayers = tonePlayers();
+        if (!hPlayers.isNull())
+        {
+            hPlayers->detach(m_strCallId);
+        }
+    }
 }
 
 const char* GatewayCall::getStateName(State in_state)
@@ -71,6 +87,14 @@ void GatewayCall::invited(const CallLegInfo& in_leg, std::shared_ptr<const Route
         return;
     }
     QLOG_INFO(m_logger, "call from " << getFrom() << " to " << getTo() << ": route " << m_pRoute->getName());
+    if (m_pRoute->hasLegs())
+    {
+        if (!callParty(m_pRoute->makeLegs(m_leg), 1))
+        {
+            refuse(eUNAVAILABLE_FAILURE, "no network interface places calls");
+        }
+        return;
+    }
     if (m_pRoute->getService() == Route::Service::REJECT && m_pRoute->getAnswerAfterMs() == 0)
     {
         reject();
@@ -179,7 +203,11 @@ void GatewayCall::refuse(const ConnectionFailureType& in_failure,
         in_uiStatus != 0 ? in_uiStatus : Call::getFailureEntry(in_failure.getFailure()).m_uiSipStatus;
     m_strReason = std::move(in_strReason);
     // A leg that has been accepted is refused as one whose far side failed.
-    if (bAccepted)
+    if (m_pLeg == nullptr)
+    {
+        endParty();
+    }
+    else if (bAccepted)
     {
         m_pLeg->remoteConnectionFailed(in_failure);
     }
@@ -223,13 +251,171 @@ bool GatewayCall::hangup(CallRecord::EndedBy in_endedBy)
     if (m_state == State::ANSWERED)
     {
         m_state = State::ENDING;
-        m_pLeg->hangup();
+        if (m_pLeg != nullptr)
+        {
+            m_pLeg->hangup();
+        }
     }
     else
     {
         refuse(eNO_ANSWER_FAILURE, "hung up before it was answered");
     }
+    endParty();
     return true;
+}
+
+bool GatewayCall::sendInfo(const std::vector<Parameter>& in_vParameters)
+{
+    return m_pLeg != nullptr ? m_pLeg->sendInfoMsg(in_vParameters)
+                             : m_pParty != nullptr && m_pParty->sendInfo(in_vParameters);
+}
+
+// ------------------------------------------------------------------------------------- the party of the call
+
+bool GatewayCall::place(const CallLegInfo& in_leg, std::shared_ptr<const Route> in_pRoute)
+{
+    m_leg = in_leg;
+    m_pRoute = std::move(in_pRoute);
+    m_bReleased = true;
+    QLOG_INFO(m_logger, "call to " << getTo() << " placed");
+    return callParty({in_leg}, 0);
+}
+
+bool GatewayCall::callParty(std::vector<CallLegInfo> in_vLegs, unsigned int in_uiFirstLeg)
+{
+    const std::optional<OutboundParty::Context> context = m_owner.getOutbound();
+    if (!context.has_value())
+    {
+        return false;
+    }
+    m_pParty = std::make_unique<OutboundParty>(
+        *context, static_cast<OutboundParty::Listener&>(*this), m_strCallId, getRouteName());
+    m_pParty->place(std::move(in_vLegs), in_uiFirstLeg);
+    return true;
+}
+
+void GatewayCall::endParty()
+{
+    if (m_pParty != nullptr)
+    {
+        m_pParty->hangup();
+    }
+}
+
+void GatewayCall::partyRinging(RingType in_ringType)
+{
+    if (in_ringType == eRING_WITH_EARLY_MEDIA && m_state == State::RINGING)
+    {
+        partyEarlyMedia();
+        return;
+    }
+    if (m_state != State::ARRIVED)
+    {
+        return;
+    }
+    m_state = State::RINGING;
+    m_ringing = Clock::now();
+    if (m_pLeg != nullptr)
+    {
+        m_bEarlyMedia = m_bEarlyMedia || in_ringType == eRING_WITH_EARLY_MEDIA;
+        m_pLeg->inviteAccepted(in_ringType);
+    }
+}
+
+void GatewayCall::partyEarlyMedia()
+{
+    if (m_pLeg != nullptr && !m_bEarlyMedia && (m_state == State::ARRIVED || m_state == State::RINGING))
+    {
+        m_bEarlyMedia = true;
+        m_pLeg->mediaAvailable();
+    }
+}
+
+void GatewayCall::partyConnected(Call::ConnectionType in_type)
+{
+    if (m_state == State::ENDING)
+    {
+        endParty();
+        return;
+    }
+    m_uiStatus = Sip::getResponseCode(in_type);
+    if (m_pLeg != nullptr)
+    {
+        m_pLeg->remoteConnected(in_type);
+        if (!Sip::isSuccessResponse(m_uiStatus))
+        {
+            // The caller has been refused for what the analysis heard.
+            m_state = State::ENDING;
+            m_endedBy = CallRecord::EndedBy::LOCAL;
+            m_strReason = Call::getConnectionTypeEntry(in_type).m_meaning;
+            endParty();
+            return;
+        }
+    }
+    m_state = State::ANSWERED;
+    m_answered = Clock::now();
+    if (m_pLeg == nullptr)
+    {
+        startService();
+    }
+    if (m_state == State::ANSWERED && m_pRoute->getHangupAfterMs() > 0)
+    {
+        m_timer = m_loop.schedule(m_pRoute->getHangupAfterMs(), [this] { hangup(); });
+    }
+}
+
+void GatewayCall::partyFailed(const ConnectionFailureType& in_failure)
+{
+    if (m_state == State::ENDING)
+    {
+        return;
+    }
+    if (m_pLeg == nullptr)
+    {
+        m_state = State::ENDING;
+        return;
+    }
+    refuse(in_failure,
+           std::string(Call::getFailureEntry(in_failure.getFailure()).m_meaning),
+           Sip::getResponseCode(in_failure));
+}
+
+void GatewayCall::partyDisconnected()
+{
+    if (m_state == State::ENDING)
+    {
+        return;
+    }
+    m_loop.cancel(m_timer);
+    m_state = State::ENDING;
+    m_endedBy = CallRecord::EndedBy::LOCAL;
+    if (m_pLeg != nullptr)
+    {
+        m_pLeg->hangup();
+    }
+}
+
+void GatewayCall::partyInfo(const std::vector<Parameter>& in_vParameters)
+{
+    if (m_pLeg != nullptr && m_state == State::ANSWERED)
+    {
+        m_pLeg->sendInfoMsg(in_vParameters);
+    }
+}
+
+void GatewayCall::partyLegOpened(unsigned int in_uiLeg)
+{
+    m_owner.legOpened(m_strCallId, in_uiLeg);
+}
+
+void GatewayCall::partyLegEnded(CallRecord in_record, bool in_bHadMedia)
+{
+    m_owner.legEnded(std::move(in_record), in_bHadMedia);
+}
+
+void GatewayCall::partyGone()
+{
+    m_owner.partyGone(m_ulNumber);
 }
 
 void GatewayCall::transferRequested(const CallLegInfo& in_leg)
@@ -243,6 +429,10 @@ void GatewayCall::transferRequested(const CallLegInfo& in_leg)
 void GatewayCall::infoReceived(const std::vector<Parameter>& in_vParameters)
 {
     QLOG_INFO(m_logger, "INFO received with " << in_vParameters.size() << " parameters");
+    if (m_pParty != nullptr)
+    {
+        static_cast<void>(m_pParty->sendInfo(in_vParameters));
+    }
 }
 
 void GatewayCall::disconnected()
@@ -258,26 +448,30 @@ void GatewayCall::disconnected()
     }
     m_state = State::ENDING;
     m_endedBy = CallRecord::EndedBy::REMOTE;
+    endParty();
 }
 
 CallView GatewayCall::getView() const
 {
     const auto age = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - m_invited);
-    CallView view{m_strCallId, "in", getStateName(m_state), getFrom(), getTo(), age, {}};
-    view.m_vLegs.push_back({"0", "in", view.m_strState, view.m_strFrom, view.m_strTo, age});
+    CallView view{
+        m_strCallId, m_pLeg != nullptr ? "in" : "out", getStateName(m_state), getFrom(), getTo(), age, {}};
+    if (m_pLeg != nullptr)
+    {
+        view.m_vLegs.push_back({"0", "in", view.m_strState, view.m_strFrom, view.m_strTo, age});
+    }
+    if (m_pParty != nullptr)
+    {
+        m_pParty->addViews(view.m_vLegs);
+    }
     return view;
 }
 
 CallRecord GatewayCall::released()
 {
-    if (m_bServiceAttached)
-    {
-        const auto hPlayers = tonePlayers();
-        if (!hPlayers.isNull())
-        {
-            hPlayers->detach(m_strCallId);
-        }
-    }
+    m_bReleased = true;
+    endParty();
+    detachService();
     CallRecord record;
     record.m_strCall = m_strCallId;
     record.m_strSipCallId = m_leg.getParameterOr("sip.in.header.Call-ID", "");

@@ -174,6 +174,9 @@ bool Host::start(std::string& out_strError)
 {
     m_engine.setRoutes(m_pRoutes);
     m_engine.setDrainedHandler([this] { m_signals.wake(); });
+    m_engine.setOutLegEngine(
+        m_pNetIf.get(),
+        static_cast<unsigned int>(m_hConfig->getIntegerOr("quorvex.sip.getHostByNameTimeoutMs", 250)));
     m_engine.start();
     m_metrics.addSource(m_engine);
     m_metrics.addSource(m_mediaMetrics);

@@ -31,6 +31,8 @@ constexpr std::pair<const char*, Route::Ringing> kRingings[] = {
 
 constexpr const char* kOptions[] = {"name",
                                     "match",
+                                    "leg",
+                                    "legs",
                                     "service",
                                     "ringing",
                                     "progress",
@@ -104,6 +106,38 @@ bool Route::read(const ParameterTrieNode& in_node, const std::string& in_strFold
     {
         error = readService(in_node);
     }
+    if (error.empty())
+    {
+        error = checkOptions(in_node, in_strFolder);
+    }
+    out_strError = error.empty() ? "" : place + ": " + error;
+    return error.empty();
+}
+
+bool Route::readPlaced(const ParameterTrieNode& in_node,
+                       const std::string& in_strFolder,
+                       std::string& out_strError)
+{
+    m_strName = "api";
+    out_strError = in_node.getChild("service") != nullptr ? readService(in_node) : "";
+    if (out_strError.empty() && in_node.getChild("service") == nullptr)
+    {
+        out_strError = "service: is missing; echo, play, tone or ring is expected";
+    }
+    if (out_strError.empty() && m_service == Service::REJECT)
+    {
+        out_strError = "service: echo, play, tone or ring is expected, not \"reject\"";
+    }
+    if (out_strError.empty())
+    {
+        out_strError = checkOptions(in_node, in_strFolder);
+    }
+    return out_strError.empty();
+}
+
+std::string Route::checkOptions(const ParameterTrieNode& in_node, const std::string& in_strFolder)
+{
+    std::string error;
     for (const auto& pChild : in_node.getChildren())
     {
         if (error.empty())
@@ -119,8 +153,7 @@ bool Route::read(const ParameterTrieNode& in_node, const std::string& in_strFold
     {
         error = "tone: is missing; service \"tone\" expects the name of a tone (\"ringback\")";
     }
-    out_strError = error.empty() ? "" : place + ": " + error;
-    return error.empty();
+    return error;
 }
 
 std::string Route::readMatches(const ParameterTrieNode& in_node)
@@ -168,20 +201,99 @@ std::string Route::readMatches(const ParameterTrieNode& in_node)
 
 std::string Route::readService(const ParameterTrieNode& in_node)
 {
-    for (const char* szLeg : {"leg", "legs"})
+    if (in_node.getChild("leg") != nullptr || in_node.getChild("legs") != nullptr)
     {
-        if (in_node.getChild(szLeg) != nullptr)
-        {
-            return std::string(szLeg) +
-                   ": outbound legs cannot be placed by this version; a service is expected";
-        }
+        return readLegs(in_node);
     }
     const ParameterTrieNode* pService = in_node.getChild("service");
     if (pService == nullptr)
     {
-        return "service: is missing; echo, play, tone, ring or reject is expected";
+        return "service: is missing; echo, play, tone, ring or reject, or a leg, is expected";
     }
     return choose(kServices, *pService, m_service);
+}
+
+std::string Route::readLegs(const ParameterTrieNode& in_node)
+{
+    const ParameterTrieNode* pLeg = in_node.getChild("leg");
+    const ParameterTrieNode* pLegs = in_node.getChild("legs");
+    if ((pLeg != nullptr && pLegs != nullptr) || in_node.getChild("service") != nullptr)
+    {
+        return "one of leg, legs and service is expected";
+    }
+    if (pLeg != nullptr)
+    {
+        return readLeg(*pLeg);
+    }
+    std::string error;
+    for (const auto& pChild : pLegs->getChildren())
+    {
+        error = error.empty() ? readLeg(*pChild) : error;
+    }
+    return error.empty() && m_vLegs.empty() ? "legs: a list of tables of leg parameters is expected" : error;
+}
+
+std::string Route::readLeg(const ParameterTrieNode& in_node)
+{
+    if (in_node.hasValue())
+    {
+        return "leg: a table of leg parameters is expected ({ \"sip.out.requestUri\" = \"sip:$1@host\" })";
+    }
+    CallLegInfo leg;
+    auto visitor = [&leg, &in_node](const ParameterTrieNode& in_leaf)
+    { leg.setParameter(in_leaf.getFullName().substr(in_node.getFullName().size() + 1), in_leaf.getValue()); };
+    ParameterTrie::visit(in_node, visitor);
+    if (leg.getParameterOr("sip.out.requestUri", "").empty())
+    {
+        return "leg: \"sip.out.requestUri\" is missing; a SIP URI is expected";
+    }
+    if (leg.getNode("media.rtp") == nullptr)
+    {
+        leg.addRtpSendReceiveParameters(0);
+    }
+    m_vLegs.push_back(std::move(leg));
+    return "";
+}
+
+std::vector<CallLegInfo> Route::makeLegs(const CallLegInfo& in_leg) const
+{
+    // What an incoming call says, and under which key a leg says it.
+    static constexpr std::pair<const char*, const char*> kCarriedOver[] = {
+        {"sip.in.from.uri",         "sip.out.from.uri"        },
+        {"sip.in.from.displayName", "sip.out.from.displayName"},
+        {"sip.in.to.displayName",   "sip.out.to.displayName"  },
+    };
+    const std::string strUri = in_leg.getParameterOr("sip.in.requestUri", "");
+    std::smatch groups;
+    for (const Match& match : m_vMatches)
+    {
+        if (match.m_strKey == "sip.in.requestUri")
+        {
+            std::regex_search(strUri, groups, match.m_expression);
+        }
+    }
+    std::vector<CallLegInfo> vLegs;
+    for (const CallLegInfo& pattern : m_vLegs)
+    {
+        CallLegInfo& leg = vLegs.emplace_back();
+        for (const auto& [szIn, szOut] : kCarriedOver)
+        {
+            std::string strValue;
+            if (in_leg.getParameter(szIn, strValue) && !strValue.empty())
+            {
+                leg.setParameter(szOut, strValue);
+            }
+        }
+        pattern.getParameters().forEach(
+            [&leg, &groups](const ParameterTrieNode& in_node)
+            {
+                std::string strValue;
+                const bool bFill = !groups.empty() && in_node.getValue().getString(strValue);
+                leg.setParameter(in_node.getFullName(),
+                                 bFill ? ParameterValue(groups.format(strValue)) : in_node.getValue());
+            });
+    }
+    return vLegs;
 }
 
 std::string Route::readOption(const ParameterTrieNode& in_node, const std::string& in_strFolder)
@@ -259,6 +371,10 @@ std::string Route::readReject(const ParameterTrieNode& in_node)
 
 std::string Route::describe() const
 {
+    if (hasLegs())
+    {
+        return "is connected to " + m_vLegs.front().getParameterOr("sip.out.requestUri", "");
+    }
     switch (m_service)
     {
         case Service::ECHO:

@@ -5,13 +5,12 @@
 #include <string>
 #include <vector>
 
+#include "calleng/CallLegInfo.h"
 #include "infra/ParameterTrie.h"
 #include "quorvex/CallTypes.h"
 
 namespace Quorvex
 {
-
-class CallLegInfo;
 
 /// One route: which calls it is for, and what becomes of them. Immutable once read; any thread may read it.
 class Route
@@ -35,10 +34,21 @@ public:
     /// Reads a [[route]] table. False, with what is wrong in one line, when it cannot be.
     bool read(const ParameterTrieNode& in_node, const std::string& in_strFolder, std::string& out_strError);
 
+    /// Reads what an answered call that was placed by an operator gets: the options of a service route, but
+    /// for "match". False, with what is wrong in one line.
+    bool readPlaced(const ParameterTrieNode& in_node,
+                    const std::string& in_strFolder,
+                    std::string& out_strError);
+
     /// Whether every expression of the route is found in the leg's value of its key.
     bool matches(const CallLegInfo& in_leg) const;
 
     const std::string& getName() const { return m_strName; }
+    /// Whether the route places outbound legs; otherwise it has a service.
+    bool hasLegs() const { return !m_vLegs.empty(); }
+    /// The legs for a call that matches, in the order in which they are to be tried: the route's parameters
+    /// with the groups of its match filled in, and what the call says where the route says nothing.
+    std::vector<CallLegInfo> makeLegs(const CallLegInfo& in_leg) const;
     Service getService() const { return m_service; }
     Ringing getRinging() const { return m_ringing; }
     bool hasProgress() const { return m_bProgress; }
@@ -63,12 +73,16 @@ private:
     };
 
     std::string readMatches(const ParameterTrieNode& in_node);
+    std::string readLegs(const ParameterTrieNode& in_node);
+    std::string readLeg(const ParameterTrieNode& in_node);
+    std::string checkOptions(const ParameterTrieNode& in_node, const std::string& in_strFolder);
     std::string readService(const ParameterTrieNode& in_node);
     std::string readOption(const ParameterTrieNode& in_node, const std::string& in_strFolder);
     std::string readReject(const ParameterTrieNode& in_node);
 
     std::string m_strName;
     std::vector<Match> m_vMatches;
+    std::vector<CallLegInfo> m_vLegs;
     std::string m_strUriExpression;
     Service m_service = Service::ECHO;
     Ringing m_ringing = Ringing::RINGING;

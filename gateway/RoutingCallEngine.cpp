@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "infra/RegistrationSingleton.h"
+#include "infra/UUID.h"
 
 namespace Quorvex
 {
@@ -106,7 +107,10 @@ void RoutingCallEngine::stop()
         {
             for (const auto& [ulCall, pCall] : m_calls)
             {
-                record(*pCall);
+                if (!pCall->isReleased())
+                {
+                    record(*pCall);
+                }
             }
             m_calls.clear();
             m_numbers.clear();
@@ -154,8 +158,9 @@ CallInInterface* RoutingCallEngine::newInCall(InCallLeg* in_pLeg, const char* in
         {
             m_journal.opened(strCallId, 0);
             m_numbers.emplace(strCallId, ulCall);
-            m_calls.emplace(ulCall,
-                            std::make_unique<GatewayCall>(m_loop, ulCall, strCallId, std::move(*pHolder)));
+            m_calls.emplace(
+                ulCall,
+                std::make_unique<GatewayCall>(m_loop, owner(), ulCall, strCallId, std::move(*pHolder)));
         });
     if (!bPosted)
     {
@@ -173,6 +178,16 @@ void RoutingCallEngine::ended(std::uint64_t in_ulCall)
         return;
     }
     record(*it->second);
+    eraseIfOver(in_ulCall);
+}
+
+void RoutingCallEngine::eraseIfOver(std::uint64_t in_ulCall)
+{
+    const auto it = m_calls.find(in_ulCall);
+    if (it == m_calls.end() || !it->second->isOver())
+    {
+        return;
+    }
     m_numbers.erase(it->second->getCallId());
     m_calls.erase(it);
     m_ulLive.fetch_sub(1, std::memory_order_relaxed);
@@ -180,6 +195,58 @@ void RoutingCallEngine::ended(std::uint64_t in_ulCall)
     {
         m_drainedHandler();
     }
+}
+
+std::optional<OutboundParty::Context> RoutingCallEngine::getOutbound()
+{
+    if (m_pOutLegEngine == nullptr)
+    {
+        return std::nullopt;
+    }
+    return OutboundParty::Context{m_loop, *m_pOutLegEngine, m_uiResolveMs};
+}
+
+void RoutingCallEngine::legOpened(const std::string& in_strCallId, unsigned int in_uiLeg)
+{
+    m_journal.opened(in_strCallId, in_uiLeg);
+}
+
+void RoutingCallEngine::legEnded(CallRecord in_record, bool in_bHadMedia)
+{
+    m_journal.closed(std::move(in_record), in_bHadMedia);
+}
+
+void RoutingCallEngine::partyGone(std::uint64_t in_ulNumber)
+{
+    // The call is still at work.
+    post([this, in_ulNumber] { eraseIfOver(in_ulNumber); });
+}
+
+CommandResult RoutingCallEngine::placeCall(CallLegInfo in_leg, std::shared_ptr<const Route> in_pRoute)
+{
+    if (in_leg.getParameterOr("sip.out.requestUri", "").empty())
+    {
+        return {CommandResult::BAD_REQUEST, "The leg says no \"sip.out.requestUri\"; a SIP URI is expected."};
+    }
+    if (!takesCalls() || m_pOutLegEngine == nullptr)
+    {
+        return {CommandResult::UNAVAILABLE, "The gateway takes no calls."};
+    }
+    if (in_leg.getNode("media.rtp") == nullptr)
+    {
+        in_leg.addRtpSendReceiveParameters(0);
+    }
+    const std::string strCallId = UUID().toString();
+    const std::uint64_t ulCall = m_ulTotal.fetch_add(1, std::memory_order_relaxed) + 1;
+    m_ulLive.fetch_add(1, std::memory_order_relaxed);
+    m_numbers.emplace(strCallId, ulCall);
+    GatewayCall& call = *m_calls
+                             .emplace(ulCall,
+                                      std::make_unique<GatewayCall>(
+                                          m_loop, owner(), ulCall, strCallId, std::unique_ptr<InCallLeg>()))
+                             .first->second;
+    static_cast<void>(call.place(in_leg, std::move(in_pRoute)));
+    return {CommandResult::DONE, strCallId};
 }
 
 void RoutingCallEngine::record(GatewayCall& io_call)

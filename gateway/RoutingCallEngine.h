@@ -21,9 +21,13 @@
 namespace Quorvex
 {
 
-/// The gateway's call engine: routes the calls that arrive to services. All its work is done on a thread of
-/// its own; what comes from the network interface's and the media engine's threads is only queued.
-class RoutingCallEngine : public CallEngine, public MediaObserver, public MetricsSource
+/// The gateway's call engine: routes the calls that arrive to services and to other parties, and places
+/// calls. All its work is done on a thread of its own; what comes from the network interface's and the media
+/// engine's threads is only queued.
+class RoutingCallEngine : public CallEngine,
+                          public MediaObserver,
+                          public MetricsSource,
+                          private GatewayCall::Owner
 {
 public:
     RoutingCallEngine() = default;
@@ -37,6 +41,14 @@ public:
     void setRoutes(std::shared_ptr<const RouteTable> in_pRoutes);
     /// Called on the engine's thread when the last call has ended after drain(). Before start().
     void setDrainedHandler(EngineLoop::Job in_handler) { m_drainedHandler = std::move(in_handler); }
+
+    /// What places calls, which must outlive this object's run, and how long host names may take to resolve.
+    /// Before start().
+    void setOutLegEngine(OutLegEngine* in_pOutLegEngine, unsigned int in_uiResolveMs)
+    {
+        m_pOutLegEngine = in_pOutLegEngine;
+        m_uiResolveMs = in_uiResolveMs;
+    }
 
     void start();
     /// Records what calls are left and ends the thread; the network interface has ended before. Repeatable.
@@ -57,6 +69,7 @@ public:
     /// Runs a job on the engine's thread. False when it does not run. The operations below are for such jobs.
     bool post(EngineLoop::Job in_job) { return m_loop.post(std::move(in_job)); }
     std::vector<CallView> viewCalls() const;
+    CommandResult placeCall(CallLegInfo in_leg, std::shared_ptr<const Route> in_pRoute);
     CommandResult hangUp(const std::string& in_strId);
     CommandResult sendInfo(const std::string& in_strId, const std::vector<Parameter>& in_vParameters);
 
@@ -71,9 +84,16 @@ public:
 private:
     class Incoming;
 
+    GatewayCall::Owner& owner() { return *this; }
     GatewayCall* find(std::uint64_t in_ulCall);
     GatewayCall* find(const std::string& in_strId);
     void ended(std::uint64_t in_ulCall);
+    void eraseIfOver(std::uint64_t in_ulCall);
+
+    std::optional<OutboundParty::Context> getOutbound() override;
+    void legOpened(const std::string& in_strCallId, unsigned int in_uiLeg) override;
+    void legEnded(CallRecord in_record, bool in_bHadMedia) override;
+    void partyGone(std::uint64_t in_ulNumber) override;
     void record(GatewayCall& io_call);
     std::shared_ptr<const RouteTable> routes() const;
 
@@ -84,6 +104,8 @@ private:
     std::atomic<bool> m_bTakesCalls{false};
     std::atomic<bool> m_bDraining{false};
     EngineLoop::Job m_drainedHandler;
+    OutLegEngine* m_pOutLegEngine = nullptr;
+    unsigned int m_uiResolveMs = 250;
     EngineLoop m_loop;
     // The loop's own.
     CallJournal m_journal{m_loop};

@@ -1,0 +1,458 @@
+#include "OutboundParty.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "net/HostResolver.h"
+#include "sip/SipFailure.h"
+#include "sipstack/DsSipURL.h"
+
+namespace Quorvex
+{
+
+namespace
+{
+
+constexpr const char* kRequestUriKey = "sip.out.requestUri";
+constexpr const char* kRedirectInKey = "sip.in.redirect.Contact";
+constexpr const char* kRedirectOutKey = "sip.out.redirect.Contact";
+constexpr const char* kHeaderKey = "sip.out.header.";
+
+// Redirecting parties must not keep a call going for ever.
+constexpr unsigned int kMaxAttempts = 20;
+
+/// The host that a leg's INVITE goes to; empty when the leg does not say.
+std::string hostOf(const CallLegInfo& in_leg)
+{
+    const DsHandle<DsSipURL> hUrl = DsSipURL::parse(in_leg.getParameterOr(kRequestUriKey, ""));
+    return hUrl.isNil() ? std::string() : hUrl->getHost();
+}
+
+}  // namespace
+
+/// One leg that is tried.
+class OutboundParty::Attempt
+{
+public:
+    QUORVEX_MEM_ACCOUNT("OutboundParty::Attempt");
+
+    enum class State
+    {
+        eCALLING,
+        eRINGING,
+        eANSWERED,
+        eENDING
+    };
+
+    /// The way from the network interface's side to the attempt; empty when the attempt is no more.
+    struct Link
+    {
+        Attempt* m_pAttempt = nullptr;
+    };
+
+    Attempt(OutboundParty& in_party, unsigned int in_uiLeg, CallInfo in_callInfo)
+        : m_party(in_party),
+          m_uiLeg(in_uiLeg),
+          m_callInfo(std::move(in_callInfo)),
+          m_pLink(std::make_shared<Link>()),
+          m_invited(std::chrono::system_clock::now())
+    {
+        m_pLink->m_pAttempt = this;
+    }
+    Attempt(const Attempt&) = delete;
+    Attempt& operator=(const Attempt&) = delete;
+    ~Attempt() { m_pLink->m_pAttempt = nullptr; }
+
+    void begin();
+    void invite();
+    void hangup();
+    CallRecord record() const;
+
+    OutboundParty& m_party;
+    const unsigned int m_uiLeg;
+    const CallInfo m_callInfo;
+    const std::shared_ptr<Link> m_pLink;
+    std::unique_ptr<OutCallLeg> m_pLeg;
+    State m_state = State::eCALLING;
+    bool m_bVerdict = false;
+    bool m_bMedia = false;
+    const std::chrono::system_clock::time_point m_invited;
+    std::optional<std::chrono::system_clock::time_point> m_ringing;
+    std::optional<std::chrono::system_clock::time_point> m_answered;
+    std::optional<CallRecord::EndedBy> m_endedBy;
+    unsigned int m_uiStatus = 0;
+    std::string m_strReason;
+    std::string m_strCpa;
+};
+
+/// The engine's side of one leg, as the network interface holds it: every word is queued to the engine's
+/// thread. Its deletion is the leg's end.
+class OutboundParty::Outgoing final : public CallOutInterface
+{
+public:
+    QUORVEX_MEM_ACCOUNT("OutboundParty::Outgoing");
+
+    Outgoing(EngineLoop& in_loop, std::shared_ptr<Attempt::Link> in_pLink)
+        : m_loop(in_loop), m_pLink(std::move(in_pLink))
+    {
+    }
+    Outgoing(const Outgoing&) = delete;
+    Outgoing& operator=(const Outgoing&) = delete;
+    ~Outgoing() override
+    {
+        post([](Attempt& io_attempt) { io_attempt.m_party.gone(io_attempt); });
+    }
+
+    bool redirected(const CallInfo& in_targets) override
+    {
+        return post([targets = in_targets](Attempt& io_attempt)
+                    { io_attempt.m_party.redirected(io_attempt, targets); });
+    }
+    void proceeding() override {}
+    void ringing(RingType in_ringType) override
+    {
+        post(
+            [in_ringType](Attempt& io_attempt)
+            {
+                io_attempt.m_state = Attempt::State::eRINGING;
+                io_attempt.m_ringing = std::chrono::system_clock::now();
+                io_attempt.m_bMedia = io_attempt.m_bMedia || in_ringType == eRING_WITH_EARLY_MEDIA;
+                io_attempt.m_party.ringing(in_ringType);
+            });
+    }
+    void connectFailed(const ConnectionFailureType& in_failure) override
+    {
+        post([failure = in_failure](Attempt& io_attempt) { io_attempt.m_party.failed(io_attempt, failure); });
+    }
+    void callFailed(const ConnectionFailureType& in_failure) override { connectFailed(in_failure); }
+    void connected(Call::ConnectionType in_connectionType) override
+    {
+        post([in_connectionType](Attempt& io_attempt)
+             { io_attempt.m_party.connected(io_attempt, in_connectionType); });
+    }
+    bool transfer(const CallLegInfo& /*in_leg*/) override
+    {
+        return post([](Attempt& io_attempt) { io_attempt.m_pLeg->transferFailure(eUNAVAILABLE_FAILURE); });
+    }
+    void disconnected() override
+    {
+        post([](Attempt& io_attempt) { io_attempt.m_party.disconnected(io_attempt); });
+    }
+    void earlyMedia() override
+    {
+        post(
+            [](Attempt& io_attempt)
+            {
+                io_attempt.m_bMedia = true;
+                io_attempt.m_party.m_listener.partyEarlyMedia();
+            });
+    }
+    bool infoReceived(const std::vector<Parameter>& in_vParameters) override
+    {
+        return post([parameters = in_vParameters](Attempt& io_attempt)
+                    { io_attempt.m_party.m_listener.partyInfo(parameters); });
+    }
+
+private:
+    template <class Job>
+    bool post(Job in_job)
+    {
+        return m_loop.post(
+            [pLink = m_pLink, job = std::move(in_job)]
+            {
+                if (pLink->m_pAttempt != nullptr)
+                {
+                    job(*pLink->m_pAttempt);
+                }
+            });
+    }
+
+    EngineLoop& m_loop;
+    const std::shared_ptr<Attempt::Link> m_pLink;
+};
+
+void OutboundParty::Attempt::begin()
+{
+    EngineLoop& loop = m_party.m_context.m_loop;
+    m_pLeg.reset(
+        m_party.m_context.m_netIf.getOutCallLeg(new Outgoing(loop, m_pLink), m_party.m_strCallId.c_str()));
+    const std::string strHost = hostOf(m_callInfo.getCurrentLeg());
+    if (m_pLeg == nullptr || strHost.empty() || Net::HostResolver::isAddress(strHost))
+    {
+        invite();
+        return;
+    }
+    // The network interface then finds the answer, good or bad, without waiting.
+    Net::HostResolver::instance().prefetch(strHost,
+                                           std::chrono::milliseconds(m_party.m_context.m_uiResolveMs),
+                                           [&loop, pLink = m_pLink](const std::string& /*in_strAddress*/)
+                                           {
+                                               loop.post(
+                                                   [pLink]
+                                                   {
+                                                       if (pLink->m_pAttempt != nullptr)
+                                                       {
+                                                           pLink->m_pAttempt->invite();
+                                                       }
+                                                   });
+                                           });
+}
+
+void OutboundParty::Attempt::invite()
+{
+    if (m_state == State::eCALLING && m_pLeg != nullptr)
+    {
+        m_pLeg->invite(m_callInfo);
+    }
+}
+
+void OutboundParty::Attempt::hangup()
+{
+    if (m_state != State::eENDING)
+    {
+        m_state = State::eENDING;
+        m_endedBy = m_endedBy.value_or(CallRecord::EndedBy::LOCAL);
+        if (m_pLeg != nullptr)
+        {
+            m_pLeg->hangup();
+        }
+    }
+}
+
+CallRecord OutboundParty::Attempt::record() const
+{
+    const CallLegInfo& leg = m_callInfo.getCurrentLeg();
+    CallRecord record;
+    record.m_strCall = m_party.m_strCallId;
+    record.m_uiLeg = m_uiLeg;
+    record.m_direction = CallRecord::Direction::OUT;
+    record.m_strFrom = leg.getParameterOr("sip.out.from.uri", "");
+    record.m_strTo = leg.getParameterOr(kRequestUriKey, leg.getParameterOr(kRedirectOutKey, ""));
+    record.m_strRoute = m_party.m_strRoute;
+    record.m_invited = m_invited;
+    record.m_ringing = m_ringing;
+    record.m_answered = m_answered;
+    record.m_ended = std::chrono::system_clock::now();
+    record.m_endedBy = m_endedBy.value_or(CallRecord::EndedBy::STOP);
+    record.m_uiStatus = m_uiStatus;
+    record.m_strReason = m_strReason;
+    record.m_strCpa = m_strCpa;
+    return record;
+}
+
+OutboundParty::OutboundParty(Context in_context,
+                             Listener& in_listener,
+                             std::string in_strCallId,
+                             std::string in_strRoute)
+    : m_context(in_context),
+      m_listener(in_listener),
+      m_strCallId(std::move(in_strCallId)),
+      m_strRoute(std::move(in_strRoute)),
+      m_logger("quorvex.gateway.Call")
+{
+    m_logger.callStart(m_strCallId);
+}
+
+OutboundParty::~OutboundParty() = default;
+
+void OutboundParty::place(std::vector<CallLegInfo> in_vLegs, unsigned int in_uiFirstLeg)
+{
+    m_uiNextLeg = in_uiFirstLeg;
+    m_pending.assign(in_vLegs.begin(), in_vLegs.end());
+    next();
+}
+
+CallInfo OutboundParty::takeTarget()
+{
+    // The most preferred of those left stands last.
+    CallLegInfo& leg = m_tried.addLeg(m_targets.getLeg(--m_targetsLeft));
+    // The first INVITE's headers are in the new one already.
+    m_redirectedLeg.getParameters().forEach(
+        [&leg](const ParameterTrieNode& in_node)
+        {
+            const std::string& strKey = in_node.getFullName();
+            if (strKey != kRequestUriKey && !strKey.starts_with(kHeaderKey))
+            {
+                leg.setParameter(strKey, in_node.getValue());
+            }
+        });
+    leg.setParameter(kRedirectOutKey, leg.getParameterOr(kRedirectInKey, ""));
+    m_tried.setCurrentLeg(m_tried.getNumLeg() - 1);
+    return m_tried;
+}
+
+void OutboundParty::next()
+{
+    CallInfo callInfo;
+    if (m_targetsLeft > 0)
+    {
+        callInfo = takeTarget();
+    }
+    else
+    {
+        callInfo.addLeg(m_pending.front());
+        m_pending.pop_front();
+    }
+    ++m_uiTried;
+    Attempt& attempt =
+        *m_vAttempts.emplace_back(std::make_unique<Attempt>(*this, m_uiNextLeg++, std::move(callInfo)));
+    m_listener.partyLegOpened(attempt.m_uiLeg);
+    attempt.begin();
+}
+
+void OutboundParty::ringing(RingType in_ringType)
+{
+    if (!m_bEnding && !m_bVerdict)
+    {
+        m_listener.partyRinging(in_ringType);
+    }
+}
+
+void OutboundParty::connected(Attempt& io_attempt, Call::ConnectionType in_type)
+{
+    io_attempt.m_bVerdict = true;
+    io_attempt.m_bMedia = true;
+    io_attempt.m_uiStatus = 200;
+    if (in_type != Call::eCONNECTION_NONE)
+    {
+        io_attempt.m_strCpa = Call::getConnectionTypeEntry(in_type).m_name;
+    }
+    if (m_bEnding)
+    {
+        return;  // hung up on its way here
+    }
+    io_attempt.m_state = Attempt::State::eANSWERED;
+    io_attempt.m_answered = std::chrono::system_clock::now();
+    m_bVerdict = true;
+    m_pConnected = &io_attempt;
+    m_listener.partyConnected(in_type);
+}
+
+void OutboundParty::failed(Attempt& io_attempt, const ConnectionFailureType& in_failure)
+{
+    const bool bWasConnected = m_pConnected == &io_attempt;
+    io_attempt.m_bVerdict = true;
+    if (io_attempt.m_uiStatus == 0)
+    {
+        io_attempt.m_uiStatus = Sip::getResponseCode(in_failure);
+    }
+    io_attempt.m_strReason = Call::getFailureEntry(in_failure.getFailure()).m_meaning;
+    if (io_attempt.m_state != Attempt::State::eENDING)
+    {
+        io_attempt.m_endedBy = in_failure.getFailure() == eNO_ANSWER_FAILURE ? CallRecord::EndedBy::TIMEOUT
+                                                                             : CallRecord::EndedBy::REMOTE;
+        io_attempt.m_state = Attempt::State::eENDING;
+    }
+    if (bWasConnected)
+    {
+        m_pConnected = nullptr;
+        m_listener.partyDisconnected();
+        return;
+    }
+    if (m_bEnding || m_bVerdict)
+    {
+        return;
+    }
+    if ((m_targetsLeft > 0 || !m_pending.empty()) && m_uiTried < kMaxAttempts)
+    {
+        QLOG_INFO(m_logger,
+                  "leg " << io_attempt.m_uiLeg << " failed (" << io_attempt.m_uiStatus
+                         << "), the next one is tried");
+        next();
+        return;
+    }
+    m_bVerdict = true;
+    m_listener.partyFailed(in_failure);
+}
+
+void OutboundParty::redirected(Attempt& io_attempt, const CallInfo& in_targets)
+{
+    if (io_attempt.m_callInfo.getCurrentLeg().getParameterOr(kRedirectOutKey, "").empty())
+    {
+        m_redirectedLeg = io_attempt.m_callInfo.getCurrentLeg();
+    }
+    m_targets = in_targets;
+    m_targetsLeft = in_targets.getNumLeg();
+    m_tried = CallInfo();
+    io_attempt.m_uiStatus = 302;
+    failed(io_attempt, ConnectionFailureType(eNO_ANSWER_FAILURE));
+    io_attempt.m_endedBy = CallRecord::EndedBy::REMOTE;
+    io_attempt.m_strReason = "redirected";
+}
+
+void OutboundParty::disconnected(Attempt& io_attempt)
+{
+    if (io_attempt.m_state != Attempt::State::eENDING)
+    {
+        io_attempt.m_state = Attempt::State::eENDING;
+        io_attempt.m_endedBy = CallRecord::EndedBy::REMOTE;
+    }
+    if (m_pConnected == &io_attempt)
+    {
+        m_pConnected = nullptr;
+        m_listener.partyDisconnected();
+    }
+}
+
+void OutboundParty::gone(Attempt& io_attempt)
+{
+    if (m_pConnected == &io_attempt)
+    {
+        // Let go without a word.
+        m_pConnected = nullptr;
+        if (!m_bEnding)
+        {
+            m_listener.partyDisconnected();
+        }
+    }
+    else if (!io_attempt.m_bVerdict)
+    {
+        failed(io_attempt, ConnectionFailureType(eNO_ANSWER_FAILURE));
+    }
+    m_listener.partyLegEnded(io_attempt.record(), io_attempt.m_bMedia);
+    const auto it =
+        std::find_if(m_vAttempts.begin(),
+                     m_vAttempts.end(),
+                     [&io_attempt](const auto& in_pAttempt) { return in_pAttempt.get() == &io_attempt; });
+    m_vAttempts.erase(it);
+    if (m_vAttempts.empty())
+    {
+        m_listener.partyGone();
+    }
+}
+
+void OutboundParty::hangup()
+{
+    m_bEnding = true;
+    m_pConnected = nullptr;
+    m_pending.clear();
+    m_targetsLeft = 0;
+    for (const auto& pAttempt : m_vAttempts)
+    {
+        pAttempt->hangup();
+    }
+}
+
+bool OutboundParty::sendInfo(const std::vector<Parameter>& in_vParameters)
+{
+    return m_pConnected != nullptr && m_pConnected->m_pLeg->sendInfoMsg(in_vParameters);
+}
+
+void OutboundParty::addViews(std::vector<LegView>& io_vLegs) const
+{
+    const auto now = std::chrono::system_clock::now();
+    for (const auto& pAttempt : m_vAttempts)
+    {
+        const CallRecord record = pAttempt->record();
+        constexpr const char* kStates[] = {"calling", "ringing", "answered", "ending"};
+        io_vLegs.push_back(
+            {std::to_string(pAttempt->m_uiLeg),
+             "out",
+             kStates[static_cast<std::size_t>(pAttempt->m_state)],
+             record.m_strFrom,
+             record.m_strTo,
+             std::chrono::duration_cast<std::chrono::milliseconds>(now - pAttempt->m_invited)});
+    }
+}
+
+}  // namespace Quorvex

@@ -1,0 +1,260 @@
+#!/usr/bin/env python3
+"""Calls that a real gateway connects: a caller on one side, a called party on the other."""
+import json
+import shutil
+import subprocess
+import sys
+import time
+from pathlib import Path
+
+sys.path.insert(0, str(Path(__file__).resolve().parent))
+from callee import Callee  # noqa: E402
+from harness import Gateway, check, free_port, run  # noqa: E402
+from sipua import Caller, RtpSocket, sdp, sdp_port  # noqa: E402
+
+FRAMES = [bytes((frame * 7 + i * 3) & 0xff for i in range(160)) for frame in range(25)]
+
+
+def route(*legs, **options):
+    """A route to legs: URIs, or tables of parameters."""
+    tables = [leg if isinstance(leg, dict) else {"sip.out.requestUri": leg} for leg in legs]
+    way = {"leg": tables[0]} if len(tables) == 1 else {"legs": tables}
+    return {"name": "carrier", "match": {"sip.in.requestUri": "^sip:([0-9a-z]+)@"}, **way, **options}
+
+
+def finish(gateway, records):
+    """Stops the gateway, which must leave that many call records and nothing else."""
+    gateway.stop()
+    check(len(gateway.records()) == records, f"{len(gateway.records())} records, {records} expected: "
+                                             f"{json.dumps(gateway.records(), indent=1)}")
+    gateway.check_accounts_are_zero()
+    return sorted(gateway.records(), key=lambda record: record["leg"])
+
+
+def connect(caller, callee, rtp_caller, rtp_callee):
+    """Connects the two; the RTP ports of the gateway towards caller and callee."""
+    caller.invite(sdp("127.0.0.1", rtp_caller.port))
+    invite = callee.expect("INVITE")
+    callee.answer(180, "Ringing")
+    caller.expect(180)
+    callee.answer(200, "OK", sdp("127.0.0.1", rtp_callee.port))
+    answer = caller.expect(200)
+    caller.ack(answer)
+    callee.expect("ACK")
+    return sdp_port(answer.body), sdp_port(invite.body)
+
+
+def heard(sender, port, receiver):
+    """Sends the frames at their pace; the share of them that the receiver got."""
+    got = set()
+    next_at = time.monotonic()
+    for frame in FRAMES:
+        sender.send(port, frame)
+        next_at += 0.02
+        while (left := next_at - time.monotonic()) > 0:
+            receiver.socket.settimeout(left)
+            packet = receiver.receive()
+            if packet and packet[3] in FRAMES:
+                got.add(packet[3])
+    return len(got) / len(FRAMES)
+
+
+def both_hear_each_other_and_the_caller_hangs_up(build):
+    with Callee() as callee:
+        leg = {"sip.out.requestUri": f"sip:$1@127.0.0.1:{callee.port}", "media.rtp.audio": "sendrecv",
+               "sip.out.header.X-Trunk": "7"}
+        with Gateway(build, routes=[route(leg)]) as gateway, Caller(gateway.port, "4711") as caller, \
+                RtpSocket() as rtp_caller, RtpSocket() as rtp_callee:
+            caller_port, callee_port = connect(caller, callee, rtp_caller, rtp_callee)
+            check(callee.invite.start.startswith(f"INVITE sip:4711@127.0.0.1:{callee.port}"), callee.invite.start)
+            check(callee.invite.get("X-Trunk") == "7", "the route's header is missing")
+            check("sip:tester@" in callee.invite.get("From"), f"From is {callee.invite.get('From')}")
+            for way in ((rtp_caller, caller_port, rtp_callee), (rtp_callee, callee_port, rtp_caller)):
+                heard(*way)  # the first packets make the way known
+                share = heard(*way)
+                check(share > 0.9, f"{share:.0%} of the audio came through")
+            calls = json.loads(gateway.http("/api/calls")[1])
+            check(len(calls) == 1 and len(calls[0]["legs"]) == 2, f"/api/calls: {calls}")
+            caller.send("BYE")
+            caller.expect(200)
+            callee.answer(200, "OK", request=callee.expect("BYE"))
+            incoming, outgoing = finish(gateway, 2)
+            check(incoming["direction"] == "in" and outgoing["direction"] == "out", f"{incoming} {outgoing}")
+            check(incoming["call"] == outgoing["call"], "two calls recorded")
+            check((incoming["endedBy"], outgoing["endedBy"]) == ("remote", "local"), f"{incoming} {outgoing}")
+            check(incoming["status"] == outgoing["status"] == 200, f"{incoming} {outgoing}")
+            gateway.check_log_is_clean()
+
+
+def the_callee_hangs_up(build):
+    with Callee() as callee, Gateway(build, routes=[route(callee.uri)]) as gateway, \
+            Caller(gateway.port, "1") as caller, RtpSocket() as rtp_caller, RtpSocket() as rtp_callee:
+        connect(caller, callee, rtp_caller, rtp_callee)
+        callee.send("BYE")
+        callee.expect(200)
+        caller.answer(caller.expect("BYE"), 200, "OK")
+        incoming, outgoing = finish(gateway, 2)
+        check((incoming["endedBy"], outgoing["endedBy"]) == ("local", "remote"), f"{incoming} {outgoing}")
+
+
+def early_media_are_carried_across(build):
+    with Callee() as callee, Gateway(build, routes=[route(callee.uri)]) as gateway, \
+            Caller(gateway.port, "1") as caller, RtpSocket() as rtp_caller, RtpSocket() as rtp_callee:
+        caller.invite(sdp("127.0.0.1", rtp_caller.port))
+        callee_port = sdp_port(callee.expect("INVITE").body)
+        callee.answer(183, "Session Progress", sdp("127.0.0.1", rtp_callee.port))
+        progress = caller.expect(183)
+        check("m=audio" in progress.body, "the 183 carries no description")
+        heard(rtp_callee, callee_port, rtp_caller)
+        check(heard(rtp_callee, callee_port, rtp_caller) > 0.9, "the caller does not hear the early media")
+        caller.cancel()
+        callee.answer(200, "OK", request=callee.expect("CANCEL"))
+        callee.answer(487, "Request Terminated")
+        callee.expect("ACK")
+        finish(gateway, 2)
+
+
+def failures_reach_the_caller(build):
+    for status, reason in ((486, "Busy Here"), (404, "Not Found"), (603, "Decline"), (500, "Server Error"),
+                           (408, "Request Timeout")):
+        with Callee() as callee, Gateway(build, routes=[route(callee.uri)]) as gateway, \
+                Caller(gateway.port, "1") as caller:
+            caller.invite(sdp("127.0.0.1", 40000))
+            callee.expect("INVITE")
+            callee.answer(status, reason)
+            callee.expect("ACK")
+            caller.ack(caller.expect(status))
+            incoming, outgoing = finish(gateway, 2)
+            check(incoming["status"] == outgoing["status"] == status, f"{incoming} {outgoing}")
+
+
+def unreachable_parties_end_in_a_failure(build):
+    silent = free_port()
+    for uri, status in ((f"sip:x@127.0.0.1:{silent}", 480), ("sip:x@no-such-host.invalid", 500)):
+        with Gateway(build, overrides={"quorvex.sip": {"t1Ms": 20}}, routes=[route(uri)]) as gateway, \
+                Caller(gateway.port, "1") as caller:
+            caller.invite(sdp("127.0.0.1", 40000))
+            caller.ack(caller.expect(status, seconds=10))
+            finish(gateway, 2)
+
+
+def legs_are_tried_in_turn(build):
+    with Callee() as busy, Callee() as free, Gateway(build, routes=[route(busy.uri, free.uri)]) as gateway, \
+            Caller(gateway.port, "1") as caller, RtpSocket() as rtp_caller, RtpSocket() as rtp_callee:
+        caller.invite(sdp("127.0.0.1", rtp_caller.port))
+        busy.expect("INVITE")
+        busy.answer(486, "Busy Here")
+        busy.expect("ACK")
+        free.expect("INVITE")
+        free.answer(200, "OK", sdp("127.0.0.1", rtp_callee.port))
+        caller.ack(caller.expect(200))
+        free.expect("ACK")
+        caller.send("BYE")
+        caller.expect(200)
+        free.answer(200, "OK", request=free.expect("BYE"))
+        records = finish(gateway, 3)
+        check([record["status"] for record in records] == [200, 486, 200], f"{records}")
+
+
+def redirections_are_followed_by_preference(build):
+    with Callee() as first, Callee() as worse, Callee() as better, \
+            Gateway(build, routes=[route(first.uri)]) as gateway, Caller(gateway.port, "1") as caller, \
+            RtpSocket() as rtp_caller, RtpSocket() as rtp_callee:
+        caller.invite(sdp("127.0.0.1", rtp_caller.port))
+        first.expect("INVITE")
+        first.answer(302, "Moved", headers=(f"Contact: <{worse.uri}>;q=0.3", f"Contact: <{better.uri}>;q=0.8"))
+        first.expect("ACK")
+        better.expect("INVITE")
+        better.answer(486, "Busy Here")
+        better.expect("ACK")
+        worse.expect("INVITE")
+        worse.answer(200, "OK", sdp("127.0.0.1", rtp_callee.port))
+        caller.ack(caller.expect(200))
+        worse.expect("ACK")
+        caller.send("BYE")
+        caller.expect(200)
+        worse.answer(200, "OK", request=worse.expect("BYE"))
+        records = finish(gateway, 4)
+        check([record["status"] for record in records] == [200, 302, 486, 200], f"{records}")
+
+
+def info_goes_both_ways(build):
+    with Callee() as callee, Gateway(build, routes=[route(callee.uri)]) as gateway, \
+            Caller(gateway.port, "1") as caller, RtpSocket() as rtp_caller, RtpSocket() as rtp_callee:
+        connect(caller, callee, rtp_caller, rtp_callee)
+        caller.send("INFO", "from the caller", "text/plain", headers=("X-Way: there",))
+        caller.expect(200)
+        info = callee.expect("INFO")
+        check(info.body == "from the caller" and info.get("X-Way") == "there", f"{info.headers} {info.body}")
+        callee.answer(200, "OK", request=info)
+        callee.send("INFO", "from the callee")
+        callee.expect(200)
+        info = caller.expect("INFO")
+        check(info.body == "from the callee", info.body)
+        caller.answer(info, 200, "OK")
+        caller.send("BYE")
+        caller.expect(200)
+        callee.answer(200, "OK", request=callee.expect("BYE"))
+        finish(gateway, 2)
+
+
+def calls_are_placed_over_http(build):
+    with Callee() as callee, Gateway(build) as gateway, RtpSocket() as rtp:
+        status, text = gateway.http("/api/calls", "POST", {"leg": {"sip.out.requestUri": callee.uri}, "service": "echo"})
+        check(status == 201, f"{status} {text}")
+        port = sdp_port(callee.expect("INVITE").body)
+        callee.answer(180, "Ringing")
+        callee.answer(200, "OK", sdp("127.0.0.1", rtp.port))
+        callee.expect("ACK")
+        heard(rtp, port, rtp)
+        check(heard(rtp, port, rtp) > 0.8, "the party does not hear itself")
+        status, _ = gateway.http(f"/api/calls/{json.loads(text)['id']}", "DELETE")
+        check(status in (200, 204), f"DELETE answered {status}")
+        callee.answer(200, "OK", request=callee.expect("BYE"))
+        for body in ({"leg": {}, "service": "echo"}, {"leg": {"sip.out.requestUri": callee.uri}, "service": "dance"}):
+            status, text = gateway.http("/api/calls", "POST", body)
+            check(status == 400, f"{body}: {status} {text}")
+        (record,) = finish(gateway, 1)
+        check(record["direction"] == "out" and record["endedBy"] == "local", f"{record}")
+
+
+def a_stop_ends_both_sides(build):
+    with Callee() as callee, Gateway(build, routes=[route(callee.uri)]) as gateway, \
+            Caller(gateway.port, "1") as caller, RtpSocket() as rtp_caller, RtpSocket() as rtp_callee:
+        connect(caller, callee, rtp_caller, rtp_callee)
+        gateway.signal()
+        caller.answer(caller.expect("BYE"), 200, "OK")
+        callee.answer(200, "OK", request=callee.expect("BYE"))
+        check(gateway.wait() == 0, "the exit code is not 0")
+        gateway.check_accounts_are_zero()
+
+
+def sipp_calls_sipp(build):
+    if shutil.which("sipp") is None:
+        print("skipped: there is no sipp")
+        return
+    callee_port, caller_port, calls = free_port(), free_port(), 200
+    with Gateway(build, routes=[route(f"sip:$1@127.0.0.1:{callee_port}")]) as gateway:
+        callee = subprocess.Popen(["sipp", "-sn", "uas", "-i", "127.0.0.1", "-p", str(callee_port), "-nostdin"],
+                                  stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, cwd=gateway.folder)
+        try:
+            caller = subprocess.run(["sipp", f"127.0.0.1:{gateway.port}", "-sn", "uac", "-s", "4711", "-i", "127.0.0.1",
+                                     "-p", str(caller_port), "-m", str(calls), "-r", "40", "-d", "500", "-nostdin",
+                                     "-timeout", "60"],
+                                    stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, timeout=90,
+                                    cwd=gateway.folder)
+        finally:
+            callee.terminate()
+            callee.wait()
+        check(caller.returncode == 0, f"sipp ended with {caller.returncode}:\n{caller.stdout[-2000:]}")
+        records = finish(gateway, 2 * calls)
+        check(all(record["status"] == 200 for record in records), "not every call was answered")
+
+
+TESTS = [both_hear_each_other_and_the_caller_hangs_up, the_callee_hangs_up, early_media_are_carried_across,
+         failures_reach_the_caller, unreachable_parties_end_in_a_failure, legs_are_tried_in_turn,
+         redirections_are_followed_by_preference, info_goes_both_ways, calls_are_placed_over_http,
+         a_stop_ends_both_sides, sipp_calls_sipp]
+
+if __name__ == "__main__":
+    sys.exit(run(TESTS, sys.argv[1]))
