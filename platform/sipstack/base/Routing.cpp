@@ -91,9 +91,9 @@ void SipAgent::resolveDestination(const DsHandle<DsSipRequest>& in_hRequest,
         in_callback(std::string());
         return;
     }
-    // A name without a port may stand for a domain whose SIP servers are elsewhere.
+    // A domain without a port may have its SIP servers elsewhere; a name without a dot is a host's.
     if (!target.m_strPort.empty() || m_pSrvResolver == nullptr ||
-        Net::HostResolver::isAddress(target.m_strHost))
+        target.m_strHost.find('.') == std::string::npos || Net::HostResolver::isAddress(target.m_strHost))
     {
         resolveHost(target, m_config.m_uiNameTimeoutMs, std::move(in_callback));
         return;
