@@ -51,7 +51,7 @@ FLOWS = [
               A.answer(487, "Request Terminated", retrans=A.retrans), ACK)),
     ("CANCEL crossing 200", "ringing.bye",
      scenario(INVITED, RING, receive("CANCEL", save=KEEP), use("5", "6", "7", "8"), A.answer(200, "OK", SDP), ACK,
-              answer_kept(200, "OK"), take_bye())),
+              take_bye(), answer_kept(200, "OK"))),
     ("CANCEL answered, then 200", "ringing.bye",
      scenario(INVITED, RING, receive("CANCEL"), respond(200, "OK"), A.accept(), ACK, take_bye())),
     ("CANCEL answered, no final response", "ringing.bye",
