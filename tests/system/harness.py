@@ -124,7 +124,7 @@ class Gateway:
         self.wait_until_it_answers()
 
     def wait_until_it_answers(self):
-        """Asks with OPTIONS until a 200 comes: the network interface is up then."""
+        """Asks with OPTIONS until a 200 comes, and until it is healthy: calls are taken then."""
         deadline = time.monotonic() + DEADLINE_S
         with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as probe:
             probe.bind(("127.0.0.1", 0))
@@ -141,11 +141,18 @@ class Gateway:
                               f"Call-ID: probe-{number}-{me}\r\nCSeq: 1 OPTIONS\r\nMax-Forwards: 70\r\n"
                               "Content-Length: 0\r\n\r\n").encode(), ("127.0.0.1", self.port))
                 try:
-                    if probe.recv(65536).startswith(b"SIP/2.0 200"):
+                    if probe.recv(65536).startswith(b"SIP/2.0 200") and self.is_healthy():
                         return
                 except (socket.timeout, ConnectionRefusedError):
                     pass
         raise Failure(f"the gateway did not answer OPTIONS within {DEADLINE_S} s:\n{self.printed()}\n{self.log()}")
+
+    def is_healthy(self):
+        """SIP is answered a little before calls are taken."""
+        try:
+            return self.http("/healthz")[0] == 200
+        except OSError:
+            return False
 
     def signal(self, number=signal.SIGTERM):
         self.process.send_signal(number)
