@@ -422,7 +422,7 @@ void GatewayCall::transferRequested(const CallLegInfo& in_leg)
 {
     QLOG_INFO(m_logger,
               "transfer to " << in_leg.getParameterOr("sip.in.referTo", "?")
-                             << " refused: this version places no outbound legs");
+                             << " refused: this version transfers no calls");
     m_pLeg->transferFailure(eUNAVAILABLE_FAILURE);
 }
 

@@ -405,6 +405,11 @@ void OutboundParty::gone(Attempt& io_attempt)
             m_listener.partyDisconnected();
         }
     }
+    else if (!io_attempt.m_bVerdict && m_bEnding)
+    {
+        io_attempt.m_uiStatus = 487;
+        io_attempt.m_strReason = "hung up before it was answered";
+    }
     else if (!io_attempt.m_bVerdict)
     {
         failed(io_attempt, ConnectionFailureType(eNO_ANSWER_FAILURE));

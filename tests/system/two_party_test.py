@@ -229,6 +229,61 @@ def a_stop_ends_both_sides(build):
         gateway.check_accounts_are_zero()
 
 
+def parties_that_behave_badly(build):
+    """A storm of provisional answers, an answer that crosses the CANCEL, an answer without a usable description."""
+    with Callee() as callee, Gateway(build, routes=[route(callee.uri)]) as gateway, RtpSocket() as rtp:
+        with Caller(gateway.port, "1") as caller:
+            caller.invite(sdp("127.0.0.1", rtp.port))
+            callee.expect("INVITE")
+            for number in range(200):
+                status, reason = ((180, "Ringing"), (183, "Session Progress"), (199, "Early Dialog"), (100, "Trying"))[number % 4]
+                callee.answer(status, reason, sdp("127.0.0.1", rtp.port) if number % 8 == 1 else "")
+            caller.expect(180)
+            caller.cancel()
+            callee.answer(200, "OK", request=callee.expect("CANCEL"))
+            callee.answer(200, "OK", sdp("127.0.0.1", rtp.port))
+            callee.expect("ACK")
+            callee.answer(200, "OK", request=callee.expect("BYE"))
+        with Caller(gateway.port, "2") as caller:
+            caller.invite(sdp("127.0.0.1", rtp.port))
+            callee.expect("INVITE")
+            callee.answer(200, "OK", "v=0\r\n")
+            callee.expect("ACK")
+            callee.answer(200, "OK", request=callee.expect("BYE"))
+            caller.ack(caller.expect(488))
+        records = finish(gateway, 4)
+        check(sorted(record["status"] for record in records) == [487, 487, 488, 488], f"{records}")
+
+
+def redirections_in_circles_end(build):
+    with Callee() as one, Callee() as other, Gateway(build, routes=[route(one.uri)]) as gateway, \
+            Caller(gateway.port, "1") as caller:
+        caller.invite(sdp("127.0.0.1", 40000))
+        for here, there in ((one, other), (other, one), (one, other)):
+            here.expect("INVITE")
+            here.answer(302, "Moved", headers=(f"Contact: <{there.uri}>",))
+            here.expect("ACK")
+        caller.ack(caller.expect(480))
+        one.nothing()
+        other.nothing()
+        finish(gateway, 4)
+
+
+def two_gateways_in_a_row(build):
+    with Gateway(build) as far, Gateway(build, routes=[route(f"sip:echo@127.0.0.1:{far.port}")]) as near, \
+            Caller(near.port, "1") as caller, RtpSocket() as rtp:
+        caller.invite(sdp("127.0.0.1", rtp.port))
+        caller.expect(180)
+        answer = caller.expect(200)
+        caller.ack(answer)
+        heard(rtp, sdp_port(answer.body), rtp)
+        check(heard(rtp, sdp_port(answer.body), rtp) > 0.8, "the audio does not come back through both")
+        caller.send("BYE")
+        caller.expect(200)
+        finish(near, 2)
+        finish(far, 1)
+
+
 def sipp_calls_sipp(build):
     if shutil.which("sipp") is None:
         print("skipped: there is no sipp")
@@ -254,7 +309,8 @@ def sipp_calls_sipp(build):
 TESTS = [both_hear_each_other_and_the_caller_hangs_up, the_callee_hangs_up, early_media_are_carried_across,
          failures_reach_the_caller, unreachable_parties_end_in_a_failure, legs_are_tried_in_turn,
          redirections_are_followed_by_preference, info_goes_both_ways, calls_are_placed_over_http,
-         a_stop_ends_both_sides, sipp_calls_sipp]
+         a_stop_ends_both_sides, parties_that_behave_badly, redirections_in_circles_end, two_gateways_in_a_row,
+         sipp_calls_sipp]
 
 if __name__ == "__main__":
     sys.exit(run(TESTS, sys.argv[1]))
