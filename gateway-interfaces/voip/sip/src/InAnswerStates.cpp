@@ -41,11 +41,11 @@ std::span<const Answering::Row> Answering::rows()
         {eAPI_STOP,                 always,                        nothing,      "DISCONNECTING PENDING CONNECTION"},
         {eAPI_HANGUP,               always,                        nothing,      "DISCONNECTING PENDING CONNECTION"},
         {eACK,                      &Answering::remoteMadeAnOffer, &Answering::noteAck,          "CONNECTED"},
-        {eACK,                      always,                        &Answering::takeAnswerInAck,  byAction},
+        {eACK,                      always,                        &Answering::takeAnswerInAck,  byAction, "CONNECTED|DISCONNECTING"},
         {eBYE,                      always,                        &Answering::endAfterBye,      "IDLE"},
         {eTERMINATED_UPON_TIMEOUT,  always,                        &Answering::endWithoutAck,    "IDLE"},
         {eCANCEL,                   always,                        &Answering::endAfterCancel,   "IDLE"},
-        {eMEDIA_OP_STATUS,          always,                        &Answering::followMedia,      byAction},
+        {eMEDIA_OP_STATUS,          always,                        &Answering::followMedia,      byAction, "IDLE"},
         {eAPI_SEND_INFO_MSG,        always,                        &Answering::keepInfo,         stay},
     };
     // clang-format on
@@ -128,7 +128,7 @@ std::span<const DisconnectingPendingConnection::Row> DisconnectingPendingConnect
     static constexpr Row kRows[] = {
         // event                    guard    action                                        next
         {eAPI_KILL,                 always,  &DisconnectingPendingConnection::killCall,    "IDLE"},
-        {eACK,                      always,  &DisconnectingPendingConnection::hangUpNow,   byAction},
+        {eACK,                      always,  &DisconnectingPendingConnection::hangUpNow,   byAction, "DISCONNECTING"},
         {eBYE,                      always,  &DisconnectingPendingConnection::answerBye,   "IDLE"},
         {eTERMINATED_UPON_TIMEOUT,  always,  &DisconnectingPendingConnection::noteTimeout, "IDLE"},
         {eAPI_STOP,                 always,  nothing,                                      stay},

@@ -61,13 +61,13 @@ std::span<const Accepting::Row> Accepting::rows()
         {eAPI_KILL,                 always,                        &Accepting::rejectStopped,          "IDLE"},
         {eAPI_HANGUP,               always,                        &Accepting::rejectHungUp,           "IDLE"},
         {eAPI_REMOTE_CONN_FAILED,   always,                        &Accepting::rejectFailedConnection, "IDLE"},
-        {eAPI_REMOTE_CONNECTED,     always,                        &Accepting::answerOrReject,         byAction},
+        {eAPI_REMOTE_CONNECTED,     always,                        &Accepting::answerOrReject,         byAction, "ANSWERING|IDLE"},
         {eBYE,                      always,                        &Accepting::endAfterBye,            "IDLE"},
         {eTERMINATED_UPON_TIMEOUT,  always,                        &Accepting::endInTransaction,       "IDLE"},
         {eCANCEL,                   always,                        &Accepting::endAfterCancel,         "IDLE"},
         {eAPI_MEDIA_START_CMD,      &Accepting::remoteMadeAnOffer, &Accepting::sendEarlyMedia,         stay},
         {eAPI_MEDIA_START_CMD,      always,                        &Accepting::warnNoOffer,            stay},
-        {eMEDIA_OP_STATUS,          always,                        &Accepting::followMedia,            byAction},
+        {eMEDIA_OP_STATUS,          always,                        &Accepting::followMedia,            byAction, "IDLE"},
     };
     // clang-format on
     static_assert(allReachable(kRows));
@@ -118,7 +118,7 @@ std::span<const ProgressingWithSDPOffer::Row> ProgressingWithSDPOffer::rows()
     // clang-format off
     static constexpr Row kRows[] = {
         // event                    guard    action                                       next
-        {ePRACK,                    always,  &ProgressingWithSDPOffer::takeAnswerInPrack, byAction},
+        {ePRACK,                    always,  &ProgressingWithSDPOffer::takeAnswerInPrack, byAction, "EARLY_DIALOG|DISCONNECTING"},
         {eTERMINATED_UPON_TIMEOUT,  always,  &ProgressingWithSDPOffer::endWithoutPrack,   "IDLE"},
         {eCANCEL,                   always,  &ProgressingWithSDPOffer::endAfterCancel,    "IDLE"},
         {eAPI_INVITE_ACCEPTED,      always,  &ProgressingWithSDPOffer::declineEvent,      stay},
@@ -186,7 +186,7 @@ std::span<const InEarlyDialog::Row> InEarlyDialog::rows()
         {eAPI_INVITE_ACCEPTED,      always,  &InEarlyDialog::accept,                  "ACCEPTING"},
         {eAPI_INVITE_REJECTED,      always,  &InEarlyDialog::rejectForEngine,         "IDLE"},
         {eAPI_REMOTE_CONN_FAILED,   always,  &InEarlyDialog::rejectFailedConnection,  "IDLE"},
-        {eAPI_REMOTE_CONNECTED,     always,  &InEarlyDialog::connect,                 byAction},
+        {eAPI_REMOTE_CONNECTED,     always,  &InEarlyDialog::connect,                 byAction, "ANSWERING|IDLE"},
         {eTERMINATED_UPON_TIMEOUT,  always,  &InEarlyDialog::endTimedOut,             "IDLE"},
         {eCANCEL,                   always,  &InEarlyDialog::endAfterCancel,          "IDLE"},
         {eAPI_KILL,                 always,  &InEarlyDialog::killCall,                "IDLE"},

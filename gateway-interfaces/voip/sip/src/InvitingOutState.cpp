@@ -114,17 +114,17 @@ std::span<const InvitingOut::Row> InvitingOut::rows()
         {eAPI_INVITE_ACCEPTED,      always,                              &InvitingOut::waitForCapacities,     stay},
         {eAPI_INVITE_REJECTED,      always,                              &InvitingOut::rejectForEngine,       "IDLE"},
         {eAPI_REMOTE_CONN_FAILED,   always,                              &InvitingOut::rejectFailedConnection, "IDLE"},
-        {eAPI_REMOTE_CONNECTED,     &InvitingOut::allCapacitiesReceived, &InvitingOut::connectWithCapacities, byAction},
+        {eAPI_REMOTE_CONNECTED,     &InvitingOut::allCapacitiesReceived, &InvitingOut::connectWithCapacities, byAction, "ANSWERING|IDLE"},
         {eAPI_REMOTE_CONNECTED,     always,                              &InvitingOut::waitForCapacities,     stay},
         {eCANCEL,                   always,                              &InvitingOut::endAfterCancel,        "IDLE"},
         {eBYE,                      always,                              &InvitingOut::endAfterBye,           "IDLE"},
         {eTERMINATED_UPON_TIMEOUT,  always,                              &InvitingOut::endInTransaction,      "IDLE"},
-        {eMEDIA_SET_CAPACITY,       always,                              &InvitingOut::takeCapacity,          byAction},
+        {eMEDIA_SET_CAPACITY,       always,                              &InvitingOut::takeCapacity,          byAction, "IDLE"},
         {eAPI_MEDIA_START_CMD,      &InvitingOut::missesCapacities,      &InvitingOut::delayEarlyMedia,       stay},
         {eAPI_MEDIA_START_CMD,      &InvitingOut::remoteMadeAnOffer,     &InvitingOut::sendValidEarlyMedia,   stay},
         {eAPI_MEDIA_START_CMD,      &InvitingOut::knows100rel,           nothing,               "PROGRESSING_WITH_SDP_OFFER"},
         {eAPI_MEDIA_START_CMD,      always,                              &InvitingOut::sendPlainProgress,     stay},
-        {eMEDIA_OP_STATUS,          always,                              &InvitingOut::followMedia,           byAction},
+        {eMEDIA_OP_STATUS,          always,                              &InvitingOut::followMedia,           byAction, "IDLE"},
     };
     // clang-format on
     static_assert(allReachable(kRows));

@@ -24,6 +24,8 @@ struct Row
     Guard m_guard;
     Action m_action;
     const char* m_szNext;
+    /// Of a `byAction` row: the states that the action may name, for the reader and for the drawings ("A|B").
+    const char* m_szMayName = nullptr;
 };
 
 /// The guard of a row that always fits, the action of a row that does nothing.
