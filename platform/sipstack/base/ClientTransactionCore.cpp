@@ -5,6 +5,7 @@
 #include "sipstack/DsSipRequest.h"
 #include "sipstack/DsSipResponse.h"
 #include "sipstack/base/MessageBridge.h"
+#include "sipstack/base/PortIdent.h"
 #include "sipstack/base/SipAgent.h"
 
 namespace Quorvex
@@ -93,7 +94,7 @@ void ClientTransactionCore::send(const std::string& in_strRoute)
             TAG_IF(!m_challenges.getHeaders().empty(), SIPTAG_HEADER_STR(m_challenges.getHeaders().c_str())),
             TAG_IF(parts.hasHeaders(), SIPTAG_HEADER_STR(parts.headers())),
             TAG_IF(parts.hasBody(), SIPTAG_PAYLOAD(parts.body())),
-            TPTAG_IDENT(port.c_str()),
+            TPTAG_IDENT(portIdent(port)),
             TAG_END()));
         su_home_deinit(home);
     }

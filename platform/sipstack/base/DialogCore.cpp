@@ -8,6 +8,7 @@
 #include "sipstack/DsSipResponse.h"
 #include "sipstack/DsSipServerTransaction.h"
 #include "sipstack/base/MessageBridge.h"
+#include "sipstack/base/PortIdent.h"
 #include "sipstack/base/ServerTransactionCore.h"
 #include "sipstack/base/SipAgent.h"
 
@@ -306,7 +307,7 @@ bool DialogCore::send(ClientRequest& in_request,
         TAG_IF(!in_strAuthorization.empty(), SIPTAG_HEADER_STR(in_strAuthorization.c_str())),
         TAG_IF(parts.hasHeaders(), SIPTAG_HEADER_STR(parts.headers())),
         TAG_IF(parts.hasBody(), SIPTAG_PAYLOAD(parts.body())),
-        TPTAG_IDENT(m_strPort.c_str()),
+        TPTAG_IDENT(portIdent(m_strPort)),
         TAG_END()));
     su_home_deinit(home);
     return made;
@@ -345,7 +346,7 @@ void DialogCore::sendAck(const DsHandle<DsSipMessage>& in_hAck)
         TAG_IF(!m_strAckAuthorization.empty(), SIPTAG_HEADER_STR(m_strAckAuthorization.c_str())),
         TAG_IF(parts.hasHeaders(), SIPTAG_HEADER_STR(parts.headers())),
         TAG_IF(parts.hasBody(), SIPTAG_PAYLOAD(parts.body())),
-        TPTAG_IDENT(m_strPort.c_str()),
+        TPTAG_IDENT(portIdent(m_strPort)),
         TAG_END());
     su_home_deinit(home);
     // It stays in the base library to acknowledge further copies of the 2xx.

@@ -12,6 +12,7 @@
 #include "sipstack/DsSipServerTransaction.h"
 #include "sipstack/base/DialogCore.h"
 #include "sipstack/base/MessageBridge.h"
+#include "sipstack/base/PortIdent.h"
 #include "sipstack/base/SipAgent.h"
 
 namespace Quorvex
@@ -140,7 +141,7 @@ void OutgoingCallCore::send(const std::string& in_strRoute)
             TAG_IF(parts.hasHeaders(), SIPTAG_HEADER_STR(parts.headers())),
             TAG_IF(parts.hasBody(), SIPTAG_PAYLOAD(parts.body())),
             NTATAG_PASS_100(1),
-            TPTAG_IDENT(m_strPort.c_str()),
+            TPTAG_IDENT(portIdent(m_strPort)),
             TAG_END()));
         su_home_deinit(home);
     }
@@ -259,7 +260,7 @@ void OutgoingCallCore::sendPrack(DialogCore& in_dialog, const sip_t* in_pSip)
                                            SIP_METHOD_PRACK,
                                            nullptr,
                                            SIPTAG_RACK_STR(rack.c_str()),
-                                           TPTAG_IDENT(m_strPort.c_str()),
+                                           TPTAG_IDENT(portIdent(m_strPort)),
                                            TAG_END())))
     {
         m_vPracks.push_back(std::move(request));
