@@ -5,6 +5,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 
 #include "sipstack/DsInetAddress.h"
@@ -100,6 +101,32 @@ std::string printed(const sip_header_t* in_pHeader)
     return line;
 }
 
+const sip_header_t* next(const sip_header_t* in_pHeader)
+{
+    return reinterpret_cast<const sip_header_t*>(in_pHeader->sh_succ);
+}
+
+// The Request-URI as received, from the first line.
+std::string_view requestUri(const sip_header_t* in_pFirst)
+{
+    if (in_pFirst == nullptr || in_pFirst->sh_data == nullptr)
+    {
+        return {};
+    }
+    std::string_view line(static_cast<const char*>(in_pFirst->sh_data), in_pFirst->sh_len);
+    line.remove_prefix(std::min(line.find_first_not_of("\r\n \t"), line.size()));
+    line = line.substr(0, line.find_first_of("\r\n"));
+    const std::size_t begin = line.find(' ');
+    const std::size_t end = line.rfind(' ');
+    if (begin == std::string_view::npos || end <= begin)
+    {
+        return {};
+    }
+    const std::string_view uri = line.substr(begin + 1, end - begin - 1);
+    const std::size_t text = uri.find_first_not_of(' ');
+    return text == std::string_view::npos ? uri : uri.substr(text, uri.find_last_not_of(' ') - text + 1);
+}
+
 }  // namespace
 
 OutgoingParts::OutgoingParts(su_home_t* in_pHome,
@@ -143,45 +170,22 @@ DsHandle<DsSipMessage> MessageBridge::build(msg_t* in_pMsg, tport_t* in_pTranspo
         return nullptr;
     }
     const sip_t* const sip = sip_object(in_pMsg);
-    const auto* head = reinterpret_cast<const sip_header_t*>(*msg_chain_head(in_pMsg));
-    const msg_common_t* const first = head == nullptr ? nullptr : head->sh_common;
-    std::string_view start;
-    if (first != nullptr && first->h_data != nullptr)
-    {
-        start = std::string_view(static_cast<const char*>(first->h_data), first->h_len);
-        start = start.substr(0, start.find_first_of("\r\n"));
-    }
+    const auto* const head = reinterpret_cast<const sip_header_t*>(*msg_chain_head(in_pMsg));
     // Fragments of the message as it came lie in one piece, so their lengths add up to what is to be kept.
     std::size_t bytes = 0;
-    for (const sip_header_t* h = head; h != nullptr; h = reinterpret_cast<const sip_header_t*>(h->sh_succ))
+    for (const sip_header_t* h = head; h != nullptr; h = next(h))
     {
         bytes += h->sh_len;
     }
-    std::string_view uri;
-    if (sip->sip_request != nullptr)
-    {
-        const std::size_t begin = start.find(' ');
-        const std::size_t end = start.rfind(' ');
-        if (begin != std::string_view::npos && end > begin)
-        {
-            uri = start.substr(begin + 1, end - begin - 1);
-            const std::size_t text = uri.find_first_not_of(' ');
-            uri =
-                text == std::string_view::npos ? uri : uri.substr(text, uri.find_last_not_of(' ') - text + 1);
-        }
-    }
     DsSipMessageBuilder builder =
         sip->sip_request != nullptr
-            ? DsSipMessageBuilder(sip->sip_request->rq_method_name, uri, bytes)
+            ? DsSipMessageBuilder(sip->sip_request->rq_method_name, requestUri(head), bytes)
             : DsSipMessageBuilder(static_cast<unsigned int>(sip->sip_status->st_status),
                                   sip->sip_status->st_phrase != nullptr ? sip->sip_status->st_phrase : "",
                                   bytes);
-    const sip_header_t* const payload = reinterpret_cast<const sip_header_t*>(sip->sip_payload);
-    const sip_header_t* const separator = reinterpret_cast<const sip_header_t*>(sip->sip_separator);
-    for (const sip_header_t* h = head == nullptr ? nullptr
-                                                 : reinterpret_cast<const sip_header_t*>(head->sh_succ);
-         h != nullptr;
-         h = reinterpret_cast<const sip_header_t*>(h->sh_succ))
+    const auto* const payload = reinterpret_cast<const sip_header_t*>(sip->sip_payload);
+    const auto* const separator = reinterpret_cast<const sip_header_t*>(sip->sip_separator);
+    for (const sip_header_t* h = head == nullptr ? nullptr : next(head); h != nullptr; h = next(h))
     {
         if (h == payload || h == separator)
         {
@@ -204,6 +208,12 @@ DsHandle<DsSipMessage> MessageBridge::build(msg_t* in_pMsg, tport_t* in_pTranspo
         builder.setBody(std::string_view(sip->sip_payload->pl_data, sip->sip_payload->pl_len));
     }
     const su_sockaddr_t* const peer = msg_addr(in_pMsg);
+    builder.setAddresses(localAddress(in_pTransport, peer), addressOf(&peer->su_sa));
+    return builder.build();
+}
+
+DsInetAddress MessageBridge::localAddress(tport_t* in_pTransport, const su_sockaddr_t* in_pPeer) const
+{
     DsInetAddress local;
     if (in_pTransport != nullptr)
     {
@@ -212,11 +222,10 @@ DsHandle<DsSipMessage> MessageBridge::build(msg_t* in_pMsg, tport_t* in_pTranspo
         m_agent.boundAddress(name->tpn_ident, local);
         if (local.isAny())
         {
-            local = localAddressFor(peer, local.getPort());
+            local = localAddressFor(in_pPeer, local.getPort());
         }
     }
-    builder.setAddresses(local, addressOf(&peer->su_sa));
-    return builder.build();
+    return local;
 }
 
 DsHandle<DsSipMessage> MessageBridge::fromRequest(nta_incoming_t* in_pIrq) const
@@ -226,7 +235,7 @@ DsHandle<DsSipMessage> MessageBridge::fromRequest(nta_incoming_t* in_pIrq) const
     tport_t* const later =
         transport == nullptr ? nta_incoming_transport(m_agent.nta(), in_pIrq, msg) : nullptr;
     transport = transport == nullptr ? later : transport;
-    const auto message = build(msg, transport);
+    auto message = build(msg, transport);
     if (later != nullptr)
     {
         tport_unref(later);
@@ -300,7 +309,7 @@ DsHandle<DsSipRequest> MessageBridge::makeRequest(const std::string& in_strMetho
                                                   const std::string& in_strTo,
                                                   const std::string& in_strCallId)
 {
-    const auto request = DsSipRequest::create(in_strMethod, in_strURI);
+    auto request = DsSipRequest::create(in_strMethod, in_strURI);
     request->addHeader("From", in_strFrom);
     request->addHeader("To", in_strTo);
     request->addHeader("Call-ID", in_strCallId);

@@ -3,6 +3,7 @@
 #include <string>
 
 #include "sipstack/DsHandle.h"
+#include "sipstack/DsInetAddress.h"
 #include "sipstack/base/Sofia.h"
 
 namespace Quorvex
@@ -76,6 +77,7 @@ public:
     static std::string urlText(const url_t* in_pUrl);
 
 private:
+    DsInetAddress localAddress(tport_t* in_pTransport, const su_sockaddr_t* in_pPeer) const;
     DsHandle<DsSipMessage> build(msg_t* in_pMsg, tport_t* in_pTransport) const;
 
     const SipAgent& m_agent;

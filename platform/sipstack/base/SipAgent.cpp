@@ -5,6 +5,7 @@
 #include <cstring>
 #include <mutex>
 #include <set>
+#include <system_error>
 
 #include "infra/Logger.h"
 #include "sipstack/DsException.h"
@@ -158,7 +159,7 @@ bool SipAgent::addPort(su_root_t* in_pRoot, std::size_t in_iPort, std::string& o
     if (!ok)
     {
         out_strError = std::string("cannot listen on ") + transport + ":" + bracketed(port.m_strAddress) +
-                       ":" + std::to_string(port.m_uiPort) + ": " + std::strerror(errno);
+                       ":" + std::to_string(port.m_uiPort) + ": " + std::generic_category().message(errno);
     }
     return ok;
 }

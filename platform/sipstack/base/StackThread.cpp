@@ -27,7 +27,7 @@ constexpr std::int64_t kForeverMs = 3600000;
 
 int drainWakeFd(su_root_magic_t*, su_wait_t*, su_wakeup_arg_t* in_pFd)
 {
-    const int fd = static_cast<int>(reinterpret_cast<std::intptr_t>(in_pFd));
+    const int fd = *reinterpret_cast<const int*>(in_pFd);
     std::uint64_t count = 0;
     StackThread::countEvent();
     return ::read(fd, &count, sizeof count) > 0 ? 0 : -1;
@@ -166,11 +166,7 @@ void StackThread::run(const std::function<bool(su_root_t*)>& in_init, const std:
     su_wait_t wait[1] = {SU_WAIT_INIT};
     su_wait_create(wait, m_iWakeFd, SU_WAIT_IN);
     const int registration =
-        su_root_register(root,
-                         wait,
-                         drainWakeFd,
-                         reinterpret_cast<su_wakeup_arg_t*>(static_cast<std::intptr_t>(m_iWakeFd)),
-                         0);
+        su_root_register(root, wait, drainWakeFd, reinterpret_cast<su_wakeup_arg_t*>(&m_iWakeFd), 0);
     if (registration > 0 && in_init(root))
     {
         loop(root);
