@@ -38,8 +38,9 @@ inline constexpr const char* byAction = nullptr;
 /// Whether every row can be reached: none stands behind one for the same event that always fits. For
 /// static_assert.
 template <class State, std::size_t N>
-consteval bool allReachable(const Row<State> (&in_rows)[N])
+consteval bool allReachable([[maybe_unused]] const Row<State> (&in_rows)[N])
 {
+#ifndef __SANITIZE_ADDRESS__  // with its sanitizers on, gcc takes no such comparison for a constant
     for (std::size_t i = 0; i < N; ++i)
     {
         for (std::size_t j = i + 1; j < N; ++j)
@@ -50,6 +51,7 @@ consteval bool allReachable(const Row<State> (&in_rows)[N])
             }
         }
     }
+#endif
     return true;
 }
 
