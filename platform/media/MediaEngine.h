@@ -21,7 +21,7 @@ public:
     virtual std::string generateEptId() = 0;
 
     /// Makes an endpoint that others of its call can refer to by the identifier. The engine takes the
-    /// callback and the specification over, also when it refuses: null, when it does not run or the call
+    /// callback and the description over, also when it refuses: null, when it does not run or the call
     /// identifier is empty. The caller owns the endpoint. The first report is the capacity, or its failure.
     virtual MediaEndpoint* createIdentifiedEndpoint(MediaEndpointCallback* in_pCallback,
                                                     const std::string& in_strCallId,

@@ -31,7 +31,7 @@ public:
         std::string m_strOperation;
         std::uint32_t m_uiEndpoint;  ///< counts from 1
         std::string m_strCallId;
-        std::string m_strEptId;  ///< of createIdentified; for the others the identifier in the specification
+        std::string m_strEptId;  ///< of createIdentified; for the others the identifier that they were given
         MediaEndpointSpec::Type m_specType;
         MediaEndpoint::Direction m_direction;
     };
