@@ -79,7 +79,6 @@ void InCallStage::findMachine()
                 }
             }
         });
-    ASSERT_NE(m_pMachine, nullptr);
 }
 
 void InCallStage::acquireWithoutInvite()
@@ -87,6 +86,7 @@ void InCallStage::acquireWithoutInvite()
     begin();
     m_hProxy = m_running.probe().newInProxy(m_strCallId);
     findMachine();
+    ASSERT_NE(m_pMachine, nullptr);
 }
 
 void InCallStage::invite(const Invitation& in_invitation)
@@ -102,6 +102,7 @@ void InCallStage::invite(const Invitation& in_invitation)
     findMachine();
     if (in_invitation.m_bWait)
     {
+        ASSERT_NE(m_pMachine, nullptr);
         ASSERT_TRUE(waitFor("INVITING_OUT"));
         ASSERT_TRUE(waitUntil(
             [&]

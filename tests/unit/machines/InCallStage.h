@@ -46,7 +46,8 @@ public:
               const std::string& in_strSdp = {},
               const std::string& in_strHeaders = {});
     void answer(const std::string& in_strRequest, const std::string& in_strStatus);
-    /// The next message of this call whose first line contains the text; empty when none comes.
+    /// The next message of this call whose first line contains the text; empty when none comes. Responses to
+    /// several requests that are under way come in no fixed order: take them one by one.
     std::string receive(const std::string& in_strFirstLine);
     /// Whether that comes; its header of that name holds the text.
     bool gets(const std::string& in_strFirstLine,
@@ -86,6 +87,7 @@ public:
 
 private:
     void begin();
+    // Waits for the call; a call refused at once may have let go of its machine by then.
     void findMachine();
     // Task thread.
     std::string readState() const;
