@@ -3,6 +3,7 @@
 
 #include <condition_variable>
 #include <mutex>
+#include <thread>
 
 #include "thread/TimerQueue.h"
 #include "thread/UserDefHandlerTaskManager.h"
@@ -75,6 +76,31 @@ void queueRoundTrip(benchmark::State& io_state)
     }
 }
 BENCHMARK(queueRoundTrip)->UseRealTime();
+
+/// What waking two threads costs on this machine, without queue and method object: the floor of the above.
+void bareRoundTrip(benchmark::State& io_state)
+{
+    Signal there;
+    Signal back;
+    bool bEnd = false;  // changes while the other thread waits for the signal
+    std::thread answering(
+        [&]
+        {
+            for (there.wait(); !bEnd; there.wait())
+            {
+                back.set();
+            }
+        });
+    for (auto _ : io_state)
+    {
+        there.set();
+        back.wait();
+    }
+    bEnd = true;
+    there.set();
+    answering.join();
+}
+BENCHMARK(bareRoundTrip)->UseRealTime();
 
 /// Method objects as they come under load: many before each answer.
 void queueThroughput(benchmark::State& io_state)

@@ -132,19 +132,20 @@ TEST_F(OutboundTest, WhatCannotBePlacedFailsAtOnceOrInTime)
     noMedia.setParameter("sip.out.requestUri", strSilent);
     CallLegInfo noDestination;
     noDestination.setParameter("media.rtp.audio", "sendrecv");
+    // clang-format off
     const std::pair<CallLegInfo, const char*> kCases[] = {
-        {makeLeg(strSilent),          "connectFailed 4"         },
-        {                           noMedia,          "connectFailed 2"                          },
-        {               noDestination,                           "connectFailed 21"                          },
-        {         makeLeg("callee@127.0.0.1"), "connectFailed 21"},
-        { makeLeg("tel:+15145550100"),         "connectFailed 21"                          },
-        {   makeLeg("sip:callee@no-such-host.invalid"),         "connectFailed 21"                                  },
-        {           makeLeg(strSilent,         {{"sip.out.transport", "tcp"}}),                                   "connectFailed 21"}, // no such port
-        {           makeLeg(strSilent,         {{"sip.out.to.uri", "not a uri"}}),                                   "connectFailed 21"},
-        {         makeLeg(strSilent,           {{"sip.out.from.uri", "<sip:"}}),                                     "connectFailed 21"},
-        {                                                                makeLeg(strSilent,        {{"sip.out.redirect.Contact", "x"}, {"sip.out.transport", "sctp"}}),
-         "connectFailed 4"},
+        {makeLeg(strSilent), "connectFailed 4"},
+        {noMedia, "connectFailed 2"},
+        {noDestination, "connectFailed 21"},
+        {makeLeg("callee@127.0.0.1"), "connectFailed 21"},
+        {makeLeg("tel:+15145550100"), "connectFailed 21"},
+        {makeLeg("sip:callee@no-such-host.invalid"), "connectFailed 21"},
+        {makeLeg(strSilent, {{"sip.out.transport", "tcp"}}), "connectFailed 21"},  // no such port
+        {makeLeg(strSilent, {{"sip.out.to.uri", "not a uri"}}), "connectFailed 21"},
+        {makeLeg(strSilent, {{"sip.out.from.uri", "<sip:"}}), "connectFailed 21"},
+        {makeLeg(strSilent, {{"sip.out.redirect.Contact", "x"}, {"sip.out.transport", "sctp"}}), "connectFailed 4"},
     };
+    // clang-format on
     unsigned uiCall = 0;
     for (const auto& [leg, szTold] : kCases)
     {

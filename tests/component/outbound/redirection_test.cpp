@@ -124,7 +124,7 @@ TEST_F(RedirectionTest, RedirectionsToNowhere)
 {
     Callee callee(m_running.getPort());
     const std::pair<std::string, Told> kCases[] = {
-        // Only to where the call went already: over, without a word.
+  // Only to where the call went already: over, without a word.
         {contact(callee.getUri() + ";transport=udp"), {"gone"}                   },
         {contact("sip:x@127.0.0.1;method=SUBSCRIBE"), {"redirected", "gone"}     },
         {contact("mailto:x@example.test"),            {"redirected", "gone"}     },

@@ -67,11 +67,11 @@ TEST(TomlConfigurationTest, ErrorsAreOneLineWithPlace)
         const char* m_szPlace;
     };
     static constexpr Case kCases[] = {
-        {"a = 1\nb = \n",            "test.toml:2:"},
-        {"[quorvex\nx = 1\n",        "test.toml:1:"},
-        {"a = \"unterminated\n",     "test.toml:1:"},
-        {"a = 1\na = 2\n",           "test.toml:"  },
-        {"\xff\xfe = 1\n",           "test.toml:"  },
+        {"a = 1\nb = \n",        "test.toml:2:"},
+        {"[quorvex\nx = 1\n",    "test.toml:1:"},
+        {"a = \"unterminated\n", "test.toml:1:"},
+        {"a = 1\na = 2\n",       "test.toml:"  },
+        {"\xff\xfe = 1\n",       "test.toml:"  },
     };
     for (const Case& c : kCases)
     {
