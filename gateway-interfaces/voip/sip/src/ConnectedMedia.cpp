@@ -308,11 +308,13 @@ bool Connected<CallIfPtr, CallType, Machine>::iConnected::noteAck(const VoipEven
     return true;
 }
 
-using InConnected = Connected<CountedObjPtr<CallInInterface>, DsHandle<DsSipIncomingCall>, InStateMachine>;
-using OutConnected = Connected<CountedObjPtr<CallOutInterface>, DsHandle<DsSipOutgoingCall>, OutStateMachine>;
-template class InConnected::iMediaSetup;
-template class InConnected::iConnected;
-template class OutConnected::iMediaSetup;
-template class OutConnected::iConnected;
+template class Connected<CountedObjPtr<CallInInterface>, DsHandle<DsSipIncomingCall>, InStateMachine>::
+    iMediaSetup;
+template class Connected<CountedObjPtr<CallInInterface>, DsHandle<DsSipIncomingCall>, InStateMachine>::
+    iConnected;
+template class Connected<CountedObjPtr<CallOutInterface>, DsHandle<DsSipOutgoingCall>, OutStateMachine>::
+    iMediaSetup;
+template class Connected<CountedObjPtr<CallOutInterface>, DsHandle<DsSipOutgoingCall>, OutStateMachine>::
+    iConnected;
 
 }  // namespace Quorvex

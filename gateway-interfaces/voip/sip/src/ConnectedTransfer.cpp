@@ -282,11 +282,13 @@ bool Connected<CallIfPtr, CallType, Machine>::iTransfered::followMedia(const Voi
     return true;
 }
 
-using InConnected = Connected<CountedObjPtr<CallInInterface>, DsHandle<DsSipIncomingCall>, InStateMachine>;
-using OutConnected = Connected<CountedObjPtr<CallOutInterface>, DsHandle<DsSipOutgoingCall>, OutStateMachine>;
-template class InConnected::iTransfering;
-template class InConnected::iTransfered;
-template class OutConnected::iTransfering;
-template class OutConnected::iTransfered;
+template class Connected<CountedObjPtr<CallInInterface>, DsHandle<DsSipIncomingCall>, InStateMachine>::
+    iTransfering;
+template class Connected<CountedObjPtr<CallInInterface>, DsHandle<DsSipIncomingCall>, InStateMachine>::
+    iTransfered;
+template class Connected<CountedObjPtr<CallOutInterface>, DsHandle<DsSipOutgoingCall>, OutStateMachine>::
+    iTransfering;
+template class Connected<CountedObjPtr<CallOutInterface>, DsHandle<DsSipOutgoingCall>, OutStateMachine>::
+    iTransfered;
 
 }  // namespace Quorvex
