@@ -91,6 +91,7 @@ public:
         in_other.m_pCount = nullptr;
     }
 
+    // NOLINTNEXTLINE(bugprone-unhandled-self-assignment): copied first, then swapped
     CountedObjPtr& operator=(const CountedObjPtr& in_other)
     {
         CountedObjPtr(in_other).swap(*this);

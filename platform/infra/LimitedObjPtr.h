@@ -12,12 +12,15 @@ class LimitedObjPtr
 {
 public:
     LimitedObjPtr() = default;
+    // Implicit, as a plain pointer would be.
+    // NOLINTBEGIN(google-explicit-constructor)
     LimitedObjPtr(T* in_p) : m_p(in_p) {}
     LimitedObjPtr(std::nullptr_t) {}
     template <class U, class = std::enable_if_t<std::is_convertible_v<U*, T*>>>
     LimitedObjPtr(const LimitedObjPtr<U>& in_other) : m_p(in_other.get())
     {
     }
+    // NOLINTEND(google-explicit-constructor)
 
     bool isNull() const { return m_p == nullptr; }
     explicit operator bool() const { return m_p != nullptr; }

@@ -64,6 +64,11 @@ private:
     bool createInviteMsgFromRequestUri(const std::string& in_strRequestUri,
                                        const CallLegInfo& in_legInfo,
                                        const char* in_szCallId);
+    // The leg's parameters as header objects; nil, with an ERROR, when one is not a valid URI.
+    DsHandle<DsSipToHeader> createToHeader(const CallLegInfo& in_legInfo,
+                                           const std::string& in_strRequestUri) const;
+    DsHandle<DsSipFromHeader> createFromHeader(const CallLegInfo& in_legInfo, const char* in_szCallId) const;
+    Sip::Transport readTransport(const CallLegInfo& in_legInfo) const;
     bool createInviteMsgFromRedirection(const CallLegInfo& in_legInfo, const char* in_szCallId);
     DsHandle<DsSipInviteMessage> createInviteMsg(const DsSipURL& in_requestUrl,
                                                  const DsHandle<DsSipToHeader>& in_hTo,

@@ -109,6 +109,55 @@ bool OutSipLeg::createInvite(const CallInfo& in_callInfo, const char* in_szCallI
     return true;
 }
 
+Sip::Transport OutSipLeg::readTransport(const CallLegInfo& in_legInfo) const
+{
+    std::string strTransport;
+    if (!in_legInfo.getParameter(kTransportKey, strTransport))
+    {
+        return Sip::eUDP;
+    }
+    const Fallible<Sip::Transport> parsed = Sip::parseTransportString(strTransport);
+    if (!parsed.valid())
+    {
+        QLOG_WARN(getLogger(),
+                  strTransport << " : invalid sip transport. Valid values are udp or tcp. Using the "
+                                  "default (udp)");
+    }
+    return parsed.valueOr(Sip::eUDP);
+}
+
+DsHandle<DsSipToHeader> OutSipLeg::createToHeader(const CallLegInfo& in_legInfo,
+                                                  const std::string& in_strRequestUri) const
+{
+    const std::string strTo = in_legInfo.getParameterOr(kToUriKey, in_strRequestUri);
+    if (!MySipUtils::sIsValidToHeader(strTo))
+    {
+        QLOG_ERROR(
+            getLogger(),
+            "The value for " << kToUriKey << " --> " << strTo << " <-- is not valid for a sip To header.");
+        return {};
+    }
+    return makeDs<DsSipToHeader>(DsSipNameAddress(
+        makeDs<DsSipURL>(strTo), in_legInfo.getParameterOr("sip.out.to.displayName", std::string())));
+}
+
+DsHandle<DsSipFromHeader> OutSipLeg::createFromHeader(const CallLegInfo& in_legInfo,
+                                                      const char* in_szCallId) const
+{
+    const std::string strFrom = in_legInfo.getParameterOr(kFromUriKey, "sip:undefined");
+    if (!MySipUtils::sIsValidFromHeader(strFrom))
+    {
+        QLOG_ERROR(getLogger(),
+                   "The value for " << kFromUriKey << " --> " << strFrom
+                                    << " <-- is not valid for a sip From header.");
+        return {};
+    }
+    const auto hFrom = makeDs<DsSipFromHeader>(DsSipNameAddress(
+        makeDs<DsSipURL>(strFrom), in_legInfo.getParameterOr("sip.out.from.displayName", std::string())));
+    hFrom->setTag("qrvx-callid-" + std::string(in_szCallId) + "ds");
+    return hFrom;
+}
+
 bool OutSipLeg::createInviteMsgFromRequestUri(const std::string& in_strRequestUri,
                                               const CallLegInfo& in_legInfo,
                                               const char* in_szCallId)
@@ -124,47 +173,18 @@ bool OutSipLeg::createInviteMsgFromRequestUri(const std::string& in_strRequestUr
     }
     DsSipURL url(in_strRequestUri);
 
-    Sip::Transport transport = Sip::eUDP;
-    std::string strTransport;
-    if (in_legInfo.getParameter(kTransportKey, strTransport))
-    {
-        const Fallible<Sip::Transport> parsed = Sip::parseTransportString(strTransport);
-        if (!parsed.valid())
-        {
-            QLOG_WARN(getLogger(),
-                      strTransport << " : invalid sip transport. Valid values are udp or tcp. Using the "
-                                      "default (udp)");
-        }
-        transport = parsed.valueOr(Sip::eUDP);
-    }
-    url.setTransportParam(kTransportParam[transport == Sip::eUDP ? 0 : 1]);
+    url.setTransportParam(kTransportParam[readTransport(in_legInfo) == Sip::eUDP ? 0 : 1]);
     if (!selectListenAddressPortFromRequestURL(url))
     {
         return false;
     }
 
-    const std::string strTo = in_legInfo.getParameterOr(kToUriKey, in_strRequestUri);
-    if (!MySipUtils::sIsValidToHeader(strTo))
+    const auto hTo = createToHeader(in_legInfo, in_strRequestUri);
+    const auto hFrom = createFromHeader(in_legInfo, in_szCallId);
+    if (hTo.isNil() || hFrom.isNil())
     {
-        QLOG_ERROR(
-            getLogger(),
-            "The value for " << kToUriKey << " --> " << strTo << " <-- is not valid for a sip To header.");
         return false;
     }
-    const auto hTo = makeDs<DsSipToHeader>(DsSipNameAddress(
-        makeDs<DsSipURL>(strTo), in_legInfo.getParameterOr("sip.out.to.displayName", std::string())));
-
-    const std::string strFrom = in_legInfo.getParameterOr(kFromUriKey, "sip:undefined");
-    if (!MySipUtils::sIsValidFromHeader(strFrom))
-    {
-        QLOG_ERROR(getLogger(),
-                   "The value for " << kFromUriKey << " --> " << strFrom
-                                    << " <-- is not valid for a sip From header.");
-        return false;
-    }
-    const auto hFrom = makeDs<DsSipFromHeader>(DsSipNameAddress(
-        makeDs<DsSipURL>(strFrom), in_legInfo.getParameterOr("sip.out.from.displayName", std::string())));
-    hFrom->setTag("qrvx-callid-" + std::string(in_szCallId) + "ds");
 
     m_cdrLogger.callStart(in_szCallId);
     m_cdrLogger.refreshLevel();

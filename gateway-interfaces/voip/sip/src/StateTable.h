@@ -20,10 +20,10 @@ struct Row
     /// the state failed to process the event.
     using Action = bool (State::*)(const VoipEvent& in_event, std::string& out_strStateName);
 
-    EventType::eTYPE m_event;
-    Guard m_guard;
-    Action m_action;
-    const char* m_szNext;
+    EventType::eTYPE m_event = {};
+    Guard m_guard = nullptr;
+    Action m_action = nullptr;
+    const char* m_szNext = nullptr;
     /// Of a `byAction` row: the states that the action may name, for the reader and for the drawings ("A|B").
     const char* m_szMayName = nullptr;
 };
