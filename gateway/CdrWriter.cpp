@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "infra/Logger.h"
+#include "infra/ThreadName.h"
 
 namespace Quorvex
 {
@@ -96,6 +97,7 @@ void CdrWriter::reopen()
 
 void CdrWriter::run()
 {
+    nameThisThread("cdr-writer");
     std::vector<CallRecord> vRecords;
     std::string strLines;
     bool bOpen = true;

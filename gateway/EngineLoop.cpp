@@ -1,5 +1,7 @@
 #include "EngineLoop.h"
 
+#include "infra/ThreadName.h"
+
 namespace Quorvex
 {
 
@@ -68,6 +70,7 @@ void EngineLoop::cancel(TimerId& io_id)
 
 void EngineLoop::run()
 {
+    nameThisThread("call-engine");
     std::deque<Job> jobs;
     std::unique_lock lock(m_mutex);
     while (m_bRunning || !m_jobs.empty())

@@ -13,6 +13,7 @@
 #include "Metrics.h"
 #include "Text.h"
 #include "infra/Logger.h"
+#include "infra/ThreadName.h"
 
 namespace Quorvex
 {
@@ -264,7 +265,12 @@ bool HttpServer::start(const std::string& in_strListen, std::string& out_strErro
         serving.set_value();
         return pWorkers;
     };
-    m_thread = std::thread([this] { m_pServer->listen_after_bind(); });
+    m_thread = std::thread(
+        [this]
+        {
+            nameThisThread("http");
+            m_pServer->listen_after_bind();
+        });
     serving.get_future().wait();
     QLOG_INFO(s_logger, "HTTP on " << strHost << ":" << m_iPort);
     return true;

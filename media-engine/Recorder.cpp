@@ -8,6 +8,7 @@
 #include "RtpPacket.h"
 #include "WavFile.h"
 #include "infra/Logger.h"
+#include "infra/ThreadName.h"
 
 namespace Quorvex
 {
@@ -151,6 +152,7 @@ void RecordingWriter::post(std::shared_ptr<File> in_pFile,
 
 void RecordingWriter::run()
 {
+    nameThisThread("rtp-recorder");
     std::unique_lock<std::mutex> lock(m_mutex);
     while (true)
     {

@@ -7,6 +7,7 @@
 #include "EndpointHandle.h"
 #include "MediaThread.h"
 #include "infra/Assertion.h"
+#include "infra/ThreadName.h"
 #include "media/MediaEndpointCallback.h"
 
 namespace Quorvex
@@ -78,6 +79,7 @@ bool RtpMediaEngine::start()
 
 void RtpMediaEngine::threadMain()
 {
+    nameThisThread("rtp-media");
     {
         // The loop is large: on the heap, and as old as the run.
         const auto pThread = std::make_unique<MediaThread>(m_config, m_pQueue);

@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "infra/Logger.h"
+#include "infra/ThreadName.h"
 
 namespace Quorvex::Net
 {
@@ -181,6 +182,7 @@ bool HostResolver::Shared::begin(const std::shared_ptr<Shared>& in_pSelf,
 
 void HostResolver::Shared::serve()
 {
+    nameThisThread("host-resolver");
     const LookUp lookUp = m_options.m_lookUp ? m_options.m_lookUp : LookUp(lookUpInSystem);
     std::unique_lock<std::mutex> lock(m_mutex);
     for (;;)
@@ -254,6 +256,7 @@ void HostResolver::Shared::expireWaiters(Clock::time_point in_now, Calls& out_ca
 
 void HostResolver::Shared::serveDeadlines()
 {
+    nameThisThread("host-deadlines");
     std::unique_lock<std::mutex> lock(m_mutex);
     while (!m_bClosed)
     {

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "infra/Logger.h"
+#include "infra/ThreadName.h"
 #include "infra/TraceScope.h"
 
 namespace Quorvex
@@ -238,6 +239,7 @@ void UserDefHandlerTaskManager::handleMOCallKill()
 
 void UserDefHandlerTaskManager::svc()
 {
+    nameThisThread(getTaskName());
     m_threadId.store(std::this_thread::get_id(), std::memory_order_release);
     m_bStopCompleted = false;
     onSvcEntry();

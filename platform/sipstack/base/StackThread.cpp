@@ -1,13 +1,13 @@
 #include "sipstack/base/StackThread.h"
 
 #include <poll.h>
-#include <pthread.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
 #include <future>
 
 #include "infra/Logger.h"
+#include "infra/ThreadName.h"
 #include "sipstack/base/Sofia.h"
 
 namespace Quorvex
@@ -156,7 +156,7 @@ void StackThread::wake()
 void StackThread::run(const std::function<bool(su_root_t*)>& in_init, const std::function<void()>& in_exit)
 {
     m_id.store(std::this_thread::get_id());
-    ::pthread_setname_np(::pthread_self(), "sip-stack");
+    nameThisThread("sip-stack");
     su_root_t* const root = su_root_create(nullptr);
     if (root == nullptr)
     {
