@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <system_error>
 #include <utility>
 
@@ -18,6 +19,9 @@ namespace
 {
 
 const StaticLogger s_logger("quorvex.gateway.CdrWriter");
+
+constexpr std::chrono::milliseconds kGatherTime{50};
+constexpr std::size_t kGatherMost = 512;
 
 std::string reasonOf(int in_iError)
 {
@@ -65,7 +69,7 @@ void CdrWriter::close()
 
 void CdrWriter::write(CallRecord in_record)
 {
-    bool bWasEmpty = false;
+    bool bWake = false;
     {
         const std::lock_guard lock(m_mutex);
         if (!m_bOpen)
@@ -77,10 +81,10 @@ void CdrWriter::write(CallRecord in_record)
             m_ui64Lost.fetch_add(1, std::memory_order_relaxed);
             return;
         }
-        bWasEmpty = m_vWaiting.empty();
         m_vWaiting.push_back(std::move(in_record));
+        bWake = m_vWaiting.size() == 1 || m_vWaiting.size() == kGatherMost;
     }
-    if (bWasEmpty)
+    if (bWake)
     {
         m_wake.notify_one();
     }
@@ -107,6 +111,10 @@ void CdrWriter::run()
         {
             std::unique_lock lock(m_mutex);
             m_wake.wait(lock, [this] { return !m_bOpen || m_bReopen || !m_vWaiting.empty(); });
+            // One wake-up and one write serve what comes in the next moment too.
+            m_wake.wait_for(lock,
+                            kGatherTime,
+                            [this] { return !m_bOpen || m_bReopen || m_vWaiting.size() >= kGatherMost; });
             vRecords.swap(m_vWaiting);
             bReopen = std::exchange(m_bReopen, false);
             bOpen = m_bOpen;

@@ -14,7 +14,8 @@ namespace Quorvex
 {
 
 /// Writes call records to a file, one JSON object per line, on a thread of its own, so that a slow disk holds
-/// up no call. What cannot be kept is counted, and reported once per trouble.
+/// up no call. A record is in the file within a tenth of a second. What cannot be kept is counted, and
+/// reported once per trouble.
 ///
 /// open() and close() belong to one thread; the rest may be called on any.
 class CdrWriter

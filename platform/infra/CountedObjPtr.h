@@ -176,7 +176,8 @@ private:
     {
         if (m_pCount != nullptr && m_pCount->m_count.decrement())
         {
-            delete m_pCount;
+            // The analyser does not follow the count.
+            delete m_pCount;  // NOLINT(clang-analyzer-cplusplus.NewDelete)
         }
         m_p = nullptr;
         m_pCount = nullptr;

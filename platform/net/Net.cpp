@@ -5,12 +5,65 @@
 #include <ace/OS_NS_unistd.h>
 
 #include <array>
+#include <chrono>
 #include <cstdint>
+#include <mutex>
+#include <unordered_map>
 
 #include "net/HostResolver.h"
 
 namespace Quorvex::Net
 {
+
+namespace
+{
+
+/// The routes asked for last, so that a call to where the last one went costs no socket. What it says is at
+/// most a second old: routes change.
+class RouteCache
+{
+public:
+    bool find(const std::string& in_strHost, std::string& out_strLocal)
+    {
+        const std::lock_guard lock(m_mutex);
+        const auto iter = m_routes.find(in_strHost);
+        if (iter == m_routes.end() || Clock::now() - iter->second.m_asked > std::chrono::seconds(1))
+        {
+            return false;
+        }
+        out_strLocal = iter->second.m_strLocal;
+        return true;
+    }
+    void keep(const std::string& in_strHost, const std::string& in_strLocal)
+    {
+        const std::lock_guard lock(m_mutex);
+        if (m_routes.size() >= kMost)
+        {
+            m_routes.clear();
+        }
+        m_routes[in_strHost] = {in_strLocal, Clock::now()};
+    }
+
+private:
+    using Clock = std::chrono::steady_clock;
+    struct Route
+    {
+        std::string m_strLocal;
+        Clock::time_point m_asked;
+    };
+    static constexpr std::size_t kMost = 1024;
+
+    std::mutex m_mutex;
+    std::unordered_map<std::string, Route> m_routes;
+};
+
+RouteCache& routeCache()
+{
+    static RouteCache s_cache;
+    return s_cache;
+}
+
+}  // namespace
 
 bool initializeLibrary()
 {
@@ -30,6 +83,10 @@ bool Interface::getForDestination(const std::string& in_strDestination, Interfac
     if (strHost.size() > 2 && strHost.front() == '[' && strHost.back() == ']')
     {
         strHost = strHost.substr(1, strHost.size() - 2);
+    }
+    if (routeCache().find(strHost, out_interface.m_strAddress))
+    {
+        return true;
     }
     if (!HostResolver::isAddress(strHost))
     {
@@ -60,6 +117,7 @@ bool Interface::getForDestination(const std::string& in_strDestination, Interfac
     if (bFound)
     {
         out_interface.m_strAddress = szAddress.data();
+        routeCache().keep(strHost, out_interface.m_strAddress);
     }
     return bFound;
 }

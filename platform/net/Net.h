@@ -19,7 +19,7 @@ public:
 
     /// The interface over which the system reaches a destination: a dotted IPv4 address, or an IPv6 address
     /// with or without brackets (names are not resolved). False when it is not an address, or cannot be
-    /// reached. Nothing is sent.
+    /// reached. Nothing is sent. The answer may be a second old. Any thread.
     static bool getForDestination(const std::string& in_strDestination, Interface& out_interface);
 
     /// The interface's own address, without brackets.
