@@ -116,9 +116,10 @@ CommandResult EngineControl::sendInfo(const std::string& in_strId,
                    { return io_engine.sendInfo(in_strId, in_vParameters); });
 }
 
-CommandResult EngineControl::transfer(const std::string& /*in_strId*/, const CallLegInfo& /*in_leg*/)
+CommandResult EngineControl::transfer(const std::string& in_strId, const CallLegInfo& in_leg)
 {
-    return {CommandResult::NOT_SUPPORTED, "This version transfers no calls."};
+    return command([in_strId, in_leg](RoutingCallEngine& io_engine)
+                   { return io_engine.transfer(in_strId, in_leg); });
 }
 
 CommandResult EngineControl::drain()

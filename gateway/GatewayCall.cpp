@@ -1,7 +1,9 @@
 #include "GatewayCall.h"
 
+#include <algorithm>
 #include <utility>
 
+#include "GatewayCallParty.h"
 #include "infra/RegistrationSingleton.h"
 #include "media/CTBusTonePlayerFactory.h"
 #include "sip/Sip.h"
@@ -32,15 +34,22 @@ GatewayCall::GatewayCall(EngineLoop& in_loop,
       m_ulNumber(in_ulNumber),
       m_strCallId(std::move(in_strCallId)),
       m_logger("quorvex.gateway.Call"),
-      m_pLeg(std::move(in_pLeg)),
-      m_invited(Clock::now())
+      m_begun(Clock::now())
 {
     m_logger.callStart(m_strCallId);
+    if (in_pLeg != nullptr)
+    {
+        m_pCaller = std::make_unique<CallerLeg>(std::move(in_pLeg));
+        m_pFirst = m_pCaller.get();
+        m_uiNextLeg = 1;
+    }
 }
 
 GatewayCall::~GatewayCall()
 {
     m_loop.cancel(m_timer);
+    m_loop.cancel(m_transferTimer);
+    m_loop.cancel(m_leaveTimer);
     detachService();
 }
 
@@ -56,26 +65,22 @@ void GatewayCall::detachService()
     }
 }
 
-const char* GatewayCall::getStateName(State in_state)
+std::string GatewayCall::getFrom() const
 {
-    switch (in_state)
-    {
-        case State::ARRIVED:
-            return "arrived";
-        case State::RINGING:
-            return "ringing";
-        case State::ANSWERED:
-            return "answered";
-        case State::ENDING:
-            return "ending";
-    }
-    return "?";
+    return m_pCaller != nullptr ? m_pCaller->getUri() : m_placed.getParameterOr("sip.out.from.uri", "");
 }
+
+std::string GatewayCall::getTo() const
+{
+    return m_pCaller != nullptr ? m_pCaller->getTo() : m_placed.getParameterOr("sip.out.requestUri", "");
+}
+
+// ------------------------------------------------------------------------------------------ the call's begin
 
 void GatewayCall::invited(const CallLegInfo& in_leg, std::shared_ptr<const Route> in_pRoute)
 {
-    m_leg = in_leg;
-    if (m_state != State::ARRIVED)
+    m_pCaller->setOffer(in_leg);
+    if (m_state != CallState::ARRIVED)
     {
         return;  // hung up by an operator before it was offered
     }
@@ -89,7 +94,8 @@ void GatewayCall::invited(const CallLegInfo& in_leg, std::shared_ptr<const Route
     QLOG_INFO(m_logger, "call from " << getFrom() << " to " << getTo() << ": route " << m_pRoute->getName());
     if (m_pRoute->hasLegs())
     {
-        if (!callParty(m_pRoute->makeLegs(m_leg), 1))
+        m_pSecond = callParty(m_pRoute->makeLegs(in_leg), getRouteName());
+        if (m_pSecond == nullptr)
         {
             refuse(eUNAVAILABLE_FAILURE, "no network interface places calls");
         }
@@ -100,36 +106,30 @@ void GatewayCall::invited(const CallLegInfo& in_leg, std::shared_ptr<const Route
         reject();
         return;
     }
-    startService();
-    if (m_state == State::ENDING)
+    if (!startService(*m_pRoute))
     {
+        refuse(eMEDIA_FAILURE, "the service cannot be started");
         return;
     }
     if (m_pRoute->hasProgress())
     {
-        m_bEarlyMedia = true;
-        m_pLeg->mediaAvailable();
+        m_pCaller->startEarlyMedia();
     }
-    const bool bNeverAnswers =
-        m_pRoute->getService() == Route::Service::RING || m_pRoute->getService() == Route::Service::REJECT;
     if (m_pRoute->getRinging() != Route::Ringing::NONE)
     {
         ring();
     }
     if (m_pRoute->getService() == Route::Service::REJECT)
     {
-        m_timer = m_loop.schedule(m_pRoute->getAnswerAfterMs(), [this] { reject(); });
+        schedule(m_pRoute->getAnswerAfterMs(), [this] { reject(); });
     }
-    else if (bNeverAnswers)
+    else if (m_pRoute->getService() == Route::Service::RING)
     {
-        if (m_pRoute->getHangupAfterMs() > 0)
-        {
-            m_timer = m_loop.schedule(m_pRoute->getHangupAfterMs(), [this] { hangup(); });
-        }
+        hangupAfter(*m_pRoute);
     }
     else if (m_pRoute->getAnswerAfterMs() > 0)
     {
-        m_timer = m_loop.schedule(m_pRoute->getAnswerAfterMs(), [this] { answer(); });
+        schedule(m_pRoute->getAnswerAfterMs(), [this] { answer(); });
     }
     else
     {
@@ -137,44 +137,65 @@ void GatewayCall::invited(const CallLegInfo& in_leg, std::shared_ptr<const Route
     }
 }
 
-void GatewayCall::startService()
+void GatewayCall::schedule(unsigned int in_uiMs, EngineLoop::Job in_job)
 {
+    m_loop.cancel(m_timer);
+    m_timer = m_loop.schedule(in_uiMs,
+                              [this, job = std::move(in_job)]
+                              {
+                                  m_timer = EngineLoop::kNoTimer;
+                                  job();
+                              });
+}
+
+void GatewayCall::hangupAfter(const Route& in_route)
+{
+    m_loop.cancel(m_timer);
+    if (in_route.getHangupAfterMs() > 0)
+    {
+        schedule(in_route.getHangupAfterMs(), [this] { hangup(); });
+    }
+}
+
+bool GatewayCall::startService(const Route& in_route)
+{
+    m_bServed = true;
     const auto hPlayers = tonePlayers();
     if (hPlayers.isNull())
     {
-        return;  // an engine without services: the caller hears silence
+        return true;  // an engine without services: the party hears silence
     }
     std::string error;
     ToneDescription tone;
-    switch (m_pRoute->getService())
+    bool bAttached = false;
+    switch (in_route.getService())
     {
         case Route::Service::ECHO:
-            m_bServiceAttached = hPlayers->attachEcho(m_strCallId);
+            bAttached = hPlayers->attachEcho(m_strCallId);
             break;
         case Route::Service::PLAY:
-            m_bServiceAttached = hPlayers->attachFile(m_strCallId, m_pRoute->getFile(), true, error);
+            bAttached = hPlayers->attachFile(m_strCallId, in_route.getFile(), true, error);
             break;
         case Route::Service::TONE:
-            m_bServiceAttached =
-                ToneDescription::find(m_pRoute->getTone(), tone) && hPlayers->attachTone(m_strCallId, tone);
+            bAttached =
+                ToneDescription::find(in_route.getTone(), tone) && hPlayers->attachTone(m_strCallId, tone);
             break;
         case Route::Service::RING:
         case Route::Service::REJECT:
-            return;
+            return true;
     }
-    if (!m_bServiceAttached)
+    m_bServiceAttached = m_bServiceAttached || bAttached;
+    if (!bAttached)
     {
         QLOG_ERROR(m_logger,
-                   "the service of route " << m_pRoute->getName() << " cannot be started"
+                   "the service of route " << in_route.getName() << " cannot be started"
                                            << (error.empty() ? "" : ": ") << error);
-        refuse(eMEDIA_FAILURE, "the service cannot be started");
     }
+    return bAttached;
 }
 
 void GatewayCall::reject()
 {
-    m_timer = EngineLoop::kNoTimer;
-    m_endedBy = CallRecord::EndedBy::LOCAL;
     refuse(ConnectionFailureType(m_pRoute->getRejectFailure(),
                                  new Sip::SipConnectionFailureType(m_pRoute->getRejectStatus())),
            "route " + m_pRoute->getName(),
@@ -183,8 +204,8 @@ void GatewayCall::reject()
 
 void GatewayCall::refused(const CallLegInfo& in_leg)
 {
-    m_leg = in_leg;
-    if (m_state == State::ARRIVED)
+    m_pCaller->setOffer(in_leg);
+    if (m_state == CallState::ARRIVED)
     {
         QLOG_INFO(m_logger,
                   "call from " << getFrom() << " to " << getTo() << ": no calls are taken, rejected (503)");
@@ -196,298 +217,297 @@ void GatewayCall::refuse(const ConnectionFailureType& in_failure,
                          std::string in_strReason,
                          unsigned int in_uiStatus)
 {
-    const bool bAccepted = m_state == State::RINGING;
-    m_state = State::ENDING;
-    m_endedBy = m_endedBy.value_or(CallRecord::EndedBy::LOCAL);
-    m_uiStatus =
-        in_uiStatus != 0 ? in_uiStatus : Call::getFailureEntry(in_failure.getFailure()).m_uiSipStatus;
-    m_strReason = std::move(in_strReason);
-    // A leg that has been accepted is refused as one whose far side failed.
-    if (m_pLeg == nullptr)
-    {
-        endParty();
-    }
-    else if (bAccepted)
-    {
-        m_pLeg->remoteConnectionFailed(in_failure);
-    }
-    else
-    {
-        m_pLeg->inviteRejected(in_failure);
-    }
+    m_pCaller->refuse(in_failure, std::move(in_strReason), in_uiStatus);
+    end(CallRecord::EndedBy::LOCAL);
 }
 
 void GatewayCall::ring()
 {
-    m_state = State::RINGING;
-    m_ringing = Clock::now();
-    m_bEarlyMedia = m_bEarlyMedia || m_pRoute->getRinging() == Route::Ringing::EARLY_MEDIA;
-    m_pLeg->inviteAccepted(m_pRoute->getRinging() == Route::Ringing::EARLY_MEDIA ? eRING_WITH_EARLY_MEDIA
-                                                                                 : eRING_WITHOUT_EARLY_MEDIA);
+    m_state = CallState::RINGING;
+    m_pCaller->ring(m_pRoute->getRinging() == Route::Ringing::EARLY_MEDIA ? eRING_WITH_EARLY_MEDIA
+                                                                          : eRING_WITHOUT_EARLY_MEDIA);
 }
 
 void GatewayCall::answer()
 {
-    m_timer = EngineLoop::kNoTimer;
-    m_state = State::ANSWERED;
-    m_answered = Clock::now();
-    m_uiStatus = 200;
-    m_pLeg->remoteConnected(Call::eCONNECTION_NONE);
-    if (m_pRoute->getHangupAfterMs() > 0)
-    {
-        m_timer = m_loop.schedule(m_pRoute->getHangupAfterMs(), [this] { hangup(); });
-    }
+    m_state = CallState::ANSWERED;
+    static_cast<void>(m_pCaller->answer(Call::eCONNECTION_NONE));
+    hangupAfter(*m_pRoute);
 }
-
-bool GatewayCall::hangup(CallRecord::EndedBy in_endedBy)
-{
-    if (m_state == State::ENDING)
-    {
-        return false;
-    }
-    m_loop.cancel(m_timer);
-    m_endedBy = in_endedBy;
-    // An unanswered caller gets a final response at once; only an answered one a BYE.
-    if (m_state == State::ANSWERED)
-    {
-        m_state = State::ENDING;
-        if (m_pLeg != nullptr)
-        {
-            m_pLeg->hangup();
-        }
-    }
-    else
-    {
-        refuse(eNO_ANSWER_FAILURE, "hung up before it was answered");
-    }
-    endParty();
-    return true;
-}
-
-bool GatewayCall::sendInfo(const std::vector<Parameter>& in_vParameters)
-{
-    return m_pLeg != nullptr ? m_pLeg->sendInfoMsg(in_vParameters)
-                             : m_pParty != nullptr && m_pParty->sendInfo(in_vParameters);
-}
-
-// ------------------------------------------------------------------------------------- the party of the call
 
 bool GatewayCall::place(const CallLegInfo& in_leg, std::shared_ptr<const Route> in_pRoute)
 {
-    m_leg = in_leg;
+    m_placed = in_leg;
     m_pRoute = std::move(in_pRoute);
-    m_bReleased = true;
     QLOG_INFO(m_logger, "call to " << getTo() << " placed");
-    return callParty({in_leg}, 0);
+    m_pFirst = callParty({in_leg}, getRouteName());
+    return m_pFirst != nullptr;
 }
 
-bool GatewayCall::callParty(std::vector<CallLegInfo> in_vLegs, unsigned int in_uiFirstLeg)
+GatewayCall::Party* GatewayCall::callParty(std::vector<CallLegInfo> in_vLegs, const std::string& in_strRoute)
 {
     const std::optional<OutboundParty::Context> context = m_owner.getOutbound();
     if (!context.has_value())
     {
+        return nullptr;
+    }
+    Party& party = *m_vParties.emplace_back(std::make_unique<Party>(*this, *context, in_strRoute));
+    party.get().place(std::move(in_vLegs), m_uiNextLeg);
+    return &party;
+}
+
+// -------------------------------------------------------------------------------------------- the call's end
+
+bool GatewayCall::hangup(CallRecord::EndedBy in_endedBy)
+{
+    if (m_state == CallState::ENDING)
+    {
         return false;
     }
-    m_pParty = std::make_unique<OutboundParty>(
-        *context, static_cast<OutboundParty::Listener&>(*this), m_strCallId, getRouteName());
-    m_pParty->place(std::move(in_vLegs), in_uiFirstLeg);
+    end(in_endedBy);
     return true;
 }
 
-void GatewayCall::endParty()
+void GatewayCall::end(CallRecord::EndedBy in_endedBy)
 {
-    if (m_pParty != nullptr)
+    m_state = CallState::ENDING;
+    m_loop.cancel(m_timer);
+    m_loop.cancel(m_transferTimer);
+    m_loop.cancel(m_leaveTimer);
+    if (m_transfer.has_value())
     {
-        m_pParty->hangup();
-    }
-}
-
-void GatewayCall::partyRinging(RingType in_ringType)
-{
-    if (in_ringType == eRING_WITH_EARLY_MEDIA && m_state == State::RINGING)
-    {
-        partyEarlyMedia();
-        return;
-    }
-    if (m_state != State::ARRIVED)
-    {
-        return;
-    }
-    m_state = State::RINGING;
-    m_ringing = Clock::now();
-    if (m_pLeg != nullptr)
-    {
-        m_bEarlyMedia = m_bEarlyMedia || in_ringType == eRING_WITH_EARLY_MEDIA;
-        m_pLeg->inviteAccepted(in_ringType);
-    }
-}
-
-void GatewayCall::partyEarlyMedia()
-{
-    if (m_pLeg != nullptr && !m_bEarlyMedia && (m_state == State::ARRIVED || m_state == State::RINGING))
-    {
-        m_bEarlyMedia = true;
-        m_pLeg->mediaAvailable();
-    }
-}
-
-void GatewayCall::partyConnected(Call::ConnectionType in_type)
-{
-    if (m_state == State::ENDING)
-    {
-        endParty();
-        return;
-    }
-    m_uiStatus = Sip::getResponseCode(in_type);
-    if (m_pLeg != nullptr)
-    {
-        m_pLeg->remoteConnected(in_type);
-        if (!Sip::isSuccessResponse(m_uiStatus))
+        const Transfer transfer = *std::exchange(m_transfer, std::nullopt);
+        if (transfer.m_pAsking != nullptr)
         {
-            // The caller has been refused for what the analysis heard.
-            m_state = State::ENDING;
-            m_endedBy = CallRecord::EndedBy::LOCAL;
-            m_strReason = Call::getConnectionTypeEntry(in_type).m_meaning;
-            endParty();
-            return;
+            constexpr unsigned int kTerminated = 487;
+            transfer.m_pAsking->transferFailed(
+                ConnectionFailureType(eNO_ANSWER_FAILURE, new Sip::SipConnectionFailureType(kTerminated)));
         }
     }
-    m_state = State::ANSWERED;
-    m_answered = Clock::now();
-    if (m_pLeg == nullptr)
+    if (m_pCaller != nullptr)
     {
-        startService();
+        m_pCaller->hangup(in_endedBy);
     }
-    if (m_state == State::ANSWERED && m_pRoute->getHangupAfterMs() > 0)
+    for (const auto& pParty : m_vParties)
     {
-        m_timer = m_loop.schedule(m_pRoute->getHangupAfterMs(), [this] { hangup(); });
+        pParty->hangup(in_endedBy);
     }
 }
 
-void GatewayCall::partyFailed(const ConnectionFailureType& in_failure)
+CallEnd* GatewayCall::otherEnd(const CallEnd& in_end) const
 {
-    if (m_state == State::ENDING)
+    if (m_state != CallState::ANSWERED)
+    {
+        return nullptr;
+    }
+    if (&in_end == m_pFirst)
+    {
+        return m_pSecond;
+    }
+    return &in_end == m_pSecond ? m_pFirst : nullptr;
+}
+
+void GatewayCall::disconnected()
+{
+    m_pCaller->disconnected();
+    ended(*m_pCaller);
+}
+
+void GatewayCall::ended(CallEnd& in_end)
+{
+    if (m_pLeaving == &in_end)
+    {
+        m_pLeaving = nullptr;
+        m_loop.cancel(m_leaveTimer);
+    }
+    if (m_state == CallState::ENDING || (&in_end != m_pFirst && &in_end != m_pSecond))
     {
         return;
     }
-    if (m_pLeg == nullptr)
+    if (m_transfer.has_value() && m_transfer->m_pLeaving == &in_end)
     {
-        m_state = State::ENDING;
+        // Gone before its time: the transfer goes on without it.
+        m_pFirst = otherEnd(in_end);
+        m_pSecond = nullptr;
+        m_transfer->m_pLeaving = nullptr;
+        m_transfer->m_pAsking = nullptr;
         return;
     }
-    refuse(in_failure,
-           std::string(Call::getFailureEntry(in_failure.getFailure()).m_meaning),
-           Sip::getResponseCode(in_failure));
+    end(CallRecord::EndedBy::LOCAL);
 }
 
-void GatewayCall::partyDisconnected()
+CallRecord GatewayCall::released()
 {
-    if (m_state == State::ENDING)
+    const bool bWordless = m_pCaller->getState() != CallState::ENDING;
+    CallRecord record = m_pCaller->record();
+    m_pCaller->release();
+    if (bWordless)
+    {
+        ended(*m_pCaller);
+    }
+    record.m_strCall = m_strCallId;
+    record.m_strRoute = getRouteName();
+    QLOG_INFO(m_logger, "caller's leg ended, status " << record.m_uiStatus);
+    return record;
+}
+
+void GatewayCall::dropGone()
+{
+    const auto forget = [this](const CallEnd* in_pEnd)
+    {
+        for (CallEnd** ppEnd : {&m_pFirst, &m_pSecond, &m_pLeaving})
+        {
+            *ppEnd = *ppEnd == in_pEnd ? nullptr : *ppEnd;
+        }
+    };
+    m_vParties.erase(std::remove_if(m_vParties.begin(),
+                                    m_vParties.end(),
+                                    [&](const std::unique_ptr<Party>& in_pParty)
+                                    {
+                                        const bool bGone = in_pParty->get().isGone();
+                                        if (bGone)
+                                        {
+                                            forget(in_pParty.get());
+                                        }
+                                        return bGone;
+                                    }),
+                     m_vParties.end());
+}
+
+bool GatewayCall::isOver() const
+{
+    return isReleased() && std::all_of(m_vParties.begin(),
+                                       m_vParties.end(),
+                                       [](const auto& in_pParty) { return in_pParty->get().isGone(); });
+}
+
+// --------------------------------------------------------------------------------------- the call's parties
+
+void GatewayCall::ringing(Party& io_party, RingType in_ringType)
+{
+    if (isTransferTo(io_party))
+    {
+        if (m_transfer->m_pAsking != nullptr)
+        {
+            m_transfer->m_pAsking->transferAccepted(in_ringType);
+        }
+        return;
+    }
+    if (in_ringType == eRING_WITH_EARLY_MEDIA && m_state == CallState::RINGING)
+    {
+        earlyMedia(io_party);
+        return;
+    }
+    if (m_state != CallState::ARRIVED)
     {
         return;
     }
-    m_loop.cancel(m_timer);
-    m_state = State::ENDING;
-    m_endedBy = CallRecord::EndedBy::LOCAL;
-    if (m_pLeg != nullptr)
+    m_state = CallState::RINGING;
+    if (m_pCaller != nullptr)
     {
-        m_pLeg->hangup();
+        m_pCaller->ring(in_ringType);
     }
 }
 
-void GatewayCall::partyInfo(const std::vector<Parameter>& in_vParameters)
+void GatewayCall::earlyMedia(Party& io_party)
 {
-    if (m_pLeg != nullptr && m_state == State::ANSWERED)
+    if (m_pCaller != nullptr && m_pSecond == &io_party)
     {
-        m_pLeg->sendInfoMsg(in_vParameters);
+        m_pCaller->startEarlyMedia();
     }
 }
 
-void GatewayCall::partyLegOpened(unsigned int in_uiLeg)
+void GatewayCall::connected(Party& io_party, Call::ConnectionType in_type)
 {
-    m_owner.legOpened(m_strCallId, in_uiLeg);
+    if (m_state == CallState::ENDING)
+    {
+        io_party.hangup(CallRecord::EndedBy::LOCAL);
+        return;
+    }
+    if (isTransferTo(io_party))
+    {
+        const unsigned int uiStatus = Sip::getResponseCode(in_type);
+        if (Sip::isSuccessResponse(uiStatus))
+        {
+            transferDone();
+            return;
+        }
+        io_party.hangup(CallRecord::EndedBy::LOCAL);
+        transferFailed(
+            ConnectionFailureType(eNO_ANSWER_FAILURE, new Sip::SipConnectionFailureType(uiStatus)));
+        return;
+    }
+    if (m_pCaller != nullptr && !m_pCaller->answer(in_type))
+    {
+        end(CallRecord::EndedBy::LOCAL);
+        return;
+    }
+    m_state = CallState::ANSWERED;
+    if (m_pCaller == nullptr && !startService(*m_pRoute))
+    {
+        end(CallRecord::EndedBy::LOCAL);
+        return;
+    }
+    hangupAfter(*m_pRoute);
 }
 
-void GatewayCall::partyLegEnded(CallRecord in_record, bool in_bHadMedia)
+void GatewayCall::failed(Party& io_party, const ConnectionFailureType& in_failure)
 {
-    m_owner.legEnded(std::move(in_record), in_bHadMedia);
+    if (m_state == CallState::ENDING)
+    {
+        return;
+    }
+    if (isTransferTo(io_party))
+    {
+        transferFailed(in_failure);
+    }
+    else if (m_pCaller == nullptr)
+    {
+        end(CallRecord::EndedBy::REMOTE);
+    }
+    else
+    {
+        refuse(in_failure,
+               std::string(Call::getFailureEntry(in_failure.getFailure()).m_meaning),
+               Sip::getResponseCode(in_failure));
+    }
 }
 
-void GatewayCall::partyGone()
-{
-    m_owner.partyGone(m_ulNumber);
-}
+// ------------------------------------------------------------------------------------------------------ INFO
 
-void GatewayCall::transferRequested(const CallLegInfo& in_leg)
+bool GatewayCall::sendInfo(const std::vector<Parameter>& in_vParameters)
 {
-    QLOG_INFO(m_logger,
-              "transfer to " << in_leg.getParameterOr("sip.in.referTo", "?")
-                             << " refused: this version transfers no calls");
-    m_pLeg->transferFailure(eUNAVAILABLE_FAILURE);
+    return m_pFirst != nullptr && m_pFirst->sendInfo(in_vParameters);
 }
 
 void GatewayCall::infoReceived(const std::vector<Parameter>& in_vParameters)
 {
     QLOG_INFO(m_logger, "INFO received with " << in_vParameters.size() << " parameters");
-    if (m_pParty != nullptr)
+    if (CallEnd* pOther = otherEnd(*m_pCaller))
     {
-        static_cast<void>(m_pParty->sendInfo(in_vParameters));
+        static_cast<void>(pOther->sendInfo(in_vParameters));
     }
-}
-
-void GatewayCall::disconnected()
-{
-    if (m_state == State::ENDING)
-    {
-        return;
-    }
-    m_loop.cancel(m_timer);
-    if (m_state != State::ANSWERED)
-    {
-        m_uiStatus = 487;
-    }
-    m_state = State::ENDING;
-    m_endedBy = CallRecord::EndedBy::REMOTE;
-    endParty();
 }
 
 CallView GatewayCall::getView() const
 {
-    const auto age = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - m_invited);
+    const auto age = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - m_begun);
     CallView view{
-        m_strCallId, m_pLeg != nullptr ? "in" : "out", getStateName(m_state), getFrom(), getTo(), age, {}};
-    if (m_pLeg != nullptr)
+        m_strCallId, m_pCaller != nullptr ? "in" : "out", toText(m_state), getFrom(), getTo(), age, {}};
+    if (!isReleased())
     {
-        view.m_vLegs.push_back({"0", "in", view.m_strState, view.m_strFrom, view.m_strTo, age});
+        view.m_vLegs.push_back({"0",
+                                "in",
+                                toText(m_pCaller->getState()),
+                                m_pCaller->getUri(),
+                                m_pCaller->getTo(),
+                                m_pCaller->getAge()});
     }
-    if (m_pParty != nullptr)
+    for (const auto& pParty : m_vParties)
     {
-        m_pParty->addViews(view.m_vLegs);
+        pParty->get().addViews(view.m_vLegs);
     }
     return view;
-}
-
-CallRecord GatewayCall::released()
-{
-    m_bReleased = true;
-    endParty();
-    detachService();
-    CallRecord record;
-    record.m_strCall = m_strCallId;
-    record.m_strSipCallId = m_leg.getParameterOr("sip.in.header.Call-ID", "");
-    record.m_strFrom = getFrom();
-    record.m_strTo = getTo();
-    record.m_strRoute = getRouteName();
-    record.m_invited = m_invited;
-    record.m_ringing = m_ringing;
-    record.m_answered = m_answered;
-    record.m_ended = Clock::now();
-    // Let go without a word: the network interface is stopping.
-    record.m_endedBy = m_endedBy.value_or(CallRecord::EndedBy::STOP);
-    record.m_uiStatus = m_uiStatus;
-    record.m_strReason = m_strReason;
-    QLOG_INFO(m_logger, "call ended, status " << m_uiStatus);
-    return record;
 }
 
 }  // namespace Quorvex

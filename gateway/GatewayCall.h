@@ -8,7 +8,9 @@
 #include <vector>
 
 #include "CallControl.h"
+#include "CallEnd.h"
 #include "CallRecord.h"
+#include "CallerLeg.h"
 #include "EngineLoop.h"
 #include "OutboundParty.h"
 #include "Route.h"
@@ -24,23 +26,20 @@ namespace Quorvex
 /// What the call engine knows of one call, and what it does with it. Lives on the engine's thread.
 ///
 /// A call is offered (invited), then its route decides: the leg is accepted, answered, hung up, or refused by
-/// a service, or as the party goes that the route's legs are placed to. Whatever happens, the leg is over
-/// when the network interface lets go of its side (released), and only then; the call is over when nothing is
-/// left of its party either. A call that an operator places has a party only.
-class GatewayCall : private OutboundParty::Listener
+/// a service, or as the party goes that the route's legs are placed to. A call that an operator places has no
+/// caller. Two ends talk, or one end with a service; a transfer puts a new party, or a service, in the place
+/// of one of them, which then leaves. Whatever happens, the caller's leg is over when the network interface
+/// lets go of its side (released), and only then; the call is over when nothing is left of its other parties
+/// either.
+class GatewayCall
 {
 public:
     QUORVEX_MEM_ACCOUNT("GatewayCall");
 
     using Clock = std::chrono::system_clock;
 
-    enum class State
-    {
-        ARRIVED,
-        RINGING,
-        ANSWERED,
-        ENDING
-    };
+    /// How long a party that was transferred away has to hang up by itself.
+    static constexpr unsigned int kLeaveMs = 2000;
 
     /// The call engine, as its calls see it.
     class Owner
@@ -53,6 +52,9 @@ public:
 
         /// What places legs; nothing while there is no network interface.
         virtual std::optional<OutboundParty::Context> getOutbound() = 0;
+        virtual bool takesCalls() const = 0;
+        /// The route for a new call; null when there is none.
+        virtual std::shared_ptr<const Route> findRoute(const CallLegInfo& in_leg) const = 0;
         virtual void legOpened(const std::string& in_strCallId, unsigned int in_uiLeg) = 0;
         virtual void legEnded(CallRecord in_record, bool in_bHadMedia) = 0;
         /// The call may be over; must not delete it at once.
@@ -67,90 +69,116 @@ public:
                 std::unique_ptr<InCallLeg> in_pLeg);
     GatewayCall(const GatewayCall&) = delete;
     GatewayCall& operator=(const GatewayCall&) = delete;
-    /// Deletes the leg.
-    ~GatewayCall() override;
+    ~GatewayCall();
 
-    /// The call is offered; the route (null for none) must stay until released().
+    /// The call is offered; null: there is no route.
     void invited(const CallLegInfo& in_leg, std::shared_ptr<const Route> in_pRoute);
     /// Places a call; the route says what the party gets. False when there is no network interface.
     bool place(const CallLegInfo& in_leg, std::shared_ptr<const Route> in_pRoute);
     /// The call is offered while none is taken: refused as unavailable.
     void refused(const CallLegInfo& in_leg);
+    /// The caller asks to be transferred away, to "sip.in.referTo".
     void transferRequested(const CallLegInfo& in_leg);
     void infoReceived(const std::vector<Parameter>& in_vParameters);
-    /// The far end, or a failure, has ended the call.
+    /// The caller, or a failure, has ended the caller's leg.
     void disconnected();
-    /// The network interface has let go of the call: what there is to record of it.
+    /// The network interface has let go of the caller's leg: what there is to record of it.
     CallRecord released();
 
     /// Ends the call from here, at any moment. False when it is ending already.
     bool hangup(CallRecord::EndedBy in_endedBy = CallRecord::EndedBy::LOCAL);
-    /// Sends an INFO. False when it could not be queued.
+    /// Sends an INFO to the caller, or who took its place. False when it could not be queued.
     bool sendInfo(const std::vector<Parameter>& in_vParameters);
+    /// Places a leg whose party takes the place of the one that the caller talks to, or of its service, when
+    /// it answers. An answered call only. Why not, in one sentence; empty when the leg is being placed.
+    std::string transfer(CallLegInfo in_leg);
 
     std::uint64_t getNumber() const { return m_ulNumber; }
     const std::string& getCallId() const { return m_strCallId; }
-    State getState() const { return m_state; }
-    bool isReleased() const { return m_bReleased; }
+    CallState getState() const { return m_state; }
+    bool isReleased() const { return m_pCaller == nullptr || m_pCaller->isReleased(); }
+    /// Forgets the parties that are gone. Not from inside a call of partyGone().
+    void dropGone();
     /// Whether nothing is left of it.
-    bool isOver() const { return m_bReleased && (m_pParty == nullptr || m_pParty->isGone()); }
-    static const char* getStateName(State in_state);
+    bool isOver() const;
     CallView getView() const;
-    /// Whether media may have flowed.
-    bool hadMedia() const { return m_answered.has_value() || m_bEarlyMedia; }
+    /// Whether the caller's media may have flowed.
+    bool hadMedia() const { return m_pCaller != nullptr && m_pCaller->hadMedia(); }
 
 private:
+    class Party;
+    friend class Party;
+
+    /// A transfer until it has an outcome.
+    struct Transfer
+    {
+        /// Who leaves when it succeeds; null: nobody does, or it has left already.
+        CallEnd* m_pLeaving = nullptr;
+        /// Who asked and is told how it goes; null: an operator asked, or it has left already.
+        CallEnd* m_pAsking = nullptr;
+        /// The party that is called; null when a service takes the place.
+        Party* m_pParty = nullptr;
+        std::shared_ptr<const Route> m_pRoute;
+    };
+
     std::string getRouteName() const { return m_pRoute ? m_pRoute->getName() : ""; }
-    std::string getFrom() const
-    {
-        return m_leg.getParameterOr(m_pLeg ? "sip.in.from.uri" : "sip.out.from.uri", "");
-    }
-    std::string getTo() const
-    {
-        return m_leg.getParameterOr(m_pLeg ? "sip.in.requestUri" : "sip.out.requestUri", "");
-    }
-    /// The caller gets a final failure: the given status, or that of the failure's code.
+    std::string getFrom() const;
+    std::string getTo() const;
     void refuse(const ConnectionFailureType& in_failure,
                 std::string in_strReason,
                 unsigned int in_uiStatus = 0);
     void reject();
     void ring();
     void answer();
-    void startService();
+    bool startService(const Route& in_route);
     void detachService();
-    bool callParty(std::vector<CallLegInfo> in_vLegs, unsigned int in_uiFirstLeg);
-    void endParty();
+    void schedule(unsigned int in_uiMs, EngineLoop::Job in_job);
+    void hangupAfter(const Route& in_route);
+    Party* callParty(std::vector<CallLegInfo> in_vLegs, const std::string& in_strRoute);
+    /// Everybody who is left is hung up.
+    void end(CallRecord::EndedBy in_endedBy);
+    CallEnd* otherEnd(const CallEnd& in_end) const;
+    void ended(CallEnd& in_end);
 
-    void partyRinging(RingType in_ringType) override;
-    void partyEarlyMedia() override;
-    void partyConnected(Call::ConnectionType in_type) override;
-    void partyFailed(const ConnectionFailureType& in_failure) override;
-    void partyDisconnected() override;
-    void partyInfo(const std::vector<Parameter>& in_vParameters) override;
-    void partyLegOpened(unsigned int in_uiLeg) override;
-    void partyLegEnded(CallRecord in_record, bool in_bHadMedia) override;
-    void partyGone() override;
+    void ringing(Party& io_party, RingType in_ringType);
+    void earlyMedia(Party& io_party);
+    void connected(Party& io_party, Call::ConnectionType in_type);
+    void failed(Party& io_party, const ConnectionFailureType& in_failure);
+
+    void transferRequested(CallEnd& io_asking, const CallLegInfo& in_leg);
+    void transferToService();
+    void transferDone();
+    void transferFailed(const ConnectionFailureType& in_failure);
+    bool isTransferTo(const Party& in_party) const
+    {
+        return m_transfer.has_value() && m_transfer->m_pParty == &in_party;
+    }
 
     EngineLoop& m_loop;
     Owner& m_owner;
     const std::uint64_t m_ulNumber;
     const std::string m_strCallId;
     CallLogger m_logger;
-    std::unique_ptr<InCallLeg> m_pLeg;
-    CallLegInfo m_leg;
+    CallState m_state = CallState::ARRIVED;
+    const Clock::time_point m_begun;
+    std::unique_ptr<CallerLeg> m_pCaller;
+    std::vector<std::unique_ptr<Party>> m_vParties;
+    // Who talks: the caller or who took its place, and who it was placed to. The second is null while the
+    // first has a service.
+    CallEnd* m_pFirst = nullptr;
+    CallEnd* m_pSecond = nullptr;
     std::shared_ptr<const Route> m_pRoute;
-    std::unique_ptr<OutboundParty> m_pParty;
-    State m_state = State::ARRIVED;
+    // Of a call that was placed.
+    CallLegInfo m_placed;
+    unsigned int m_uiNextLeg = 0;
     EngineLoop::TimerId m_timer = EngineLoop::kNoTimer;
     bool m_bServiceAttached = false;
-    bool m_bEarlyMedia = false;
-    bool m_bReleased = false;
-    Clock::time_point m_invited;
-    std::optional<Clock::time_point> m_ringing;
-    std::optional<Clock::time_point> m_answered;
-    std::optional<CallRecord::EndedBy> m_endedBy;
-    unsigned int m_uiStatus = 0;
-    std::string m_strReason;
+    bool m_bServed = false;
+
+    std::optional<Transfer> m_transfer;
+    EngineLoop::TimerId m_transferTimer = EngineLoop::kNoTimer;
+    CallEnd* m_pLeaving = nullptr;
+    EngineLoop::TimerId m_leaveTimer = EngineLoop::kNoTimer;
 };
 
 }  // namespace Quorvex

@@ -130,9 +130,10 @@ public:
         post([in_connectionType](Attempt& io_attempt)
              { io_attempt.m_party.connected(io_attempt, in_connectionType); });
     }
-    bool transfer(const CallLegInfo& /*in_leg*/) override
+    bool transfer(const CallLegInfo& in_leg) override
     {
-        return post([](Attempt& io_attempt) { io_attempt.m_pLeg->transferFailure(eUNAVAILABLE_FAILURE); });
+        return post([leg = in_leg](Attempt& io_attempt)
+                    { io_attempt.m_party.transferRequested(io_attempt, leg); });
     }
     void disconnected() override
     {
@@ -441,6 +442,51 @@ void OutboundParty::hangup()
 bool OutboundParty::sendInfo(const std::vector<Parameter>& in_vParameters)
 {
     return m_pConnected != nullptr && m_pConnected->m_pLeg->sendInfoMsg(in_vParameters);
+}
+
+void OutboundParty::transferRequested(Attempt& io_attempt, const CallLegInfo& in_leg)
+{
+    if (m_pConnected == &io_attempt)
+    {
+        m_listener.partyTransfer(in_leg);
+    }
+}
+
+void OutboundParty::transferAccepted(RingType in_ringType)
+{
+    if (m_pConnected != nullptr)
+    {
+        m_pConnected->m_pLeg->transferAccepted(in_ringType);
+    }
+}
+
+void OutboundParty::transferFailed(const ConnectionFailureType& in_failure)
+{
+    if (m_pConnected != nullptr)
+    {
+        m_pConnected->m_pLeg->transferFailure(in_failure);
+    }
+}
+
+void OutboundParty::transferSucceeded()
+{
+    if (m_pConnected != nullptr)
+    {
+        m_pConnected->m_pLeg->transferSuccess();
+    }
+}
+
+void OutboundParty::resume()
+{
+    if (m_pConnected != nullptr)
+    {
+        m_pConnected->m_pLeg->mediaAvailable();
+    }
+}
+
+std::string OutboundParty::getUri() const
+{
+    return m_pConnected != nullptr ? m_pConnected->record().m_strTo : "";
 }
 
 void OutboundParty::addViews(std::vector<LegView>& io_vLegs) const

@@ -47,6 +47,8 @@ public:
         /// The connected party has hung up, or its leg has failed.
         virtual void partyDisconnected() = 0;
         virtual void partyInfo(const std::vector<Parameter>& in_vParameters) = 0;
+        /// The connected party asks to be transferred away, to "sip.in.referTo".
+        virtual void partyTransfer(const CallLegInfo& in_leg) = 0;
         /// A leg is tried; its number counts in records and among the call's streams.
         virtual void partyLegOpened(unsigned int in_uiLeg) = 0;
         /// A leg that was tried has ended: what there is to record of it.
@@ -81,6 +83,15 @@ public:
     void hangup();
     bool sendInfo(const std::vector<Parameter>& in_vParameters);
 
+    /// The outcome of the transfer that the connected party asked for. Nothing happens without one.
+    void transferAccepted(RingType in_ringType);
+    void transferFailed(const ConnectionFailureType& in_failure);
+    void transferSucceeded();
+    /// After a success: the party stays, and its media run again.
+    void resume();
+    /// The URI of the connected party; empty without one.
+    std::string getUri() const;
+
     bool isConnected() const { return m_pConnected != nullptr; }
     /// Whether no leg is left.
     bool isGone() const { return m_vAttempts.empty(); }
@@ -97,6 +108,7 @@ private:
     void failed(Attempt& io_attempt, const ConnectionFailureType& in_failure);
     void redirected(Attempt& io_attempt, const CallInfo& in_targets);
     void disconnected(Attempt& io_attempt);
+    void transferRequested(Attempt& io_attempt, const CallLegInfo& in_leg);
     void gone(Attempt& io_attempt);
     CallInfo takeTarget();
 

@@ -8,6 +8,13 @@
 namespace Quorvex
 {
 
+namespace
+{
+
+constexpr const char* kTakesNoCalls = "The gateway takes no calls.";
+
+}  // namespace
+
 /// The engine's side of one call, as the network interface holds it: every word is queued to the engine's
 /// thread. Its deletion is the call's end.
 class RoutingCallEngine::Incoming final : public CallInInterface
@@ -36,11 +43,7 @@ public:
                     io_call.refused(leg);
                     return;
                 }
-                const std::shared_ptr<const RouteTable> pRoutes = engine.routes();
-                const Route* pRoute = pRoutes->find(leg);
-                // The route keeps its table alive: a reload must not change a call that runs.
-                io_call.invited(leg,
-                                pRoute == nullptr ? nullptr : std::shared_ptr<const Route>(pRoutes, pRoute));
+                io_call.invited(leg, engine.findRoute(leg));
             });
     }
 
@@ -184,7 +187,12 @@ void RoutingCallEngine::ended(std::uint64_t in_ulCall)
 void RoutingCallEngine::eraseIfOver(std::uint64_t in_ulCall)
 {
     const auto it = m_calls.find(in_ulCall);
-    if (it == m_calls.end() || !it->second->isOver())
+    if (it == m_calls.end())
+    {
+        return;
+    }
+    it->second->dropGone();
+    if (!it->second->isOver())
     {
         return;
     }
@@ -204,6 +212,14 @@ std::optional<OutboundParty::Context> RoutingCallEngine::getOutbound()
         return std::nullopt;
     }
     return OutboundParty::Context{m_loop, *m_pOutLegEngine, m_uiResolveMs};
+}
+
+std::shared_ptr<const Route> RoutingCallEngine::findRoute(const CallLegInfo& in_leg) const
+{
+    const std::shared_ptr<const RouteTable> pRoutes = routes();
+    const Route* pRoute = pRoutes->find(in_leg);
+    // The route keeps its table alive: a reload must not change a call that runs.
+    return pRoute == nullptr ? nullptr : std::shared_ptr<const Route>(pRoutes, pRoute);
 }
 
 void RoutingCallEngine::legOpened(const std::string& in_strCallId, unsigned int in_uiLeg)
@@ -230,7 +246,7 @@ CommandResult RoutingCallEngine::placeCall(CallLegInfo in_leg, std::shared_ptr<c
     }
     if (!takesCalls() || m_pOutLegEngine == nullptr)
     {
-        return {CommandResult::UNAVAILABLE, "The gateway takes no calls."};
+        return {CommandResult::UNAVAILABLE, kTakesNoCalls};
     }
     if (in_leg.getNode("media.rtp") == nullptr)
     {
@@ -286,17 +302,41 @@ CommandResult RoutingCallEngine::sendInfo(const std::string& in_strId,
     {
         return {CommandResult::NO_SUCH_CALL, "There is no call " + in_strId + "."};
     }
-    if (pCall->getState() != GatewayCall::State::ANSWERED)
+    if (pCall->getState() != CallState::ANSWERED)
     {
         return {CommandResult::WRONG_STATE,
-                std::string("INFO goes to answered calls; this one is ") +
-                    GatewayCall::getStateName(pCall->getState()) + "."};
+                std::string("INFO goes to answered calls; this one is ") + toText(pCall->getState()) + "."};
     }
     if (!pCall->sendInfo(in_vParameters))
     {
         return {CommandResult::UNAVAILABLE, "The network interface takes no commands any more."};
     }
     return {};
+}
+
+CommandResult RoutingCallEngine::transfer(const std::string& in_strId, CallLegInfo in_leg)
+{
+    GatewayCall* pCall = find(in_strId);
+    if (pCall == nullptr)
+    {
+        return {CommandResult::NO_SUCH_CALL, "There is no call " + in_strId + "."};
+    }
+    if (pCall->getState() != CallState::ANSWERED)
+    {
+        return {CommandResult::WRONG_STATE,
+                std::string("Only answered calls are transferred; this one is ") + toText(pCall->getState()) +
+                    "."};
+    }
+    if (!takesCalls() || m_pOutLegEngine == nullptr)
+    {
+        return {CommandResult::UNAVAILABLE, kTakesNoCalls};
+    }
+    if (in_leg.getNode("media.rtp") == nullptr)
+    {
+        in_leg.addRtpSendReceiveParameters(0);
+    }
+    const std::string strWhyNot = pCall->transfer(std::move(in_leg));
+    return {strWhyNot.empty() ? CommandResult::DONE : CommandResult::WRONG_STATE, strWhyNot};
 }
 
 void RoutingCallEngine::streamEnded(const StreamStatistics& in_statistics)

@@ -56,7 +56,7 @@ public:
 
     /// From now on new calls are taken, or refused as unavailable (as they are at first). Any thread.
     void takeCalls(bool in_bTake) { m_bTakesCalls.store(in_bTake, std::memory_order_relaxed); }
-    bool takesCalls() const { return m_bTakesCalls.load(std::memory_order_relaxed); }
+    bool takesCalls() const override { return m_bTakesCalls.load(std::memory_order_relaxed); }
     /// Takes no new calls for good; the handler is called when there are none left. Any thread.
     void drain();
     /// Whether it is drained: no call is left and none will come.
@@ -72,6 +72,7 @@ public:
     CommandResult placeCall(CallLegInfo in_leg, std::shared_ptr<const Route> in_pRoute);
     CommandResult hangUp(const std::string& in_strId);
     CommandResult sendInfo(const std::string& in_strId, const std::vector<Parameter>& in_vParameters);
+    CommandResult transfer(const std::string& in_strId, CallLegInfo in_leg);
 
     CallInInterface* newInCall(InCallLeg* in_pLeg, const char* in_szCallId) override;
 
@@ -91,6 +92,7 @@ private:
     void eraseIfOver(std::uint64_t in_ulCall);
 
     std::optional<OutboundParty::Context> getOutbound() override;
+    std::shared_ptr<const Route> findRoute(const CallLegInfo& in_leg) const override;
     void legOpened(const std::string& in_strCallId, unsigned int in_uiLeg) override;
     void legEnded(CallRecord in_record, bool in_bHadMedia) override;
     void partyGone(std::uint64_t in_ulNumber) override;

@@ -72,7 +72,8 @@ public:
     /// The far party is there: the caller's call is answered, or refused if the connection type says so.
     virtual bool remoteConnected(Call::ConnectionType in_connectionType);
     virtual bool remoteConnectionFailed(ConnectionFailureType in_failure);
-    /// Media may flow before the call is answered (early media).
+    /// Media may flow before the call is answered (early media). After transferSuccess: the party that asked
+    /// for the transfer stays in the call, and its media flow again.
     virtual bool mediaAvailable();
     /// Sends the parameters in an INFO request: "body" is its body, "Content-Type" the body's type, any other
     /// a header.

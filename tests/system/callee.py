@@ -65,14 +65,17 @@ class Callee:
             lines.append("Content-Type: application/sdp")
         self.send_lines(lines, body)
 
-    def send(self, method, body="", content_type="text/plain"):
-        """A request in the dialog that the answer to the INVITE made."""
-        self.cseq += 1
+    def send(self, method, body="", content_type="text/plain", headers=(), cseq=None):
+        """A request in the dialog that the answer to the INVITE made; an ACK has the number of what it ends."""
+        if cseq is None:
+            self.cseq += 1
+            cseq = self.cseq
         contact = self.invite.get("Contact")
         lines = [f"{method} {contact[contact.index('<') + 1:contact.index('>')]} SIP/2.0",
                  f"Via: SIP/2.0/UDP 127.0.0.1:{self.port};branch=z9hG4bK{unique('b')}",
                  f"From: {self.invite.get('To')};tag={self.tag}", f"To: {self.invite.get('From')}",
-                 f"Call-ID: {self.invite.get('Call-ID')}", f"CSeq: {self.cseq} {method}", "Max-Forwards: 70"]
+                 f"Call-ID: {self.invite.get('Call-ID')}", f"CSeq: {cseq} {method}", "Max-Forwards: 70",
+                 f"Contact: <{self.uri}>", *headers]
         if body:
             lines.append(f"Content-Type: {content_type}")
         self.send_lines(lines, body)

@@ -68,6 +68,8 @@ public:
     {
         return tell("info " + in_vParameters.front().getName());
     }
+    bool transferAccepted(RingType /*in_ringType*/) override { return tell("transfer accepted"); }
+    bool transferSuccess() override { return tell("transferred"); }
     bool transferFailure(ConnectionFailureType in_failure) override
     {
         return tell("transfer failed", in_failure);
@@ -256,8 +258,13 @@ TEST_F(RoutingCallEngineTest, InfoAndTransferOfACallThatIsServed)
     EXPECT_TRUE(pAnswered->infoReceived({
         {"body", "x"}
     }));
-    EXPECT_TRUE(pAnswered->transfer(legTo("sip:x@h")));
-    const char* szTold = "accepted, connected, info X-A, transfer failed 8";
+    CallLegInfo referTo;
+    referTo.setParameter("sip.in.referTo", "sip:nobody@h");
+    EXPECT_TRUE(pAnswered->transfer(referTo));
+    referTo.setParameter("sip.in.referTo", "sip:x@h?Replaces=1");
+    EXPECT_TRUE(pAnswered->transfer(referTo));
+    const char* szTold =
+        "accepted, connected, info X-A, transfer failed 5, transfer accepted, transferred, media";
     EXPECT_EQ(answered.waitFor(szTold), szTold);
 
     const auto vCalls = m_control.getCalls();

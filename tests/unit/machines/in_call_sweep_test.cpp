@@ -203,6 +203,7 @@ const StateCase kStates[] = {
      {{eAPI_KILL, kIdle},
       {eAPI_STOP, kDisconnecting},
       {eAPI_HANGUP, kDisconnecting},
+      {eAPI_MEDIA_START_CMD, "CONNECTED::iMediaSetup"},
       {eBYE, kIdle},
       {eMEDIA_OP_STATUS, kDisconnecting},
       {eTERMINATED_UPON_TIMEOUT, kIdle}}                                                           },

@@ -23,6 +23,7 @@ using VoipInternalMachineStateImpl =
 ///
 ///   iInitial -> iMediaSetup -> iConnected <-> iMediaSetup (new offer or answer)
 ///               iConnected -> iTransfering (REFER) -> iTransfered, or back when the transfer failed
+///               iTransfered -> iMediaSetup when the call engine goes on with the far end
 template <class CallIfPtr, class CallType, class Machine>
 class Connected final : public VoipNamedState<CallIfPtr>,
                         public NoTimeoutState<VoipEvent>,
@@ -169,7 +170,8 @@ private:
     bool m_bTransferFailed = false;
 };
 
-/// CONNECTED::iTransfered: the transfer succeeded; the call stays up until either side hangs up.
+/// CONNECTED::iTransfered: the transfer succeeded; the call stays up until either side hangs up, silent
+/// unless the call engine gives the far end its media back because it is the one who talks to the new party.
 template <class CallIfPtr, class CallType, class Machine>
 class Connected<CallIfPtr, CallType, Machine>::iTransfered final : public ConnectedSubState,
                                                                    public CallbackHelper
@@ -178,12 +180,16 @@ public:
     using Row = StateTable::Row<iTransfered>;
     using ConnectedSubState::ConnectedSubState;
     const char* getName() const override { return "CONNECTED::iTransfered"; }
+    void entryAction(const VoipEvent& in_event, std::string& out_strStateName) override;
     bool processEvent_i(const VoipEvent& in_event, std::string& out_strStateName) override;
     static std::span<const Row> rows();
 
 private:
     bool refuseReinvite(const VoipEvent& in_event, std::string& out_strStateName);
     bool followMedia(const VoipEvent& in_event, std::string& out_strStateName);
+    bool resumeMedia(const VoipEvent& in_event, std::string& out_strStateName);
+
+    bool m_bResume = false;
 };
 
 }  // namespace Quorvex

@@ -225,6 +225,14 @@ void Connected<CallIfPtr, CallType, Machine>::iTransfering::getTargetStateAfterF
 // transferred
 
 template <class CallIfPtr, class CallType, class Machine>
+void Connected<CallIfPtr, CallType, Machine>::iTransfered::entryAction(const VoipEvent& /*in_event*/,
+                                                                       std::string& out_strStateName)
+{
+    out_strStateName = getName();
+    m_bResume = false;
+}
+
+template <class CallIfPtr, class CallType, class Machine>
 auto Connected<CallIfPtr, CallType, Machine>::iTransfered::rows() -> std::span<const Row>
 {
     using namespace EventType;
@@ -237,7 +245,8 @@ auto Connected<CallIfPtr, CallType, Machine>::iTransfered::rows() -> std::span<c
         {eAPI_HANGUP,         always,  &iTransfered::hangUpForEngineInTransfer,  byAction, "DISCONNECTING"},
         {eBYE,                always,  &iTransfered::endAfterBye,                "IDLE"},
         {eREINVITE_REQUEST,   always,  &iTransfered::refuseReinvite,             stay},
-        {eMEDIA_OP_STATUS,    always,  &iTransfered::followMedia,                byAction, "DISCONNECTING"},
+        {eAPI_MEDIA_START_CMD, always, &iTransfered::resumeMedia,                byAction, "CONNECTED::iMediaSetup"},
+        {eMEDIA_OP_STATUS,    always,  &iTransfered::followMedia,                byAction, "CONNECTED::iMediaSetup|DISCONNECTING"},
         {eREINVITE_ACK,       always,  &iTransfered::clearReinvitePending,       stay},
         {eREINVITE_CANCEL,    always,  nothing,                                  stay},
     };
@@ -278,7 +287,22 @@ bool Connected<CallIfPtr, CallType, Machine>::iTransfered::followMedia(const Voi
     {
         QLOG_ERROR(this->getLogger(), kMediaError);
         this->hangUp(true, out_strStateName, kNoBye);
+        return true;
     }
+    return !m_bResume || resumeMedia(in_event, out_strStateName);
+}
+
+template <class CallIfPtr, class CallType, class Machine>
+bool Connected<CallIfPtr, CallType, Machine>::iTransfered::resumeMedia(const VoipEvent& /*in_event*/,
+                                                                       std::string& out_strStateName)
+{
+    m_bResume = true;
+    if (this->getMedia().isAllOnHold())
+    {
+        out_strStateName = "CONNECTED::iMediaSetup";
+        return true;
+    }
+    QLOG_DEBUG(this->getLogger(), "Media not on hold yet, still need to wait");
     return true;
 }
 

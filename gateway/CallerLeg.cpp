@@ -1,0 +1,193 @@
+#include "CallerLeg.h"
+
+#include <utility>
+
+#include "sip/Sip.h"
+#include "sip/SipFailure.h"
+
+namespace Quorvex
+{
+
+const char* toText(CallState in_state)
+{
+    switch (in_state)
+    {
+        case CallState::ARRIVED:
+            return "arrived";
+        case CallState::RINGING:
+            return "ringing";
+        case CallState::ANSWERED:
+            return "answered";
+        case CallState::ENDING:
+            return "ending";
+    }
+    return "?";
+}
+
+CallerLeg::CallerLeg(std::unique_ptr<InCallLeg> in_pLeg) : m_pLeg(std::move(in_pLeg)), m_arrived(Clock::now())
+{
+}
+
+void CallerLeg::ring(RingType in_ringType)
+{
+    m_state = CallState::RINGING;
+    m_ringing = Clock::now();
+    m_bEarlyMedia = m_bEarlyMedia || in_ringType == eRING_WITH_EARLY_MEDIA;
+    m_pLeg->inviteAccepted(in_ringType);
+}
+
+void CallerLeg::startEarlyMedia()
+{
+    if (!m_bEarlyMedia && (m_state == CallState::ARRIVED || m_state == CallState::RINGING))
+    {
+        m_bEarlyMedia = true;
+        m_pLeg->mediaAvailable();
+    }
+}
+
+bool CallerLeg::answer(Call::ConnectionType in_type)
+{
+    m_uiStatus = Sip::getResponseCode(in_type);
+    m_pLeg->remoteConnected(in_type);
+    if (!Sip::isSuccessResponse(m_uiStatus))
+    {
+        m_state = CallState::ENDING;
+        m_endedBy = CallRecord::EndedBy::LOCAL;
+        m_strReason = Call::getConnectionTypeEntry(in_type).m_meaning;
+        return false;
+    }
+    m_state = CallState::ANSWERED;
+    m_answered = Clock::now();
+    return true;
+}
+
+void CallerLeg::refuse(const ConnectionFailureType& in_failure,
+                       std::string in_strReason,
+                       unsigned int in_uiStatus)
+{
+    const bool bAccepted = m_state == CallState::RINGING;
+    m_state = CallState::ENDING;
+    m_endedBy = m_endedBy.value_or(CallRecord::EndedBy::LOCAL);
+    m_uiStatus =
+        in_uiStatus != 0 ? in_uiStatus : Call::getFailureEntry(in_failure.getFailure()).m_uiSipStatus;
+    m_strReason = std::move(in_strReason);
+    // A leg that has been accepted is refused as one whose far side failed.
+    if (bAccepted)
+    {
+        m_pLeg->remoteConnectionFailed(in_failure);
+    }
+    else
+    {
+        m_pLeg->inviteRejected(in_failure);
+    }
+}
+
+void CallerLeg::disconnected()
+{
+    if (m_state == CallState::ENDING)
+    {
+        return;
+    }
+    if (m_state != CallState::ANSWERED)
+    {
+        m_uiStatus = 487;
+    }
+    m_state = CallState::ENDING;
+    m_endedBy = CallRecord::EndedBy::REMOTE;
+}
+
+void CallerLeg::release()
+{
+    m_state = CallState::ENDING;
+    m_pLeg.reset();
+}
+
+void CallerLeg::hangup(CallRecord::EndedBy in_endedBy)
+{
+    if (m_state == CallState::ENDING)
+    {
+        return;
+    }
+    m_endedBy = in_endedBy;
+    // An unanswered caller gets a final response at once; only an answered one a BYE.
+    if (m_state == CallState::ANSWERED)
+    {
+        m_state = CallState::ENDING;
+        m_pLeg->hangup();
+    }
+    else
+    {
+        refuse(eNO_ANSWER_FAILURE, "hung up before it was answered");
+    }
+}
+
+bool CallerLeg::sendInfo(const std::vector<Parameter>& in_vParameters)
+{
+    return m_state == CallState::ANSWERED && m_pLeg->sendInfoMsg(in_vParameters);
+}
+
+void CallerLeg::transferAccepted(RingType in_ringType)
+{
+    if (m_state == CallState::ANSWERED)
+    {
+        m_pLeg->transferAccepted(in_ringType);
+    }
+}
+
+void CallerLeg::transferFailed(const ConnectionFailureType& in_failure)
+{
+    if (m_state == CallState::ANSWERED)
+    {
+        m_pLeg->transferFailure(in_failure);
+    }
+}
+
+void CallerLeg::transferSucceeded()
+{
+    if (m_state == CallState::ANSWERED)
+    {
+        m_pLeg->transferSuccess();
+    }
+}
+
+void CallerLeg::resume()
+{
+    if (m_state == CallState::ANSWERED)
+    {
+        m_pLeg->mediaAvailable();
+    }
+}
+
+std::string CallerLeg::getUri() const
+{
+    return m_offer.getParameterOr("sip.in.from.uri", "");
+}
+
+std::string CallerLeg::getTo() const
+{
+    return m_offer.getParameterOr("sip.in.requestUri", "");
+}
+
+std::chrono::milliseconds CallerLeg::getAge() const
+{
+    return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - m_arrived);
+}
+
+CallRecord CallerLeg::record() const
+{
+    CallRecord record;
+    record.m_strSipCallId = m_offer.getParameterOr("sip.in.header.Call-ID", "");
+    record.m_strFrom = getUri();
+    record.m_strTo = getTo();
+    record.m_invited = m_arrived;
+    record.m_ringing = m_ringing;
+    record.m_answered = m_answered;
+    record.m_ended = Clock::now();
+    // Let go without a word: the network interface is stopping.
+    record.m_endedBy = m_endedBy.value_or(CallRecord::EndedBy::STOP);
+    record.m_uiStatus = m_uiStatus;
+    record.m_strReason = m_strReason;
+    return record;
+}
+
+}  // namespace Quorvex

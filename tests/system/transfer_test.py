@@ -1,0 +1,432 @@
+#!/usr/bin/env python3
+"""Transfers through a real gateway: by REFER from either side, by an operator, with every party leaving at every moment."""
+import contextlib
+import json
+import sys
+import urllib.parse
+from pathlib import Path
+
+sys.path.insert(0, str(Path(__file__).resolve().parent))
+from callee import Callee  # noqa: E402
+from harness import ECHO_ROUTE, Failure, Gateway, check, run  # noqa: E402
+from sipua import Caller, RtpSocket, sdp, sdp_port  # noqa: E402
+from two_party_test import heard  # noqa: E402
+
+
+class Stage:
+    """A gateway, a caller A that talks to a party B or a service, and parties C and D to transfer to."""
+
+    def __init__(self, build, first="b", connected=True, **gateway):
+        self.build, self.first, self.connected, self.options = build, first, connected, gateway
+
+    def __enter__(self):
+        self.stack = contextlib.ExitStack()
+        enter = self.stack.enter_context
+        self.b, self.c, self.d = (enter(Callee()) for _ in range(3))
+        self.rtp = {party: enter(RtpSocket()) for party in ("a", "b", "c", "d")}
+        ways = [{"name": name, "match": {"sip.in.requestUri": f"^sip:{name}@"},
+                 "leg": {"sip.out.requestUri": f"sip:{name}@127.0.0.1:{party.port}"}}
+                for name, party in (("b", self.b), ("c", self.c), ("d", self.d))]
+        services = [ECHO_ROUTE,
+                    {"name": "busy", "match": {"sip.in.requestUri": "^sip:busy@"}, "service": "reject", "reject": 486},
+                    {"name": "ring", "match": {"sip.in.requestUri": "^sip:ring@"}, "service": "ring", "hangupAfterMs": 200}]
+        self.gateway = enter(Gateway(self.build, routes=[*ways, *services], **self.options))
+        self.a = enter(Caller(self.gateway.port, self.first))
+        self.ports = {}
+        if self.connected:
+            self.connect()
+        return self
+
+    def __exit__(self, *how):
+        return self.stack.__exit__(*how)
+
+    def connect(self):
+        self.a.invite(sdp("127.0.0.1", self.rtp["a"].port))
+        if self.first == "b":
+            self.answer("b")
+        answer = self.a.expect(200, skip=(100, 180))
+        self.a.ack(answer)
+        self.ports["a"] = sdp_port(answer.body)
+
+    def ring(self, name):
+        party = getattr(self, name)
+        self.ports[name] = sdp_port(party.expect("INVITE").body)
+        party.answer(180, "Ringing")
+
+    def answer(self, name):
+        party = getattr(self, name)
+        if name not in self.ports:
+            self.ports[name] = sdp_port(party.expect("INVITE").body)
+        party.answer(200, "OK", sdp("127.0.0.1", self.rtp[name].port))
+        party.expect("ACK")
+
+    def refer(self, who, target, headers=()):
+        """Sends a REFER whose Refer-To is a user of the gateway, or a whole URI; the status that answers it."""
+        uri = target if ":" in target else f"sip:{target}@127.0.0.1:{self.gateway.port}"
+        getattr(self, who).send("REFER", headers=(f"Refer-To: <{uri}>", *headers))
+        return getattr(self, who).expect(202, 400, 484, 500, skip=(100, "NOTIFY")).status
+
+    def notified(self, who, *codes):
+        """The progress of the transfer that was asked for: these status codes, one NOTIFY each, in their order."""
+        party = getattr(self, who)
+        for code in codes:
+            notify = party.expect("NOTIFY")
+            check(notify.body.startswith(f"SIP/2.0 {code} "), f"NOTIFY says {notify.body!r}, {code} expected")
+            state = notify.get("Subscription-State")
+            check(state == ("active;expires=60" if code < 200 else "terminated;reason=noresource"), f"{code}: {state}")
+            check(notify.get("Event") == "refer" and "message/sipfrag" in notify.get("Content-Type"), f"{notify.headers}")
+            self.ok(who, notify)
+
+    def ok(self, who, request):
+        party = getattr(self, who)
+        if isinstance(party, Caller):
+            party.answer(request, 200, "OK")
+        else:
+            party.answer(200, "OK", request=request)
+
+    def talk(self, one, other):
+        """Both hear each other."""
+        for here, there in ((one, other), (other, one)):
+            heard(self.rtp[here], self.ports[here], self.rtp[there])  # the first packets make the way known
+            share = heard(self.rtp[here], self.ports[here], self.rtp[there])
+            check(share > 0.9, f"{there} hears {share:.0%} of {here}")
+
+    def bye_comes(self, *who):
+        for name in who:
+            self.ok(name, getattr(self, name).expect("BYE", skip=(100, "NOTIFY")))
+
+    def bye(self, who):
+        getattr(self, who).send("BYE")
+        getattr(self, who).expect(200, skip=(100, "NOTIFY"))
+
+    def finish(self, errors=False, **endings):
+        """Stops the gateway: a record for each leg, named by its party; who ended it and its status."""
+        self.gateway.stop()
+        records = {("a" if r["direction"] == "in" else r["to"].split(":")[1].split("@")[0]): r
+                   for r in self.gateway.records()}
+        got = {name: (record["endedBy"], record["status"]) for name, record in records.items()}
+        check(got == endings, f"the records say {got}, expected {endings}")
+        check(len({record["call"] for record in records.values()}) == 1, "the legs are not of one call")
+        self.gateway.check_accounts_are_zero()
+        if not errors:
+            self.gateway.check_log_is_clean()
+
+    def legs(self):
+        calls = json.loads(self.gateway.http("/api/calls")[1])
+        return {leg["id"]: leg["state"] for call in calls for leg in call["legs"]}
+
+
+def either_party_transfers_the_other(build):
+    """The new party is asked as a call from the one who stays; the one who leaves has two seconds for it."""
+    for leaves, stays, endings in (("a", "b", {"a": ("local", 200), "b": ("remote", 200), "c": ("local", 200)}),
+                                   ("b", "a", {"a": ("remote", 200), "b": ("local", 200), "c": ("local", 200)})):
+        with Stage(build) as stage:
+            stage.talk("a", "b")
+            check(stage.refer(leaves, "c", headers=("Referred-By: <sip:boss@127.0.0.1>",)) == 202, "refused")
+            stage.notified(leaves, 100)
+            stage.ring("c")
+            stage.notified(leaves, 180)
+            caller = "tester@" if stays == "a" else "b@"
+            check(f"sip:{caller}" in stage.c.invite.get("From"), f"From is {stage.c.invite.get('From')}")
+            check(stage.c.invite.get("Referred-By") == "<sip:boss@127.0.0.1>", "Referred-By is not carried over")
+            stage.answer("c")
+            stage.notified(leaves, 200)
+            stage.bye_comes(leaves)
+            stage.talk(stays, "c")
+            check(len(stage.legs()) == 2, f"/api/calls: {stage.legs()}")
+            getattr(stage, stays).send("INFO", "still there?", "text/plain")
+            getattr(stage, stays).expect(200)
+            info = stage.c.expect("INFO")
+            check(info.body == "still there?", info.body)
+            stage.ok("c", info)
+            stage.bye(stays)
+            stage.bye_comes("c")
+            stage.finish(**endings)
+
+
+def who_asked_leaves_by_itself(build):
+    """A phone hangs up as soon as it hears of the success, or even before: the others talk all the same."""
+    for early in (False, True):
+        with Stage(build) as stage:
+            stage.refer("a", "c")
+            stage.notified("a", 100)
+            stage.ring("c")
+            stage.notified("a", 180)
+            if early:
+                stage.bye("a")
+            stage.answer("c")
+            if not early:
+                stage.notified("a", 200)
+                stage.bye("a")
+            stage.talk("b", "c")
+            stage.bye("c")
+            stage.bye_comes("b")
+            stage.finish(a=("remote", 200), b=("local", 200), c=("remote", 200))
+
+
+def a_failed_transfer_brings_the_parties_back_together(build):
+    with Stage(build) as stage:
+        for who in ("a", "b"):
+            for target, codes in (("busy", (486,)), ("nobody", (404,)), ("ring", (180, 480))):
+                check(stage.refer(who, target) == 202, f"{target}: refused")
+                stage.notified(who, 100, *codes)
+                stage.talk("a", "b")
+            check(stage.refer(who, "c") == 202, "refused")
+            stage.notified(who, 100)
+            stage.ring("c")
+            stage.notified(who, 180)
+            stage.c.answer(603, "Decline")
+            stage.c.expect("ACK")
+            stage.notified(who, 603)
+            stage.ports.pop("c")
+            stage.talk("a", "b")
+        stage.bye("a")
+        stage.bye_comes("b")
+        stage.finish(a=("remote", 200), b=("local", 200), c=("remote", 603))
+
+
+def refers_that_cannot_be(build):
+    with Stage(build) as stage:
+        for who in ("a", "b"):
+            for uri, status in (("tel:12345", 400), ("sip:x@no-such-host.invalid", 400), ("sip:", 484)):
+                got = stage.refer(who, uri)
+                check(got == status, f"{who}, {uri}: {got}, {status} expected")
+            getattr(stage, who).send("REFER")
+            getattr(stage, who).expect(400)
+            stage.talk("a", "b")
+        stage.bye("b")
+        stage.bye_comes("a")
+        stage.finish(errors=True, a=("local", 200), b=("remote", 200))
+
+
+def one_transfer_at_a_time(build):
+    """A second REFER of the same party gets no transaction of its own; the other party's fails at once, and it talks on."""
+    with Stage(build) as stage:
+        stage.refer("a", "c")
+        stage.notified("a", 100)
+        stage.ring("c")
+        stage.notified("a", 180)
+        check(stage.refer("a", "d") == 500, "a second REFER was taken")
+        check(stage.refer("b", "d") == 202, "the other party's REFER was refused")
+        stage.notified("b", 100, 491)
+        number = next(iter(json.loads(stage.gateway.http("/api/calls")[1])))["id"]
+        status, text = stage.gateway.http(f"/api/calls/{number}/transfer", "POST", {"leg": {"sip.out.requestUri": "sip:d@127.0.0.1"}})
+        check(status == 409 and "under way" in text, f"{status} {text}")
+        stage.answer("c")
+        stage.notified("a", 200)
+        stage.bye("a")
+        stage.talk("b", "c")
+        # The new party may transfer, too, and so may who was left.
+        for who, target, stays in (("c", "d", "b"), ("b", "echo", "d")):
+            stage.refer(who, target)
+            stage.notified(who, 100)
+            if target == "d":
+                stage.ring("d")
+                stage.notified(who, 180)
+                stage.answer("d")
+                stage.notified(who, 200)
+            else:
+                stage.notified(who, 180, 200)
+            stage.bye(who)
+            if target == "d":
+                stage.talk(stays, target)
+        share = heard(stage.rtp["d"], stage.ports["d"], stage.rtp["d"])
+        check(share > 0.8, f"the last party hears {share:.0%} of its echo")
+        stage.bye("d")
+        stage.d.nothing()
+        stage.finish(a=("remote", 200), b=("remote", 200), c=("remote", 200), d=("remote", 200))
+
+
+def parties_that_leave_while_the_new_one_rings(build):
+    def cancelled(stage):
+        stage.c.answer(200, "OK", request=stage.c.expect("CANCEL"))
+        stage.c.answer(487, "Request Terminated")
+        stage.c.expect("ACK")
+
+    def the_other(stage):
+        stage.bye("b")
+        stage.notified("a", 487)
+        stage.bye_comes("a")
+        cancelled(stage)
+        return {"a": ("local", 200), "b": ("remote", 200), "c": ("local", 487)}
+
+    def both(stage):
+        stage.bye("a")
+        stage.bye("b")
+        cancelled(stage)
+        return {"a": ("remote", 200), "b": ("remote", 200), "c": ("local", 487)}
+
+    def who_asked_and_then_it_fails(stage):
+        stage.bye("a")
+        stage.c.answer(486, "Busy Here")
+        stage.c.expect("ACK")
+        stage.bye_comes("b")
+        return {"a": ("remote", 200), "b": ("local", 200), "c": ("remote", 486)}
+
+    def an_operator(stage):
+        number = json.loads(stage.gateway.http("/api/calls")[1])[0]["id"]
+        check(stage.gateway.http(f"/api/calls/{number}", "DELETE")[0] == 200, "not hung up")
+        stage.notified("a", 487)
+        stage.bye_comes("a", "b")
+        cancelled(stage)
+        return {"a": ("local", 200), "b": ("local", 200), "c": ("local", 487)}
+
+    def the_new_one_after_its_answer(stage):
+        stage.answer("c")
+        stage.bye("c")
+        stage.notified("a", 200)
+        stage.bye_comes("a", "b")
+        return {"a": ("local", 200), "b": ("local", 200), "c": ("remote", 200)}
+
+    for leave in (the_other, both, who_asked_and_then_it_fails, an_operator, the_new_one_after_its_answer):
+        try:
+            with Stage(build) as stage:
+                stage.refer("a", "c")
+                stage.notified("a", 100)
+                stage.ring("c")
+                stage.notified("a", 180)
+                stage.finish(**leave(stage))
+        except Failure as failure:
+            raise Failure(f"{leave.__name__}: {failure}") from None
+
+
+def a_service_makes_way_for_a_party(build):
+    """Who talks to a service has nobody to leave to: the new party, or service, takes the place of the service."""
+    with Stage(build, first="echo") as stage:
+        heard(stage.rtp["a"], stage.ports["a"], stage.rtp["a"])
+        stage.refer("a", "busy")
+        stage.notified("a", 100, 486)
+        check(heard(stage.rtp["a"], stage.ports["a"], stage.rtp["a"]) > 0.8, "the echo is gone after a failure")
+        stage.refer("a", "echo")
+        stage.notified("a", 100, 180, 200)
+        check(heard(stage.rtp["a"], stage.ports["a"], stage.rtp["a"]) > 0.8, "the new service is not heard")
+        stage.refer("a", "c")
+        stage.notified("a", 100)
+        stage.ring("c")
+        stage.notified("a", 180)
+        stage.answer("c")
+        stage.notified("a", 200)
+        stage.talk("a", "c")
+        stage.bye("a")
+        stage.bye_comes("c")
+        stage.finish(a=("remote", 200), c=("local", 200))
+
+
+def an_operator_transfers(build):
+    for first in ("b", "echo"):
+        with Stage(build, first=first) as stage:
+            number = json.loads(stage.gateway.http("/api/calls")[1])[0]["id"]
+            path, leg = f"/api/calls/{number}/transfer", {"sip.out.requestUri": f"sip:c@127.0.0.1:{stage.c.port}"}
+            status, text = stage.gateway.http(path, "POST", {"leg": leg})
+            check(status == 200 and json.loads(text)["id"] == number, f"{status} {text}")
+            stage.ring("c")
+            stage.c.answer(486, "Busy Here")
+            stage.c.expect("ACK")
+            if first == "b":
+                stage.talk("a", "b")
+            stage.ports.pop("c")
+            stage.gateway.http(path, "POST", {"leg": leg})
+            stage.ring("c")
+            check("tester@" in stage.c.invite.get("From"), stage.c.invite.get("From"))
+            stage.answer("c")
+            if first == "b":
+                stage.bye_comes("b")
+            stage.talk("a", "c")
+            status, text = stage.gateway.http("/api/calls/none/transfer", "POST", {"leg": leg})
+            check(status == 404 and "error" in json.loads(text), f"{status} {text}")
+            stage.bye("c")
+            stage.bye_comes("a")
+            stage.finish(a=("local", 200), c=("remote", 200), **({"b": ("local", 200)} if first == "b" else {}))
+    with Stage(build, first="ring", connected=False) as stage:
+        stage.a.invite(sdp("127.0.0.1", stage.rtp["a"].port))
+        stage.a.expect(180)
+        number = json.loads(stage.gateway.http("/api/calls")[1])[0]["id"]
+        status, text = stage.gateway.http(f"/api/calls/{number}/transfer", "POST", {"leg": {"sip.out.requestUri": "sip:c@h"}})
+        check(status == 409 and "ringing" in text, f"{status} {text}")
+        stage.a.ack(stage.a.expect(480))
+        stage.finish(a=("local", 480))
+
+
+def headers_of_a_refer_to(build):
+    """What the URI carries for the INVITE goes into it, but for what is the dialog's own."""
+    with Stage(build) as stage:
+        replaces = "call-7@127.0.0.1;to-tag=t1;from-tag=f1"
+        uri = (f"sip:c@127.0.0.1:{stage.gateway.port}?Replaces={urllib.parse.quote(replaces, safe='')}"
+               "&X-Why=consulted&From=sip%3Athief%40127.0.0.1&Call-ID=mine")
+        check(stage.refer("a", uri) == 202, "refused")
+        stage.notified("a", 100)
+        stage.ring("c")
+        invite = stage.c.invite
+        check(invite.get("Replaces") == replaces, f"Replaces is {invite.get('Replaces')}")
+        check(invite.get("X-Why") == "consulted", "X-Why is missing")
+        check("thief" not in invite.get("From") and len(invite.all("Call-ID")) == 1, f"{invite.headers}")
+        stage.notified("a", 180)
+        stage.answer("c")
+        stage.notified("a", 200)
+        stage.bye("a")
+        stage.talk("b", "c")
+        stage.bye("b")
+        stage.bye_comes("c")
+        stage.finish(a=("remote", 200), b=("remote", 200), c=("local", 200))
+
+
+def hold_and_resume_while_the_other_stays_up(build):
+    with Stage(build) as stage:
+        for holds, stays in (("a", "b"), ("b", "a")):
+            party = getattr(stage, holds)
+            for direction, hears in (("sendonly", False), ("sendrecv", True)):
+                party.send("INVITE", sdp("127.0.0.1", stage.rtp[holds].port, extra=f"a={direction}\r\n"),
+                           content_type="application/sdp")
+                answer = party.expect(200)
+                check(("a=recvonly" in answer.body) != hears, answer.body)
+                party.send("ACK", cseq=int(answer.get("CSeq").split()[0]))
+                # INFO goes both ways whatever the media do.
+                for one, other in ((holds, stays), (stays, holds)):
+                    getattr(stage, one).send("INFO", "hello", "text/plain")
+                    getattr(stage, one).expect(200)
+                    stage.ok(other, getattr(stage, other).expect("INFO"))
+                heard(stage.rtp[stays], stage.ports[stays], stage.rtp[holds])
+                share = heard(stage.rtp[stays], stage.ports[stays], stage.rtp[holds])
+                check(share > 0.9 if hears else share == 0, f"{direction}: {holds} hears {share:.0%} of {stays}")
+            stage.talk("a", "b")
+        # On hold by its own wish, as phones do before they transfer.
+        stage.a.send("INVITE", sdp("127.0.0.1", stage.rtp["a"].port, extra="a=sendonly\r\n"))
+        stage.a.ack(stage.a.expect(200))
+        stage.refer("a", "busy")
+        stage.notified("a", 100, 486)
+        stage.refer("a", "c")
+        stage.notified("a", 100)
+        stage.ring("c")
+        stage.notified("a", 180)
+        stage.answer("c")
+        stage.notified("a", 200)
+        stage.bye("a")
+        stage.talk("b", "c")
+        stage.bye("b")
+        stage.bye_comes("c")
+        stage.finish(a=("remote", 200), b=("remote", 200), c=("local", 200))
+
+
+def a_stop_in_the_middle_of_a_transfer(build):
+    with Stage(build) as stage:
+        stage.refer("a", "c")
+        stage.notified("a", 100)
+        stage.ring("c")
+        stage.notified("a", 180)
+        stage.gateway.signal()
+        stage.bye_comes("a", "b")
+        stage.c.answer(200, "OK", request=stage.c.expect("CANCEL"))
+        stage.c.answer(487, "Request Terminated")
+        stage.c.expect("ACK")
+        check(stage.gateway.wait() == 0, "the exit code is not 0")
+        stage.gateway.check_accounts_are_zero()
+        check(len(stage.gateway.records()) == 3, f"{stage.gateway.records()}")
+
+
+TESTS = [either_party_transfers_the_other, who_asked_leaves_by_itself, a_failed_transfer_brings_the_parties_back_together,
+         refers_that_cannot_be, one_transfer_at_a_time, parties_that_leave_while_the_new_one_rings,
+         a_service_makes_way_for_a_party, an_operator_transfers, headers_of_a_refer_to,
+         hold_and_resume_while_the_other_stays_up, a_stop_in_the_middle_of_a_transfer]
+
+if __name__ == "__main__":
+    sys.exit(run(TESTS, sys.argv[1]))
