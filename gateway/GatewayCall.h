@@ -55,6 +55,8 @@ public:
         virtual bool takesCalls() const = 0;
         /// The route for a new call; null when there is none.
         virtual std::shared_ptr<const Route> findRoute(const CallLegInfo& in_leg) const = 0;
+        /// How a URI leads back to this gateway: "udp" or "tcp"; empty when it leads elsewhere.
+        virtual std::string getTransportToSelf(const std::string& in_strUri) const = 0;
         virtual void legOpened(const std::string& in_strCallId, unsigned int in_uiLeg) = 0;
         virtual void legEnded(CallRecord in_record, bool in_bHadMedia) = 0;
         /// The call may be over; must not delete it at once.

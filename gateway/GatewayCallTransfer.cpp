@@ -19,6 +19,19 @@ ConnectionFailureType failure(ConnectionFailureEnum in_failure, unsigned int in_
     return {in_failure, new Sip::SipConnectionFailureType(in_uiStatus)};
 }
 
+/// The leg to a call of this same gateway, which the INVITE names in its Replaces.
+CallLegInfo makeLegToSelf(const CallLegInfo& in_offer,
+                          const std::string& in_strUri,
+                          const std::string& in_strTransport)
+{
+    CallLegInfo leg;
+    leg.setParameter("sip.out.requestUri", in_strUri);
+    leg.setParameter("sip.out.transport", in_strTransport);
+    leg.setParameter("sip.out.from.uri", in_offer.getParameterOr("sip.in.from.uri", ""));
+    leg.addRtpSendReceiveParameters(0);
+    return leg;
+}
+
 /// What a leg says wins over what the transferring party asks for.
 void setHeader(CallLegInfo& io_leg, const std::string& in_strName, const std::string& in_strValue)
 {
@@ -69,19 +82,32 @@ void GatewayCall::transferRequested(CallEnd& io_asking, const CallLegInfo& in_le
     offer.setParameter("sip.in.from.displayName", "");
     offer.setParameter("sip.in.to.displayName", "");
     const std::shared_ptr<const Route> pRoute = m_owner.findRoute(offer);
-    if (pRoute == nullptr)
+    const std::string strTransport =
+        referTo.hasReplaces() ? m_owner.getTransportToSelf(referTo.m_strUri) : std::string();
+    std::vector<CallLegInfo> vLegs;
+    if (!strTransport.empty())
+    {
+        // The party has consulted another through this gateway: only here is the call known that it names.
+        vLegs.push_back(makeLegToSelf(offer, referTo.m_strUri, strTransport));
+    }
+    if (pRoute != nullptr && pRoute->hasLegs())
+    {
+        const std::vector<CallLegInfo> vRouted = pRoute->makeLegs(offer);
+        vLegs.insert(vLegs.end(), vRouted.begin(), vRouted.end());
+    }
+    if (pRoute == nullptr && vLegs.empty())
     {
         refuse("no route", eINVALID_NUMBER_FAILURE);
         return;
     }
-    QLOG_INFO(m_logger, "transfer to " << referTo.m_strUri << ": route " << pRoute->getName());
+    const std::string strRoute = pRoute != nullptr ? pRoute->getName() : "";
+    QLOG_INFO(m_logger, "transfer to " << referTo.m_strUri << ": route " << strRoute);
     m_transfer = Transfer{pOther != nullptr ? &io_asking : nullptr, &io_asking, nullptr, pRoute};
-    if (!pRoute->hasLegs())
+    if (vLegs.empty())
     {
         transferToService();
         return;
     }
-    std::vector<CallLegInfo> vLegs = pRoute->makeLegs(offer);
     for (CallLegInfo& leg : vLegs)
     {
         for (const auto& [strName, strValue] : referTo.m_vHeaders)
@@ -91,7 +117,7 @@ void GatewayCall::transferRequested(CallEnd& io_asking, const CallLegInfo& in_le
         const std::string strReferredBy = in_leg.getParameterOr("sip.in.referredBy.uri", "");
         setHeader(leg, "Referred-By", strReferredBy.empty() ? "" : '<' + strReferredBy + '>');
     }
-    m_transfer->m_pParty = callParty(std::move(vLegs), pRoute->getName());
+    m_transfer->m_pParty = callParty(std::move(vLegs), strRoute);
     if (m_transfer->m_pParty == nullptr)
     {
         transferFailed(eUNAVAILABLE_FAILURE);

@@ -177,6 +177,7 @@ bool Host::start(std::string& out_strError)
     m_engine.setOutLegEngine(
         m_pNetIf.get(),
         static_cast<unsigned int>(m_hConfig->getIntegerOr("quorvex.sip.getHostByNameTimeoutMs", 250)));
+    m_engine.setListenAddresses(ListenAddresses(*m_hConfig));
     m_engine.start();
     m_metrics.addSource(m_engine);
     m_metrics.addSource(m_mediaMetrics);

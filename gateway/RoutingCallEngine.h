@@ -13,6 +13,7 @@
 #include "CallJournal.h"
 #include "EngineLoop.h"
 #include "GatewayCall.h"
+#include "ListenAddresses.h"
 #include "Route.h"
 #include "infra/Logger.h"
 #include "media/MediaStatistics.h"
@@ -49,6 +50,9 @@ public:
         m_pOutLegEngine = in_pOutLegEngine;
         m_uiResolveMs = in_uiResolveMs;
     }
+
+    /// Where the gateway itself is called. Before start().
+    void setListenAddresses(ListenAddresses in_addresses) { m_listenAddresses = std::move(in_addresses); }
 
     void start();
     /// Records what calls are left and ends the thread; the network interface has ended before. Repeatable.
@@ -93,6 +97,10 @@ private:
 
     std::optional<OutboundParty::Context> getOutbound() override;
     std::shared_ptr<const Route> findRoute(const CallLegInfo& in_leg) const override;
+    std::string getTransportToSelf(const std::string& in_strUri) const override
+    {
+        return m_listenAddresses.getTransportTo(in_strUri);
+    }
     void legOpened(const std::string& in_strCallId, unsigned int in_uiLeg) override;
     void legEnded(CallRecord in_record, bool in_bHadMedia) override;
     void partyGone(std::uint64_t in_ulNumber) override;
@@ -108,6 +116,7 @@ private:
     EngineLoop::Job m_drainedHandler;
     OutLegEngine* m_pOutLegEngine = nullptr;
     unsigned int m_uiResolveMs = 250;
+    ListenAddresses m_listenAddresses;
     EngineLoop m_loop;
     // The loop's own.
     CallJournal m_journal{m_loop};

@@ -373,6 +373,40 @@ def headers_of_a_refer_to(build):
         stage.finish(a=("remote", 200), b=("remote", 200), c=("local", 200))
 
 
+def who_has_consulted_another_joins_the_two(build):
+    """A talks to B, calls C for advice, and joins them: the INVITE with Replaces takes the place of A's second call."""
+    for answers in (True, False):
+        with Stage(build) as stage, Caller(stage.gateway.port, "c") as second, RtpSocket() as rtp:
+            second.invite(sdp("127.0.0.1", rtp.port))
+            stage.answer("c")
+            answer = second.expect(200, skip=(100, 180))
+            second.ack(answer)
+            tags = [header.split("tag=")[1] for header in (second.to_header, second.from_header)]
+            if not answers:
+                tags[0] = "another"
+            replaces = urllib.parse.quote(f"{second.call_id};to-tag={tags[0]};from-tag={tags[1]}", safe="")
+            check(stage.refer("a", f"{second.target}?Replaces={replaces}") == 202, "refused")
+            if not answers:
+                stage.notified("a", 100, 481)
+                stage.talk("a", "b")
+                stage.bye("a")
+                stage.bye_comes("b")
+            else:
+                stage.notified("a", 100, 200)
+                second.answer(second.expect("BYE"), 200, "OK")
+                stage.bye("a")
+                stage.talk("b", "c")
+                stage.bye("b")
+            if not answers:
+                second.send("BYE")
+                second.expect(200)
+            stage.bye_comes("c")
+            stage.gateway.stop()
+            check(len(stage.gateway.records()) == 5, f"{stage.gateway.records()}")
+            stage.gateway.check_accounts_are_zero()
+            stage.gateway.check_log_is_clean()
+
+
 def hold_and_resume_while_the_other_stays_up(build):
     with Stage(build) as stage:
         for holds, stays in (("a", "b"), ("b", "a")):
@@ -459,6 +493,7 @@ def many_transfers(build):
 TESTS = [either_party_transfers_the_other, who_asked_leaves_by_itself, a_failed_transfer_brings_the_parties_back_together,
          refers_that_cannot_be, one_transfer_at_a_time, parties_that_leave_while_the_new_one_rings,
          a_service_makes_way_for_a_party, an_operator_transfers, headers_of_a_refer_to,
+         who_has_consulted_another_joins_the_two,
          hold_and_resume_while_the_other_stays_up, a_stop_in_the_middle_of_a_transfer, many_transfers]
 
 if __name__ == "__main__":
