@@ -126,8 +126,9 @@ bool Host::prepare(std::string& out_strError)
         const std::string strReason = whyNotWritable(strFile);
         if (!strReason.empty())
         {
-            out_strError = m_options.m_strConfigFile + ": " + szKey + ": " + strFile +
-                           " cannot be written: " + strReason;
+            out_strError = m_options.m_strConfigFile;
+            out_strError.append(": ").append(szKey).append(": ").append(strFile);
+            out_strError.append(" cannot be written: ").append(strReason);
             return false;
         }
     }

@@ -222,8 +222,8 @@ void RtpEndpoint::receiveSound(const RtpPacket& in_packet, std::int64_t in_i64No
     }
     if (m_pJitterBuffer != nullptr || m_pAnalysis != nullptr || m_pRecorder != nullptr)
     {
-        std::array<std::int16_t, MAX_SAMPLES>
-            samples;  // NOLINT(cppcoreguidelines-pro-type-member-init): filled at once
+        // NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init): filled before it is read
+        std::array<std::int16_t, MAX_SAMPLES> samples;
         G711::decode(G711::lawOf(in_packet.m_ui8PayloadType),
                      in_packet.m_pPayload,
                      in_packet.m_uiPayloadSize,

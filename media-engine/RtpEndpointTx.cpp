@@ -26,8 +26,8 @@ void RtpEndpoint::sendRtcp(bool in_bBye, std::int64_t in_i64Now)
     {
         return;
     }
-    std::array<std::uint8_t, RtcpWriter::MAX_SIZE>
-        data;  // NOLINT(cppcoreguidelines-pro-type-member-init): filled at once
+    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init): filled before it is read
+    std::array<std::uint8_t, RtcpWriter::MAX_SIZE> data;
     const std::size_t uiSize =
         m_pRtcp->write(data.data(), m_txStream, m_statistics, m_thread.getSourceName(), in_bBye, in_i64Now);
     std::memcpy(
@@ -123,8 +123,8 @@ void RtpEndpoint::sendSound(TxStream::Numbers in_numbers,
     }
     if (m_pRecorder != nullptr)
     {
-        std::array<std::int16_t, MAX_SAMPLES>
-            samples;  // NOLINT(cppcoreguidelines-pro-type-member-init): filled at once
+        // NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init): filled before it is read
+        std::array<std::int16_t, MAX_SAMPLES> samples;
         G711::decode(G711::lawOf(in_uiPayloadType), in_pPayload, in_uiSize, samples.data());
         m_pRecorder->write(Recorder::SENT, in_numbers.m_ui32Timestamp, samples.data(), in_uiSize, in_i64Now);
     }
@@ -151,8 +151,8 @@ void RtpEndpoint::sendEvent(TxStream::Numbers in_numbers,
 void RtpEndpoint::onClock(std::int64_t in_i64Now)
 {
     const unsigned uiSamples = m_tx.m_config.m_uiPacketSizeMs * SAMPLES_PER_MS;
-    std::array<std::int16_t, MAX_SAMPLES>
-        samples;  // NOLINT(cppcoreguidelines-pro-type-member-init): filled at once
+    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init): filled before it is read
+    std::array<std::int16_t, MAX_SAMPLES> samples;
     if (m_pTones != nullptr)
     {
         if (!m_pTones->read(samples.data(), uiSamples))
@@ -162,8 +162,8 @@ void RtpEndpoint::onClock(std::int64_t in_i64Now)
     }
     else if (!m_plan.m_vMix.empty())
     {
-        std::array<std::int32_t, MAX_SAMPLES>
-            sum;  // NOLINT(cppcoreguidelines-pro-type-member-init): filled at once
+        // NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init): filled before it is read
+        std::array<std::int32_t, MAX_SAMPLES> sum;
         std::fill_n(sum.data(), uiSamples, 0);
         for (std::size_t i = 0; i < m_plan.m_vMix.size(); ++i)
         {
@@ -192,8 +192,8 @@ void RtpEndpoint::onClock(std::int64_t in_i64Now)
         return;
     }
     const unsigned uiPayloadType = m_tx.m_config.m_ui8PayloadType;
-    std::array<std::uint8_t, MAX_SAMPLES>
-        codes;  // NOLINT(cppcoreguidelines-pro-type-member-init): filled at once
+    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init): filled before it is read
+    std::array<std::uint8_t, MAX_SAMPLES> codes;
     G711::encode(G711::lawOf(uiPayloadType), samples.data(), uiSamples, codes.data());
     const TxStream::Numbers numbers = m_txStream.clocked(uiSamples, in_i64Now);
     sendSound(numbers, numbers.m_bMarker, uiPayloadType, codes.data(), uiSamples, in_i64Now);

@@ -20,6 +20,7 @@ bool TransferNotifiable::transferAccepted(RingType /*in_ringType*/)
 {
     return false;
 }
+// NOLINTNEXTLINE(performance-unnecessary-value-param): the interface hands failures over by value
 bool TransferNotifiable::transferFailure(ConnectionFailureType /*in_failure*/)
 {
     return false;
@@ -38,6 +39,7 @@ bool CallLeg::inviteAccepted(RingType /*in_ringType*/)
 {
     return false;
 }
+// NOLINTNEXTLINE(performance-unnecessary-value-param): the interface hands failures over by value
 bool CallLeg::inviteRejected(ConnectionFailureType /*in_failure*/)
 {
     return false;
@@ -46,6 +48,7 @@ bool CallLeg::remoteConnected(Call::ConnectionType /*in_connectionType*/)
 {
     return false;
 }
+// NOLINTNEXTLINE(performance-unnecessary-value-param): the interface hands failures over by value
 bool CallLeg::remoteConnectionFailed(ConnectionFailureType /*in_failure*/)
 {
     return false;
@@ -68,6 +71,7 @@ bool OutCallLeg::inviteAccepted(RingType /*in_ringType*/)
     return QUORVEX_ASSERT_TEXT(logger(), false, "Not implemented : OutCallLeg::inviteAccepted");
 }
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): the interface hands failures over by value
 bool OutCallLeg::inviteRejected(ConnectionFailureType /*in_failure*/)
 {
     return QUORVEX_ASSERT_TEXT(logger(), false, "Not implemented : OutCallLeg::inviteRejected");
@@ -78,6 +82,7 @@ bool OutCallLeg::remoteConnected(Call::ConnectionType /*in_connectionType*/)
     return QUORVEX_ASSERT_TEXT(logger(), false, "Not implemented : OutCallLeg::remoteConnected");
 }
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): the interface hands failures over by value
 bool OutCallLeg::remoteConnectionFailed(ConnectionFailureType /*in_failure*/)
 {
     return QUORVEX_ASSERT_TEXT(logger(), false, "Not implemented : OutCallLeg::remoteConnectionFailed");

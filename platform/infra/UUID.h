@@ -21,7 +21,7 @@ public:
     friend bool operator==(const UUID&, const UUID&) = default;
 
 private:
-    std::array<std::uint8_t, 16> m_bytes;
+    std::array<std::uint8_t, 16> m_bytes{};
 };
 
 }  // namespace Quorvex

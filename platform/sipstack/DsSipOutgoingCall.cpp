@@ -39,7 +39,7 @@ DsHandle<DsSipOutgoingCall> DsSipOutgoingCall::create(
         throw DsException("the SIP stack is not running, or is stopping");
     }
     const auto agent = stack->getAgent();
-    const DsHandle<DsSipOutgoingCall> call(new DsSipOutgoingCall(in_hInvite, in_hInterface));
+    DsHandle<DsSipOutgoingCall> call(new DsSipOutgoingCall(in_hInvite, in_hInterface));
     call->m_pCore = std::make_shared<OutgoingCallCore>(*agent, in_pLogger);
     if (!agent->post([core = call->m_pCore, call] { core->begin(call); }))
     {

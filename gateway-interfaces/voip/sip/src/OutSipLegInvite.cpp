@@ -152,7 +152,7 @@ DsHandle<DsSipFromHeader> OutSipLeg::createFromHeader(const CallLegInfo& in_legI
                                     << " <-- is not valid for a sip From header.");
         return {};
     }
-    const auto hFrom = makeDs<DsSipFromHeader>(DsSipNameAddress(
+    auto hFrom = makeDs<DsSipFromHeader>(DsSipNameAddress(
         makeDs<DsSipURL>(strFrom), in_legInfo.getParameterOr("sip.out.from.displayName", std::string())));
     hFrom->setTag("qrvx-callid-" + std::string(in_szCallId) + "ds");
     return hFrom;
