@@ -41,6 +41,12 @@ void CallMetrics::ended(const CallRecord& in_record)
     }
 }
 
+void CallMetrics::transferEnded(bool in_bByParty, bool in_bDone)
+{
+    const std::lock_guard lock(m_mutex);
+    ++m_transfers[{in_bByParty, in_bDone}];
+}
+
 void CallMetrics::collect(MetricsPage& io_page)
 {
     {
@@ -58,6 +64,16 @@ void CallMetrics::collect(MetricsPage& io_page)
                     {"direction", toText(direction)},
                     {"status",    strStatus        },
                     {"ended_by",  toText(endedBy)  }
+            });
+        }
+        io_page.family(
+            "quorvex_transfers_total", "counter", "Transfers of calls, by who asked for them and outcome.");
+        for (const auto& [transfer, count] : m_transfers)
+        {
+            io_page.sample(count,
+                           {
+                               {"asked_by", transfer.first ? "party" : "operator"},
+                               {"outcome",  transfer.second ? "done" : "failed"  }
             });
         }
         io_page.counter("quorvex_streams_one_way_total",

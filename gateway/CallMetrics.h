@@ -4,6 +4,7 @@
 #include <map>
 #include <mutex>
 #include <tuple>
+#include <utility>
 
 #include "CallRecord.h"
 #include "Metrics.h"
@@ -16,6 +17,8 @@ class CallMetrics : public MetricsSource
 {
 public:
     void ended(const CallRecord& in_record);
+    /// A transfer has an outcome; whether a party asked for it (else an operator), and whether it succeeded.
+    void transferEnded(bool in_bByParty, bool in_bDone);
     void collect(MetricsPage& io_page) override;
 
 private:
@@ -24,6 +27,8 @@ private:
 
     std::mutex m_mutex;
     std::map<Outcome, std::uint64_t> m_outcomes;
+    /// By who asked and the outcome, as transferEnded() says them.
+    std::map<std::pair<bool, bool>, std::uint64_t> m_transfers;
     std::uint64_t m_ui64OneWay = 0;
     std::uint64_t m_ui64Silent = 0;
     Histogram m_answerSeconds{0.01, 0.05, 0.1, 0.5, 1, 2, 5, 10, 20, 30, 60, 120};

@@ -277,6 +277,7 @@ void GatewayCall::end(CallRecord::EndedBy in_endedBy)
     if (m_transfer.has_value())
     {
         const Transfer transfer = *std::exchange(m_transfer, std::nullopt);
+        m_owner.transferEnded(transfer.m_bByParty, false);
         if (transfer.m_pAsking != nullptr)
         {
             constexpr unsigned int kTerminated = 487;

@@ -59,6 +59,8 @@ public:
         virtual std::string getTransportToSelf(const std::string& in_strUri) const = 0;
         virtual void legOpened(const std::string& in_strCallId, unsigned int in_uiLeg) = 0;
         virtual void legEnded(CallRecord in_record, bool in_bHadMedia) = 0;
+        /// A transfer that a party, or else an operator, asked for has succeeded or failed.
+        virtual void transferEnded(bool in_bByParty, bool in_bDone) = 0;
         /// The call may be over; must not delete it at once.
         virtual void partyGone(std::uint64_t in_ulNumber) = 0;
     };
@@ -118,6 +120,7 @@ private:
         CallEnd* m_pLeaving = nullptr;
         /// Who asked and is told how it goes; null: an operator asked, or it has left already.
         CallEnd* m_pAsking = nullptr;
+        bool m_bByParty = false;
         /// The party that is called; null when a service takes the place.
         Party* m_pParty = nullptr;
         std::shared_ptr<const Route> m_pRoute;

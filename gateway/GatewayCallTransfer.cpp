@@ -58,6 +58,7 @@ void GatewayCall::transferRequested(CallEnd& io_asking, const CallLegInfo& in_le
                   "transfer to " << referTo.m_strUri << " refused (" << Sip::getResponseCode(in_failure)
                                  << "): " << in_szWhy);
         io_asking.transferFailed(in_failure);
+        m_owner.transferEnded(true, false);
     };
     if (m_state != CallState::ANSWERED || (&io_asking != m_pFirst && &io_asking != m_pSecond))
     {
@@ -102,7 +103,7 @@ void GatewayCall::transferRequested(CallEnd& io_asking, const CallLegInfo& in_le
     }
     const std::string strRoute = pRoute != nullptr ? pRoute->getName() : "";
     QLOG_INFO(m_logger, "transfer to " << referTo.m_strUri << ": route " << strRoute);
-    m_transfer = Transfer{pOther != nullptr ? &io_asking : nullptr, &io_asking, nullptr, pRoute};
+    m_transfer = Transfer{pOther != nullptr ? &io_asking : nullptr, &io_asking, true, nullptr, pRoute};
     if (vLegs.empty())
     {
         transferToService();
@@ -136,7 +137,7 @@ std::string GatewayCall::transfer(CallLegInfo in_leg)
     }
     QLOG_INFO(m_logger,
               "transfer to " << in_leg.getParameterOr("sip.out.requestUri", "") << " for an operator");
-    m_transfer = Transfer{m_pSecond, nullptr, nullptr, nullptr};
+    m_transfer = Transfer{m_pSecond, nullptr, false, nullptr, nullptr};
     m_transfer->m_pParty = callParty({std::move(in_leg)}, "api");
     if (m_transfer->m_pParty == nullptr)
     {
@@ -208,6 +209,7 @@ void GatewayCall::transferDone()
         hangupAfter(*pRoute);
     }
     QLOG_INFO(m_logger, "transferred");
+    m_owner.transferEnded(transfer.m_bByParty, true);
     if (transfer.m_pAsking != nullptr)
     {
         transfer.m_pAsking->transferSucceeded();
@@ -245,6 +247,7 @@ void GatewayCall::transferFailed(const ConnectionFailureType& in_failure)
     m_loop.cancel(m_transferTimer);
     const Transfer transfer = *std::exchange(m_transfer, std::nullopt);
     QLOG_INFO(m_logger, "transfer failed (" << Sip::getResponseCode(in_failure) << ')');
+    m_owner.transferEnded(transfer.m_bByParty, false);
     if (transfer.m_pAsking != nullptr)
     {
         transfer.m_pAsking->transferFailed(in_failure);

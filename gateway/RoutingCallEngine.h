@@ -103,6 +103,10 @@ private:
     }
     void legOpened(const std::string& in_strCallId, unsigned int in_uiLeg) override;
     void legEnded(CallRecord in_record, bool in_bHadMedia) override;
+    void transferEnded(bool in_bByParty, bool in_bDone) override
+    {
+        m_journal.getMetrics().transferEnded(in_bByParty, in_bDone);
+    }
     void partyGone(std::uint64_t in_ulNumber) override;
     void record(GatewayCall& io_call);
     std::shared_ptr<const RouteTable> routes() const;

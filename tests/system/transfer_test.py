@@ -183,6 +183,8 @@ def a_failed_transfer_brings_the_parties_back_together(build):
             stage.notified(who, 603)
             stage.ports.pop("c")
             stage.talk("a", "b")
+        metrics = stage.gateway.http("/metrics")[1]
+        check('quorvex_transfers_total{asked_by="party",outcome="failed"} 8' in metrics, "/metrics do not count 8 failures")
         stage.bye("a")
         stage.bye_comes("b")
         stage.finish(a=("remote", 200), b=("local", 200), c=("remote", 603))
