@@ -388,10 +388,7 @@ void GatewayCall::ringing(Party& io_party, RingType in_ringType)
 {
     if (isTransferTo(io_party))
     {
-        if (m_transfer->m_pAsking != nullptr)
-        {
-            m_transfer->m_pAsking->transferAccepted(in_ringType);
-        }
+        transferAlerting(in_ringType);
         return;
     }
     if (in_ringType == eRING_WITH_EARLY_MEDIA && m_state == CallState::RINGING)
@@ -412,7 +409,11 @@ void GatewayCall::ringing(Party& io_party, RingType in_ringType)
 
 void GatewayCall::earlyMedia(Party& io_party)
 {
-    if (m_pCaller != nullptr && m_pSecond == &io_party)
+    if (isTransferTo(io_party))
+    {
+        transferAlerting(eRING_WITH_EARLY_MEDIA);
+    }
+    else if (m_pCaller != nullptr && m_pSecond == &io_party)
     {
         m_pCaller->startEarlyMedia();
     }

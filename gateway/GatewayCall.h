@@ -121,6 +121,8 @@ private:
         /// Who asked and is told how it goes; null: an operator asked, or it has left already.
         CallEnd* m_pAsking = nullptr;
         bool m_bByParty = false;
+        /// Whether it has been told that the new party is alerted.
+        bool m_bAlerted = false;
         /// The party that is called; null when a service takes the place.
         Party* m_pParty = nullptr;
         std::shared_ptr<const Route> m_pRoute;
@@ -151,6 +153,7 @@ private:
     void failed(Party& io_party, const ConnectionFailureType& in_failure);
 
     void transferRequested(CallEnd& io_asking, const CallLegInfo& in_leg);
+    void transferAlerting(RingType in_ringType);
     void transferToService();
     void transferDone();
     void transferFailed(const ConnectionFailureType& in_failure);

@@ -103,7 +103,7 @@ void GatewayCall::transferRequested(CallEnd& io_asking, const CallLegInfo& in_le
     }
     const std::string strRoute = pRoute != nullptr ? pRoute->getName() : "";
     QLOG_INFO(m_logger, "transfer to " << referTo.m_strUri << ": route " << strRoute);
-    m_transfer = Transfer{pOther != nullptr ? &io_asking : nullptr, &io_asking, true, nullptr, pRoute};
+    m_transfer = Transfer{pOther != nullptr ? &io_asking : nullptr, &io_asking, true, false, nullptr, pRoute};
     if (vLegs.empty())
     {
         transferToService();
@@ -137,7 +137,7 @@ std::string GatewayCall::transfer(CallLegInfo in_leg)
     }
     QLOG_INFO(m_logger,
               "transfer to " << in_leg.getParameterOr("sip.out.requestUri", "") << " for an operator");
-    m_transfer = Transfer{m_pSecond, nullptr, false, nullptr, nullptr};
+    m_transfer = Transfer{m_pSecond, nullptr, false, false, nullptr, nullptr};
     m_transfer->m_pParty = callParty({std::move(in_leg)}, "api");
     if (m_transfer->m_pParty == nullptr)
     {
@@ -145,6 +145,14 @@ std::string GatewayCall::transfer(CallLegInfo in_leg)
         return "There is no network interface that places calls.";
     }
     return "";
+}
+
+void GatewayCall::transferAlerting(RingType in_ringType)
+{
+    if (!std::exchange(m_transfer->m_bAlerted, true) && m_transfer->m_pAsking != nullptr)
+    {
+        m_transfer->m_pAsking->transferAccepted(in_ringType);
+    }
 }
 
 void GatewayCall::transferToService()
@@ -172,7 +180,7 @@ void GatewayCall::transferToService()
     }
     if (route.getRinging() != Route::Ringing::NONE)
     {
-        m_transfer->m_pAsking->transferAccepted(eRING_WITHOUT_EARLY_MEDIA);
+        transferAlerting(eRING_WITHOUT_EARLY_MEDIA);
     }
     if (route.getService() != Route::Service::RING)
     {
