@@ -16,7 +16,7 @@ ACE_Time_Value toTimeValue(TimerQueue::Clock::time_point in_time)
 TimerQueue::Clock::duration toDelay(const ACE_Time_Value& in_delay)
 {
     // Ten years are for ever, and far from the clock's end.
-    constexpr time_t kLongestS = 10 * 365 * 86400L;
+    constexpr time_t kLongestS = 10L * 365 * 86400;
     if (in_delay <= ACE_Time_Value::zero)
     {
         return TimerQueue::Clock::duration::zero();

@@ -118,6 +118,10 @@ private:
     int onReinvite(nta_incoming_t* in_pIrq, const sip_t* in_pSip);
     int onOtherRequest(nta_incoming_t* in_pIrq, const sip_t* in_pSip);
     void onReinviteOutcome(const sip_t* in_pSip);
+    // The answer is null when none came.
+    void endReinvite(const sip_t* in_pAnswer,
+                     const DsHandle<DsSipInviteMessage>& in_hInvite,
+                     const DsHandle<DsSipResponse>& in_hResponse);
     void onRequestOutcome(sip_method_t in_method, const sip_t* in_pSip);
     void finishReinvite();
     void answerBye(const DsHandle<DsSipResponse>& in_hResponse);

@@ -236,35 +236,44 @@ void DialogCore::onReinviteOutcome(const sip_t* in_pSip)
         m_retryTimer.start(m_agent.thread(), wait, [this, invite] { sendReinvite(invite); });
         return;
     }
+    const bool owned = m_pOwner != nullptr;
+    endReinvite(internal ? nullptr : in_pSip, invite, response);
+    if (owned && (status == 481 || status == 408))
+    {
+        lose("the far end does not know it any more, or has gone");
+    }
+}
+
+void DialogCore::endReinvite(const sip_t* in_pAnswer,
+                             const DsHandle<DsSipInviteMessage>& in_hInvite,
+                             const DsHandle<DsSipResponse>& in_hResponse)
+{
+    const bool accepted = in_pAnswer != nullptr && in_pAnswer->sip_status->st_status < 300;
     m_hOurReinvite = DsHandle<DsSipInviteMessage>();
     m_bOurReinvitePending = false;
     if (m_pOwner == nullptr)
     {
         return;
     }
-    if (status < 300)
+    if (accepted)
     {
-        agreeSession(in_pSip);
-        rememberSdp(DsHandle<DsSipMessage>(invite));
+        agreeSession(in_pAnswer);
+        rememberSdp(DsHandle<DsSipMessage>(in_hInvite));
     }
     if (std::exchange(m_bRefreshing, false))
     {
-        if (status < 300)
+        if (accepted)
         {
             sendAck(DsHandle<DsSipMessage>());
         }
     }
-    else if (internal)
+    else if (in_pAnswer == nullptr)
     {
-        m_pOwner->onDialogReinviteTimeOut(*this, invite);
+        m_pOwner->onDialogReinviteTimeOut(*this, in_hInvite);
     }
     else
     {
-        m_pOwner->onDialogReinviteResponse(*this, response);
-    }
-    if (status == 481 || status == 408)
-    {
-        lose("the far end does not know it any more, or has gone");
+        m_pOwner->onDialogReinviteResponse(*this, in_hResponse);
     }
 }
 
@@ -274,7 +283,7 @@ void DialogCore::onReinviteOutcome(const sip_t* in_pSip)
 std::string DialogCore::acceptSession(nta_incoming_t* in_pIrq)
 {
     msg_t* const msg = nta_incoming_getrequest(in_pIrq);
-    const std::string headers = m_session.accept(sip_object(msg), m_agent.config());
+    std::string headers = m_session.accept(sip_object(msg), m_agent.config());
     msg_destroy(msg);
     return headers;
 }

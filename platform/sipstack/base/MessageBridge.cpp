@@ -247,7 +247,7 @@ DsHandle<DsSipMessage> MessageBridge::fromRequest(nta_incoming_t* in_pIrq) const
 DsHandle<DsSipMessage> MessageBridge::fromAckOrCancel(nta_incoming_t* in_pIrq) const
 {
     msg_t* const msg = nta_incoming_getrequest_ackcancel(in_pIrq);
-    const auto message =
+    auto message =
         build(msg, msg == nullptr ? nullptr : tport_delivered_by(nta_agent_tports(m_agent.nta()), msg));
     msg_destroy(msg);
     return message;
@@ -256,7 +256,7 @@ DsHandle<DsSipMessage> MessageBridge::fromAckOrCancel(nta_incoming_t* in_pIrq) c
 DsHandle<DsSipMessage> MessageBridge::fromResponse(nta_outgoing_t* in_pOrq) const
 {
     msg_t* const msg = nta_outgoing_getresponse(in_pOrq);
-    const auto message =
+    auto message =
         build(msg, msg == nullptr ? nullptr : tport_delivered_by(nta_agent_tports(m_agent.nta()), msg));
     msg_destroy(msg);
     return message;

@@ -80,6 +80,28 @@ void OutgoingCallCore::begin(const DsHandle<DsSipOutgoingCall>& in_hCall)
         });
 }
 
+void OutgoingCallCore::openLeg()
+{
+    const auto& invite = m_hCall->getInvite();
+    m_strPort = m_agent.portFor(invite, m_strRoute);
+    m_strContact = m_agent.contactFor(m_strPort, m_strRoute);
+    m_uiSessionExpires = m_agent.config().m_uiSessionExpiresS;
+    std::string from = invite->getHeaderValue("From");
+    if (invite->getFromTag().empty())
+    {
+        from += ";tag=" + SipAgent::newTag();
+    }
+    const std::string to = invite->getHeaderValue("To");
+    const std::string callId = invite->getCallID();
+    m_pLeg = nta_leg_tcreate(m_agent.nta(),
+                             &LegHandler::callback,
+                             this,
+                             SIPTAG_FROM_STR(from.c_str()),
+                             SIPTAG_TO_STR(to.c_str()),
+                             TAG_IF(!callId.empty(), SIPTAG_CALL_ID_STR(callId.c_str())),
+                             TAG_END());
+}
+
 void OutgoingCallCore::send(const std::string& in_strRoute)
 {
     if (m_state != State::eResolving && m_state != State::eCalling)
@@ -97,23 +119,7 @@ void OutgoingCallCore::send(const std::string& in_strRoute)
     m_strRoute = in_strRoute;
     if (m_pLeg == nullptr)
     {
-        m_strPort = m_agent.portFor(invite, in_strRoute);
-        m_strContact = m_agent.contactFor(m_strPort, in_strRoute);
-        m_uiSessionExpires = m_agent.config().m_uiSessionExpiresS;
-        std::string from = invite->getHeaderValue("From");
-        if (invite->getFromTag().empty())
-        {
-            from += ";tag=" + SipAgent::newTag();
-        }
-        const std::string to = invite->getHeaderValue("To");
-        const std::string callId = invite->getCallID();
-        m_pLeg = nta_leg_tcreate(m_agent.nta(),
-                                 &LegHandler::callback,
-                                 this,
-                                 SIPTAG_FROM_STR(from.c_str()),
-                                 SIPTAG_TO_STR(to.c_str()),
-                                 TAG_IF(!callId.empty(), SIPTAG_CALL_ID_STR(callId.c_str())),
-                                 TAG_END());
+        openLeg();
     }
     m_pInvite = std::make_unique<ClientRequest>([this](const sip_t* in_pSip) { onResponse(in_pSip); });
     bool made = false;
@@ -301,8 +307,9 @@ void OutgoingCallCore::onSuccess(const sip_t* in_pSip, const DsHandle<DsSipRespo
     }
     if (m_bCancelled)
     {
-        m_cancelTimer.start(
-            m_agent.thread(), kCrossingGraceT1 * m_agent.config().m_uiT1Ms, [this] { hangup(); });
+        m_cancelTimer.start(m_agent.thread(),
+                            std::uint64_t{kCrossingGraceT1} * m_agent.config().m_uiT1Ms,
+                            [this] { hangup(); });
     }
     reports().succeeded(m_hCall, m_pDialog->getHandle(), in_hResponse);
 }

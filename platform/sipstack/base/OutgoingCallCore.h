@@ -49,6 +49,7 @@ private:
     };
 
     void send(const std::string& in_strRoute);
+    void openLeg();
     void onResponse(const sip_t* in_pSip);
     void onProvisional(const sip_t* in_pSip, const DsHandle<DsSipResponse>& in_hResponse);
     void onSuccess(const sip_t* in_pSip, const DsHandle<DsSipResponse>& in_hResponse);

@@ -241,6 +241,22 @@ bool VoipOutNamedState::process2XXResponseToInvite(const VoipEvent& in_event, st
     return true;
 }
 
+SipRedirectionTargetData::Ptr VoipOutNamedState::obtainTargetData(const CallInfo& in_callInfo)
+{
+    if (const auto* pLeg = dynamic_cast<const SipRedirectionLegInfo*>(&in_callInfo.getCurrentLeg());
+        pLeg != nullptr)
+    {
+        SipRedirectionTargetData::Ptr pTargetData = pLeg->getTargetData();
+        return pTargetData->updateFrom(in_callInfo) ? pTargetData : SipRedirectionTargetData::Ptr();
+    }
+    const DsHandle<DsSipInviteMessage> hInviteMsg = getOutSipLeg().getInitialInviteMsg();
+    if (!QUORVEX_ASSERT(getLogger(), !hInviteMsg.isNil()))
+    {
+        return {};
+    }
+    return SipRedirectionTargetData::Ptr(new SipRedirectionTargetData(hInviteMsg));
+}
+
 bool VoipOutNamedState::processRedirectEvent(const RedirectEvent& in_event, std::string& out_strStateName)
 {
     TRACE_SCOPE(getLogger(), "OutStateMachine::processRedirectEvent");
@@ -257,24 +273,10 @@ bool VoipOutNamedState::processRedirectEvent(const RedirectEvent& in_event, std:
     {
         return false;
     }
-    SipRedirectionTargetData::Ptr pTargetData;
-    if (const auto* pLeg = dynamic_cast<const SipRedirectionLegInfo*>(&pCallInfo->getCurrentLeg());
-        pLeg != nullptr)
+    const SipRedirectionTargetData::Ptr pTargetData = obtainTargetData(*pCallInfo);
+    if (pTargetData.isNull())
     {
-        pTargetData = pLeg->getTargetData();
-        if (!pTargetData->updateFrom(*pCallInfo))
-        {
-            return false;
-        }
-    }
-    else
-    {
-        const DsHandle<DsSipInviteMessage> hInviteMsg = getOutSipLeg().getInitialInviteMsg();
-        if (!QUORVEX_ASSERT(getLogger(), !hInviteMsg.isNil()))
-        {
-            return false;
-        }
-        pTargetData = SipRedirectionTargetData::Ptr(new SipRedirectionTargetData(hInviteMsg));
+        return false;
     }
     const DsHandle<DsSipResponse>& hRedirectResponse = in_event.getResponse();
     if (!QUORVEX_ASSERT(getLogger(), !hRedirectResponse.isNil()))

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "CallbackHelper.h"
+#include "SipRedirection.h"
 #include "VoipNamedState.h"
 #include "VoipStateMachine.h"
 #include "calleng/CallInfo.h"
@@ -99,6 +100,8 @@ protected:
     /// A 3xx: offers its targets to the call engine and ends this attempt. False when the response, or what
     /// is known of the call, does not allow it; the state then stays.
     bool processRedirectEvent(const RedirectEvent& in_event, std::string& out_strStateName);
+    // What was tried before, when this leg is a redirection itself; null, asserted, when nothing is known.
+    SipRedirectionTargetData::Ptr obtainTargetData(const CallInfo& in_callInfo);
     /// The failure with the status code of the event's response as its detail.
     ConnectionFailureType GetSipConnectionFailureType(const VoipEvent& in_event,
                                                       ConnectionFailureEnum in_failure) const;
