@@ -9,6 +9,7 @@
 #include <system_error>
 
 #include "CallControl.h"
+#include "ConsolePage.h"
 #include "HttpJson.h"
 #include "Metrics.h"
 #include "Text.h"
@@ -85,7 +86,7 @@ const char* sentenceOf(int in_iStatus)
         case 400:
             return "The request is not one of HTTP.";
         case 404:
-            return "There is no such page; /healthz, /metrics, /api/status, /api/calls and /api/drain are "
+            return "There is no such page; /, /healthz, /metrics, /api/status, /api/calls and /api/drain are "
                    "served.";
         case 413:
             return "The request's body is longer than 65536 bytes.";
@@ -290,6 +291,17 @@ void HttpServer::stop()
 void HttpServer::addRoutes()
 {
     httplib::Server& server = *m_pServer;
+    Methods console;
+    console.m_get = [](const Request&, Response& out_response)
+    {
+        // What calls carry is shown as text; the policy keeps it from loading anything from elsewhere.
+        out_response.set_header("Content-Security-Policy",
+                                "default-src 'none'; connect-src 'self'; img-src data:; style-src "
+                                "'unsafe-inline'; script-src 'unsafe-inline'; frame-ancestors 'none'");
+        out_response.set_content(kConsolePage, "text/html; charset=utf-8");
+    };
+    serve(server, "/", console);
+
     Methods healthz;
     healthz.m_get = [this](const Request&, Response& out_response)
     {

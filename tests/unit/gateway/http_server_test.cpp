@@ -233,7 +233,7 @@ TEST_F(HttpServerTest, WrongRequestsGetOneSentenceAndReachNobody)
         int m_iStatus;
         std::string m_strHolds;
     } cases[] = {
-        {"GET", "/",                       "",   404,                                                                            "/api/calls"},
+        {"GET", "/x",                      "",   404,                                                                            "/api/calls"},
         {"GET", "/api/calls/c1/info/more", "",   404,                                                                            "/api/calls"},
         {"GET", "/" + std::string(8000,    'a'), "",                                                                             414,          "too long"},
         {"POST",     "/healthz",                         "",               405,                                                                   "takes GET, not POST"                                                             },
