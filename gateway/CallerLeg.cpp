@@ -4,6 +4,7 @@
 
 #include "sip/Sip.h"
 #include "sip/SipFailure.h"
+#include "sipstack/DsSipResponse.h"
 
 namespace Quorvex
 {
@@ -96,6 +97,22 @@ void CallerLeg::disconnected()
     m_endedBy = CallRecord::EndedBy::REMOTE;
 }
 
+void CallerLeg::answeredFinally(unsigned int in_uiStatus, CallInInterface::Ending in_ending)
+{
+    if (in_uiStatus != 0 && in_uiStatus != m_uiStatus)
+    {
+        // The network interface has decided otherwise, or a verdict came too late.
+        m_uiStatus = in_uiStatus;
+        m_strReason = DsSipResponse::getDefaultReason(in_uiStatus);
+    }
+    // "Disconnected" alone does not say whether the caller or a failure has ended the leg.
+    if (m_endedBy == CallRecord::EndedBy::REMOTE && in_ending != CallInInterface::Ending::FAR_END)
+    {
+        m_endedBy = in_ending == CallInInterface::Ending::TIMEOUT ? CallRecord::EndedBy::TIMEOUT
+                                                                  : CallRecord::EndedBy::LOCAL;
+    }
+}
+
 void CallerLeg::release()
 {
     m_state = CallState::ENDING;
@@ -173,7 +190,7 @@ std::chrono::milliseconds CallerLeg::getAge() const
     return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - m_arrived);
 }
 
-CallRecord CallerLeg::record() const
+CallRecord CallerLeg::record(CallRecord::EndedBy in_silently) const
 {
     CallRecord record;
     record.m_strSipCallId = m_offer.getParameterOr("sip.in.header.Call-ID", "");
@@ -183,10 +200,13 @@ CallRecord CallerLeg::record() const
     record.m_ringing = m_ringing;
     record.m_answered = m_answered;
     record.m_ended = Clock::now();
-    // Let go without a word: the network interface is stopping.
-    record.m_endedBy = m_endedBy.value_or(CallRecord::EndedBy::STOP);
+    record.m_endedBy = m_endedBy.value_or(in_silently);
     record.m_uiStatus = m_uiStatus;
     record.m_strReason = m_strReason;
+    if (!m_endedBy.has_value() && m_strReason.empty() && in_silently == CallRecord::EndedBy::LOCAL)
+    {
+        record.m_strReason = "ended by the network interface";
+    }
     return record;
 }
 

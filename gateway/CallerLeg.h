@@ -52,6 +52,9 @@ public:
                 unsigned int in_uiStatus = 0);
     /// The caller has hung up, or its leg has failed.
     void disconnected();
+    /// What the INVITE was really answered with (0: nothing), and whether the caller kept silent for too
+    /// long.
+    void answeredFinally(unsigned int in_uiStatus, CallInInterface::Ending in_ending);
     /// The network interface has let go of the leg: it is deleted.
     void release();
 
@@ -69,8 +72,9 @@ public:
     bool hadMedia() const { return m_answered.has_value() || m_bEarlyMedia; }
     std::string getTo() const;
     std::chrono::milliseconds getAge() const;
-    /// Its own part of a record: parties, times and how it ended.
-    CallRecord record() const;
+    /// Its own part of a record: parties, times and how it ended. A leg that was let go without a word has
+    /// been ended as `in_silently` says.
+    CallRecord record(CallRecord::EndedBy in_silently) const;
 
 private:
     std::unique_ptr<InCallLeg> m_pLeg;

@@ -8,6 +8,7 @@
 #include "media/CTBusTonePlayerFactory.h"
 #include "sip/Sip.h"
 #include "sip/SipFailure.h"
+#include "sipstack/DsSipResponse.h"
 
 namespace Quorvex
 {
@@ -340,7 +341,9 @@ void GatewayCall::ended(CallEnd& in_end)
 CallRecord GatewayCall::released()
 {
     const bool bWordless = m_pCaller->getState() != CallState::ENDING;
-    CallRecord record = m_pCaller->record();
+    // Let go without a word: by a stop, or for something that the network interface could not accept.
+    CallRecord record =
+        m_pCaller->record(m_owner.takesCalls() ? CallRecord::EndedBy::LOCAL : CallRecord::EndedBy::STOP);
     m_pCaller->release();
     if (bWordless)
     {
@@ -488,6 +491,14 @@ void GatewayCall::infoReceived(const std::vector<Parameter>& in_vParameters)
     if (CallEnd* pOther = otherEnd(*m_pCaller))
     {
         static_cast<void>(pOther->sendInfo(in_vParameters));
+    }
+}
+
+void GatewayCall::answeredFinally(unsigned int in_uiStatus, CallInInterface::Ending in_ending)
+{
+    if (m_pCaller != nullptr)
+    {
+        m_pCaller->answeredFinally(in_uiStatus, in_ending);
     }
 }
 

@@ -86,6 +86,8 @@ public:
     void infoReceived(const std::vector<Parameter>& in_vParameters);
     /// The caller, or a failure, has ended the caller's leg.
     void disconnected();
+    /// What the caller was really answered with (0: nothing), and who ended its leg.
+    void answeredFinally(unsigned int in_uiStatus, CallInInterface::Ending in_ending);
     /// The network interface has let go of the caller's leg: what there is to record of it.
     CallRecord released();
 

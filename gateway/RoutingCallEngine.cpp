@@ -63,6 +63,12 @@ public:
                     { io_call.infoReceived(parameters); });
     }
 
+    void ended(unsigned int in_uiStatus, Ending in_ending) override
+    {
+        post([in_uiStatus, in_ending](GatewayCall& io_call)
+             { io_call.answeredFinally(in_uiStatus, in_ending); });
+    }
+
 private:
     template <class CallJob>
     bool post(CallJob in_job)
@@ -240,7 +246,7 @@ void RoutingCallEngine::partyGone(std::uint64_t in_ulNumber)
 
 CommandResult RoutingCallEngine::placeCall(CallLegInfo in_leg, std::shared_ptr<const Route> in_pRoute)
 {
-    if (in_leg.getParameterOr("sip.out.requestUri", "").empty())
+    if (!in_leg.getParameterOr("sip.out.requestUri", "").starts_with("sip:"))
     {
         return {CommandResult::BAD_REQUEST, "The leg says no \"sip.out.requestUri\"; a SIP URI is expected."};
     }

@@ -104,6 +104,14 @@ public:
 class CallInInterface : public virtual Object
 {
 public:
+    /// Who has ended a call.
+    enum class Ending
+    {
+        FAR_END,   ///< the caller, by BYE or CANCEL
+        NEAR_END,  ///< this side: the call engine, a stop, or something that the network interface refused
+        TIMEOUT    ///< nobody: something that was waited for never came
+    };
+
     /// A call is offered. False refuses it at once.
     virtual bool invite(const CallLegInfo& in_leg) = 0;
     /// The far end asks to be transferred to "sip.in.referTo". False when that cannot even be tried.
@@ -112,6 +120,9 @@ public:
     virtual void disconnected() = 0;
     /// An INFO request came: its unknown headers, "Content-Type" and "body". False when it is not wanted.
     virtual bool infoReceived(const std::vector<Parameter>& in_vParameters) = 0;
+    /// The call is over: the SIP status that its INVITE was answered with finally (0: none), and who ended
+    /// it. The last word, but for a call that was never taken. Does nothing by default.
+    virtual void ended(unsigned int in_uiStatus, Ending in_ending);
 };
 
 /// The call engine's side of a call that is placed.

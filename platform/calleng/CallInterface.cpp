@@ -88,6 +88,10 @@ bool OutCallLeg::remoteConnectionFailed(ConnectionFailureType /*in_failure*/)
     return QUORVEX_ASSERT_TEXT(logger(), false, "Not implemented : OutCallLeg::remoteConnectionFailed");
 }
 
+void CallInInterface::ended(unsigned int /*in_uiStatus*/, Ending /*in_ending*/)
+{
+}
+
 bool OutCallLeg::invite(const CallInfo& /*in_callInfo*/)
 {
     return false;

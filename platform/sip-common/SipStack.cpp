@@ -104,6 +104,15 @@ void SipStack::drain()
     }
 }
 
+void SipStack::refuseUnanswered()
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    if (m_pStack)
+    {
+        m_pStack->refuseUnanswered();
+    }
+}
+
 bool SipStack::getStatistics(DsSipStackStatistics& out_statistics) const
 {
     const std::lock_guard<std::mutex> lock(m_mutex);

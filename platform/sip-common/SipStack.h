@@ -76,6 +76,8 @@ public:
 
     /// No new calls in either direction from here on.
     void drain();
+    /// As DsSipStack::refuseUnanswered().
+    void refuseUnanswered();
 
     std::size_t getNumListenPorts() const { return m_vListenPorts.size(); }
     /// In their configured order.

@@ -52,6 +52,11 @@ DsHandle<DsSipDialog> DsSipIncomingCall::getDialog() const
     return m_pCore ? m_pCore->getDialog() : DsHandle<DsSipDialog>();
 }
 
+unsigned int DsSipIncomingCall::getFinalStatus() const
+{
+    return m_pCore ? m_pCore->getFinalStatus() : 0;
+}
+
 DsHandle<DsSipDialog> DsSipIncomingCall::dialog() const
 {
     auto dialog = core().getDialog();

@@ -39,6 +39,10 @@ public:
     /// Never nil after called().
     DsHandle<DsSipDialog> getDialog() const override;
 
+    /// The status of the INVITE's final response, whether the user or the stack has chosen it; 0 while there
+    /// is none. Any thread.
+    unsigned int getFinalStatus() const;
+
     /// Answers the pending re-INVITE; as DsSipDialog::respondToReinvite() on the call's dialog.
     void respondToReinvite(const DsHandle<DsSipResponse>& in_hResponse);
 

@@ -77,6 +77,14 @@ void DsSipStack::drain()
     }
 }
 
+void DsSipStack::refuseUnanswered()
+{
+    if (m_pAgent)
+    {
+        m_pAgent->refuseUnanswered();
+    }
+}
+
 void DsSipStack::stop(unsigned int in_uiTimeoutMs)
 {
     if (m_bRunning)

@@ -100,6 +100,10 @@ public:
     /// on.
     void drain();
 
+    /// Refuses with 503 every inbound INVITE that has neither a final response nor one on its way; each call
+    /// gets its closing report.
+    void refuseUnanswered();
+
     /// Drains, ends what is left (every call gets its closing report), waits until the last transactions are
     /// answered or `in_uiTimeoutMs` have passed, closes the ports and ends the thread. Repeatable.
     void stop(unsigned int in_uiTimeoutMs = 2000);

@@ -25,6 +25,8 @@ public:
 
     /// Ends the call in order, as its user's hangup() would; the stack is stopping.
     virtual void shutdown() = 0;
+    /// Refuses an inbound INVITE that its user leaves unanswered (503); nothing to any other call.
+    virtual void refuseUnanswered() {}
     /// Ends the call at once, without waiting for anybody.
     virtual void abort() = 0;
 

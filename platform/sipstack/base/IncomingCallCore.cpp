@@ -97,7 +97,8 @@ void IncomingCallCore::postAnswer(const DsHandle<DsSipResponse>& in_hResponse, b
     {
         throw DsException("the call is over");
     }
-    if (status >= 200 ? m_bFinalAsked.exchange(true) : m_bFinalAsked.load())
+    unsigned int uiAsked = m_uiFinalAsked.load();
+    if (uiAsked != 0 || (status >= 200 && !m_uiFinalAsked.compare_exchange_strong(uiAsked, status)))
     {
         throw DsException("the INVITE has its final response already");
     }
@@ -106,9 +107,16 @@ void IncomingCallCore::postAnswer(const DsHandle<DsSipResponse>& in_hResponse, b
         { self->answer(in_hResponse, in_bReliable); });
 }
 
+unsigned int IncomingCallCore::getFinalStatus() const
+{
+    const unsigned int uiSent = m_uiFinalSent.load();
+    return uiSent != 0 ? uiSent : m_uiFinalAsked.load();
+}
+
 void IncomingCallCore::postHangup()
 {
-    m_bFinalAsked = true;
+    unsigned int uiNone = 0;
+    m_uiFinalAsked.compare_exchange_strong(uiNone, 480);
     if (const auto agent = m_pAgent.lock())
     {
         agent->post([self = std::static_pointer_cast<IncomingCallCore>(shared_from_this())]
@@ -138,6 +146,10 @@ void IncomingCallCore::answer(const DsHandle<DsSipResponse>& in_hResponse, bool 
     if (status > 100 && status < 300)
     {
         m_pDialog->rememberSdp(in_hResponse);
+    }
+    if (status >= 200)
+    {
+        m_uiFinalSent = status;
     }
     MessageBridge::reply(m_pIrq,
                          in_hResponse,
@@ -256,7 +268,7 @@ void IncomingCallCore::onCancel()
     }
     const auto cancel = m_agent.bridge().fromAckOrCancel(m_pIrq);
     m_bOver = true;
-    nta_incoming_treply(m_pIrq, SIP_487_REQUEST_CANCELLED, TAG_END());
+    replyFinally(SIP_487_REQUEST_CANCELLED);
     reports().terminated(m_hCall, cancel);
     close();
 }
@@ -277,6 +289,7 @@ void IncomingCallCore::onInviteTimeOut()
         // No PRACK: the base library answers 503 as soon as this returns.
         QLOG_INFO(s_logger, "call " << m_pDialog->getCallId() << " is ended: no PRACK");
         m_bOver = true;
+        m_uiFinalSent = 503;
         m_timer.start(m_agent.thread(), 0, [this] { close(); });
     }
 }
@@ -307,8 +320,14 @@ void IncomingCallCore::hangup()
 void IncomingCallCore::refuse(int in_iStatus, const char* in_szPhrase)
 {
     const auto self = shared_from_this();
-    nta_incoming_treply(m_pIrq, in_iStatus, in_szPhrase, TAG_END());
+    replyFinally(in_iStatus, in_szPhrase);
     close();
+}
+
+void IncomingCallCore::replyFinally(int in_iStatus, const char* in_szPhrase)
+{
+    m_uiFinalSent = static_cast<unsigned int>(in_iStatus);
+    nta_incoming_treply(m_pIrq, in_iStatus, in_szPhrase, TAG_END());
 }
 
 void IncomingCallCore::report(const DsHandle<DsSipMessage>& in_hMessage)
@@ -362,12 +381,21 @@ void IncomingCallCore::shutdown()
     }
 }
 
+void IncomingCallCore::refuseUnanswered()
+{
+    if (m_state == State::eProceeding && m_uiFinalAsked.load() == 0)
+    {
+        m_uiFinalAsked = 503;
+        refuse(SIP_503_SERVICE_UNAVAILABLE);
+    }
+}
+
 void IncomingCallCore::abort()
 {
     const auto self = shared_from_this();
     if (m_state == State::eProceeding)
     {
-        nta_incoming_treply(m_pIrq, SIP_503_SERVICE_UNAVAILABLE, TAG_END());
+        replyFinally(SIP_503_SERVICE_UNAVAILABLE);
     }
     close();
 }

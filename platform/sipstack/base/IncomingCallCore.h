@@ -31,8 +31,10 @@ public:
     void postAnswer(const DsHandle<DsSipResponse>& in_hResponse, bool in_bReliable);
     void postHangup();
     DsHandle<DsSipDialog> getDialog() const;
+    unsigned int getFinalStatus() const;
 
     void shutdown() override;
+    void refuseUnanswered() override;
     void abort() override;
 
 private:
@@ -56,6 +58,7 @@ private:
     void afterPrack();
     void hangup();
     void refuse(int in_iStatus, const char* in_szPhrase);
+    void replyFinally(int in_iStatus, const char* in_szPhrase);
     void report(const DsHandle<DsSipMessage>& in_hMessage);
     void close();
     DsSipIncomingCallinterface& reports() const;
@@ -109,8 +112,10 @@ private:
     DsHandle<DsSipResponse> m_hHeldAnswer;
 
     // Any thread: what the user has decided, ahead of what the stack has done.
-    std::atomic<bool> m_bFinalAsked{false};
+    std::atomic<unsigned int> m_uiFinalAsked{0};
     std::atomic<bool> m_bOver{false};
+    // What the stack has answered the INVITE with finally; 0 until then.
+    std::atomic<unsigned int> m_uiFinalSent{0};
 };
 
 }  // namespace Quorvex

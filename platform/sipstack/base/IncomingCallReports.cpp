@@ -27,8 +27,8 @@ void IncomingCallCore::onDialogBye(DialogCore& in_dialog, const DsHandle<DsSipMe
     if (m_state == State::eProceeding)
     {
         // A caller may end an early dialog with BYE; the INVITE is over with it (RFC 3261 15.1.2).
-        m_bFinalAsked = true;
-        nta_incoming_treply(m_pIrq, SIP_487_REQUEST_CANCELLED, TAG_END());
+        m_uiFinalAsked = 487;
+        replyFinally(SIP_487_REQUEST_CANCELLED);
         m_timer.stop();
         m_state = State::eEnding;
         reports().terminated(m_hCall, in_hBye);

@@ -201,6 +201,19 @@ void SipAgent::stop(unsigned int in_uiTimeoutMs)
     m_thread.join();
 }
 
+void SipAgent::refuseUnanswered()
+{
+    post(
+        [this]
+        {
+            const auto calls = m_calls;
+            for (const auto& [key, call] : calls)
+            {
+                call->refuseUnanswered();
+            }
+        });
+}
+
 void SipAgent::checkEmpty()
 {
     if (m_onEmpty && m_calls.empty() && m_serverTransactions.empty() && m_clientTransactions.empty())

@@ -39,6 +39,7 @@ public:
     // Any thread: the owner's.
     bool start(std::string& out_strError);
     void drain() { m_bDraining = true; }
+    void refuseUnanswered();
     void stop(unsigned int in_uiTimeoutMs);
     bool post(std::function<void()> in_job) { return m_thread.post(std::move(in_job)); }
     const DsSipStackConfig& config() const { return m_config; }

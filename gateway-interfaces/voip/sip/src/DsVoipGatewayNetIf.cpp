@@ -250,6 +250,8 @@ void DsVoipGatewayNetIf::handleMOCallStop()
     if (m_uiNumSMOutOfService != getNumActive())
     {
         stopAllStateMachines();
+        // Machines that wait in an early dialog send no final response themselves.
+        SipStack::instance()->refuseUnanswered();
         return;
     }
     QLOG_DEBUG(getLogger(), "All active state machines are already stopped.");

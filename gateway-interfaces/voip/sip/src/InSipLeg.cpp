@@ -321,6 +321,7 @@ DsHandle<DsSipResponse> InSipLeg::createRejection(unsigned int in_uiResponseCode
 bool InSipLeg::rejectIncomingCall(unsigned int in_uiResponseCode, const DsHandle<DsSipHeader>& in_hHeader)
 {
     TRACE_SCOPE(getLogger(), "InSipLeg::rejectIncomingCall");
+    m_bEndedHere = true;
     return createAndSend(
         std::string(),
         [&] { return createRejection(in_uiResponseCode, in_hHeader); },
@@ -341,6 +342,7 @@ DsHandle<DsSipHeader> InSipLeg::newCPDResultHeader(const std::string& in_strResu
 bool InSipLeg::hangup()
 {
     TRACE_SCOPE(getLogger(), "InSipLeg::hangup");
+    m_bEndedHere = true;
     if (!QUORVEX_ASSERT(getLogger(), !m_hInCall.isNil()))
     {
         return false;

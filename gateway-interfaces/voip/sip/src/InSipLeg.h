@@ -64,6 +64,12 @@ public:
     bool sendNotify(unsigned int in_uiResponseCode) override;
     bool sendInfoMsg(const std::vector<Parameter>& in_vParameters) override;
 
+    /// The status of the INVITE's final response, whoever chose it; 0 while there is none.
+    unsigned int getFinalStatus() const { return m_hInCall.isNil() ? 0 : m_hInCall->getFinalStatus(); }
+
+    /// Whether this side has refused or hung up the call.
+    bool isEndedHere() const { return m_bEndedHere; }
+
     /// The INVITE's Call-ID; valid as long as the leg.
     const char* getCallID() const;
 
@@ -105,6 +111,7 @@ private:
     std::string m_strToDisplayName;
     std::string m_strReferToURI;
     bool m_b183WithSDPSent = false;
+    bool m_bEndedHere = false;
     bool m_bDoNotSend180After183 = false;
     unsigned int m_uiOverride1XXWithSDP = 0;
 };

@@ -50,6 +50,7 @@ bool InStateMachine::initialize(TimerScheduler& in_timers, const CallIfPtr& in_p
     QLOG_TRACE(getLogger(), "InStateMachine::initialize");
     m_pCallIf = in_pCallIf;
     m_remoteConnectionType.invalidate();
+    m_bTimedOut = false;
     TimeoutStateMachine::initialize(&in_timers, this);
     // Empties the queue and cancels a running timer first.
     return goToInitialState(VoipEvent(EventType::eINVALID));
@@ -64,6 +65,25 @@ void InStateMachine::createInSipLeg(const DsHandle<DsSipIncomingCall>& in_hCall,
     pSipLeg->initialize();
     pSipLeg->callStart(getCallId());
     pSipLeg->getLogger().refreshLevel();
+}
+
+bool InStateMachine::processEvent(const VoipEvent& in_event)
+{
+    m_bTimedOut = m_bTimedOut || in_event.getType() == EventType::eTERMINATED_UPON_TIMEOUT;
+    return VoipStateMachine::processEvent(in_event);
+}
+
+void InStateMachine::done()
+{
+    const auto* pSipLeg = dynamic_cast<const InSipLeg*>(getSipLeg());
+    if (pSipLeg != nullptr && !m_pCallIf.isNull())
+    {
+        m_pCallIf->ended(pSipLeg->getFinalStatus(),
+                         pSipLeg->isEndedHere() ? CallInInterface::Ending::NEAR_END
+                         : m_bTimedOut          ? CallInInterface::Ending::TIMEOUT
+                                                : CallInInterface::Ending::FAR_END);
+    }
+    VoipStateMachine::done();
 }
 
 InSipLeg* InStateMachine::newInSipLeg(const DsHandle<DsSipIncomingCall>& in_hCall,

@@ -42,6 +42,12 @@ public:
     void createInSipLeg(const DsHandle<DsSipIncomingCall>& in_hCall,
                         const DsHandle<DsSipInviteMessage>& in_hInvite);
 
+    /// Notes a time-out, then handles the event.
+    bool processEvent(const VoipEvent& in_event) override;
+
+    /// Tells the call engine how the INVITE was answered, then ends the call. Repeatable.
+    void done() override;
+
     /// How the far end was connected, from the call engine's word until our 200 says it.
     Fallible<Call::ConnectionType>& getRemoteConnectionType() { return m_remoteConnectionType; }
 
@@ -51,6 +57,7 @@ protected:
 
 private:
     Fallible<Call::ConnectionType> m_remoteConnectionType;
+    bool m_bTimedOut = false;
 };
 
 /// What the states of inbound calls share. Actions are named for what the caller or the call engine notices.
