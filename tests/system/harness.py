@@ -115,7 +115,8 @@ class Gateway:
             self.process.wait()
         if kind is not None:
             print(f"the gateway's log is {self.log_file}; its last lines:", file=sys.stderr)
-            print("\n".join(self.log().splitlines()[-30:]), file=sys.stderr)
+            lines = [line for line in self.log().splitlines() if " memory account " not in line]
+            print("\n".join(lines[-20:]), file=sys.stderr)
 
     def start(self):
         self.output = open(self.folder / "output.txt", "w+", encoding="utf-8")

@@ -151,7 +151,7 @@ class RtpSocket:
         self.port = self.socket.getsockname()[1]
         self.sequence = 1000
         self.timestamp = 160
-        self.ssrc = 0x51525758
+        self.ssrc = 0x51520000 + self.port
 
     def __enter__(self):
         return self

@@ -1,0 +1,142 @@
+#!/usr/bin/env python3
+"""Faults around calls that arrive: a media engine that fails, ports that run out, commands that cannot be. Each gets its status
+and one line in the log, and no other call is disturbed."""
+import json
+import os
+import re
+import socket
+import sys
+from pathlib import Path
+
+sys.path.insert(0, str(Path(__file__).resolve().parent))
+from harness import Gateway, check, run  # noqa: E402
+from inbound_states_test import ROUTES, route  # noqa: E402
+from ladder import Ladder  # noqa: E402
+
+
+def complaints(gateway):
+    """The log's lines of a fault, without their times and calls."""
+    return [re.sub(r"^\S+ (\S+) +\[\d+\] ", r"\1 ", line) for line in gateway.log().splitlines()
+            if re.match(r"\S+ (WARN|ERROR) ", line)]
+
+
+def the_media_engine_fails(build):
+    # What fails, who is called, the ladder, status and side of the record, what the log says.
+    cases = [
+        ("create", "echo", ">INVITE 500 >ACK", (500, "local"), "Capacity not available"),
+        ("configure", "rings-early", ">INVITE 180+ 480 >ACK", (480, "local"), "media event"),
+        ("start", "rings-early", ">INVITE 180+ 480 >ACK", (480, "local"), "media event"),
+        ("start", "progress", ">INVITE 183+ 480 >ACK", (480, "local"), "media event"),
+        ("configure", "echo", ">INVITE 180 200+ >ACK BYE >200", (200, "local"), "media event"),
+        ("start", "echo", ">INVITE 180 200+ >ACK BYE >200", (200, "local"), "media event"),
+        ("stop", "echo", ">INVITE 180 200+ >ACK >BYE 200", (200, "remote"), None),
+    ]
+    library = Path(build).resolve() / "lib/libtest_media_breaking.so"
+    check(library.exists(), f"{library} is not built")
+    with Gateway(build, {"quorvex.sip": {"mediaLibName": str(library)}}, ROUTES) as gateway:
+        fault = Path(os.environ["QUORVEX_TEST_MEDIA_FAULT"])
+        with Ladder(gateway, "echo") as witness:
+            witness.run(">INVITE 180 200+ >ACK")
+            for operation, user, ladder, _, text in cases:
+                before = len(complaints(gateway))
+                fault.write_text(operation, encoding="utf-8")
+                with Ladder(gateway, user) as caller:
+                    caller.run(ladder)
+                fault.write_text("", encoding="utf-8")
+                lines = complaints(gateway)[before:]
+                check(text is None or (0 < len(lines) < 5 and any(text in line for line in lines)),
+                      f"{operation} fails, {user}: the log says {lines}")
+                witness.run(">INFO 200")
+            witness.run(">BYE 200")
+        gateway.stop()
+        found = [(record["status"], record["endedBy"]) for record in gateway.records()]
+        check(sorted(found) == sorted([case[3] for case in cases] + [(200, "remote")]), f"recorded: {found}")
+        gateway.check_accounts_are_zero()
+
+
+def ports_run_out(build):
+    with Gateway(build, {"quorvex.rtp": {"portRange": "21000-21003"}}) as gateway:
+        with Ladder(gateway, "echo") as one, Ladder(gateway, "echo") as two, Ladder(gateway, "echo") as three:
+            one.run(">INVITE 180 200+ >ACK")
+            two.run(">INVITE 180 200+ >ACK")
+            three.run(">INVITE 500|503 >ACK")
+            check("no RTP port for an endpoint" in complaints(gateway)[0], f"the log says {complaints(gateway)}")
+            two.run(">BYE 200")
+            with Ladder(gateway, "echo") as four:
+                four.run(">INVITE 180 200+ >ACK >BYE 200")
+            one.run(">INFO 200 >BYE 200")
+        gateway.stop()
+        gateway.check_accounts_are_zero()
+
+
+def raw_http(gateway, data):
+    """The status of the answer to raw bytes, and its error's sentence."""
+    with socket.create_connection(("127.0.0.1", gateway.http_port), timeout=8) as connection:
+        connection.sendall(data)
+        answer = b""
+        while chunk := connection.recv(65536):
+            answer += chunk
+    head, _, body = answer.partition(b"\r\n\r\n")
+    if not head:
+        return None, ""
+    try:
+        return int(head.split()[1]), json.loads(body)["error"]
+    except (ValueError, KeyError):
+        return int(head.split()[1]), ""
+
+
+def http_requests_of_every_wrong_kind(build):
+    with Gateway(build, routes=[route("echo"), route("rings", answerAfterMs=600000)]) as gateway, \
+            Ladder(gateway, "echo") as caller, Ladder(gateway, "rings") as ringing:
+        caller.run(">INVITE 180 200+ >ACK")
+        ringing.run(">INVITE 180")
+        call, early = caller.id(), ringing.id()
+        to = "sip:x@127.0.0.1:9"
+
+        def post(path, body, headers=b""):
+            text = body if isinstance(body, bytes) else json.dumps(body).encode()
+            return (f"POST {path} HTTP/1.1\r\nHost: x\r\nContent-Length: {len(text)}\r\n".encode() + headers + b"\r\n" + text)
+
+        cases = [
+            (b"GET /nothing HTTP/1.1\r\nHost: x\r\n\r\n", 404), (b"PUT /api/calls HTTP/1.1\r\nHost: x\r\nContent-Length: 0\r\n\r\n", 405),
+            (b"POST /healthz HTTP/1.1\r\nHost: x\r\nContent-Length: 0\r\n\r\n", 405),
+            (b"GET /api/drain HTTP/1.1\r\nHost: x\r\n\r\n", 405), (b"GET /" + b"a" * 3000 + b" HTTP/1.1\r\nHost: x\r\n\r\n", 414),
+            (b"nonsense\r\n\r\n", 400), (b"\x00\xff\x00\r\n\r\n", 400),
+            (b"GET /../../etc/passwd HTTP/1.1\r\nHost: x\r\n\r\n", 404),
+            (f"DELETE /api/calls/{'0' * 400} HTTP/1.1\r\nHost: x\r\n\r\n".encode(), 404),
+            (b"DELETE /api/calls/none HTTP/1.1\r\nHost: x\r\n\r\n", 404),
+            (post("/api/drain", b"", b"Origin: http://elsewhere\r\n"), 403),
+            (post("/api/calls", b""), 400), (post("/api/calls", b"{"), 400), (post("/api/calls", b"\xff\xfe"), 400),
+            (post("/api/calls", b"[" * 30000), 400), (post("/api/calls", []), 400), (post("/api/calls", {}), 400),
+            (post("/api/calls", {"leg": 7, "service": "echo"}), 400), (post("/api/calls", {"leg": {}, "service": "echo"}), 400),
+            (post("/api/calls", {"leg": {"sip.out.requestUri": 7}, "service": "echo"}), 400),
+            (post("/api/calls", {"leg": {"sip.out.requestUri": to}}), 400),
+            (post("/api/calls", {"leg": {"sip.out.requestUri": to}, "service": "dance"}), 400),
+            (post("/api/calls", {"leg": {"sip.out.requestUri": to}, "service": "play", "file": "/none.wav"}), 400),
+            (post("/api/calls", {"leg": {"sip.out.requestUri": to}, "service": "echo", "hangupAfterMs": -1}), 400),
+            (post("/api/calls", {"leg": {"sip.out.requestUri": to}, "service": "echo", "colour": 1}), 400),
+            (post("/api/calls", b"x" * 70000), 413),
+            (post(f"/api/calls/{call}/info", {"X": 1}), 400), (post(f"/api/calls/{call}/info", {"X": {"Y": "Z"}}), 400),
+            (post(f"/api/calls/{call}/info", {"X-A\r\nVia": "x"}), 400), (post(f"/api/calls/{call}/info", {"X-A": "b\r\nVia: x"}), 400),
+            (post("/api/calls/none/info", {"body": "x"}), 404), (post(f"/api/calls/{early}/info", {"body": "x"}), 409),
+            (post(f"/api/calls/{call}/transfer", {"leg": {}}), 400), (post("/api/calls/none/transfer", {"leg": {"sip.out.requestUri": to}}), 404),
+            (post(f"/api/calls/{early}/transfer", {"leg": {"sip.out.requestUri": to}}), 409),
+        ]
+        faults = []
+        for data, expected in cases:
+            status, sentence = raw_http(gateway, data)
+            if status != expected or not sentence:
+                faults.append(f"{data[:90]!r}: {status} \"{sentence}\", {expected} and a sentence expected")
+        check(not faults, "\n        " + "\n        ".join(faults))
+        ringing.run("!hangup 480 >ACK")
+        caller.run(">INFO 200 >BYE 200")
+        gateway.stop()
+        gateway.check_accounts_are_zero()
+        gateway.check_log_is_clean()
+
+
+if __name__ == "__main__":
+    import tempfile
+    with tempfile.TemporaryDirectory() as folder:
+        os.environ["QUORVEX_TEST_MEDIA_FAULT"] = str(Path(folder) / "fault")
+        sys.exit(run([the_media_engine_fails, ports_run_out, http_requests_of_every_wrong_kind], sys.argv[1]))

@@ -1,0 +1,195 @@
+#!/usr/bin/env python3
+"""Every state of a call that arrives, and in each of them everything that a caller, an operator or the clock may cause: the
+messages of the call, and its record."""
+import sys
+from pathlib import Path
+
+sys.path.insert(0, str(Path(__file__).resolve().parent))
+from harness import Failure, Gateway, check, run  # noqa: E402
+from ladder import Ladder  # noqa: E402
+
+
+def route(user, service="echo", **options):
+    return {"name": user, "match": {"sip.in.requestUri": f"^sip:{user}@"}, "service": service, **options}
+
+
+NEVER = 600000
+ROUTES = [
+    route("echo"), route("atonce", ringing="none"), route("rings", answerAfterMs=NEVER),
+    route("rings-early", answerAfterMs=NEVER, ringing="earlyMedia"), route("silent", ringing="none", answerAfterMs=NEVER),
+    route("progress", progress=True, ringing="none", answerAfterMs=NEVER), route("progress-rings", progress=True, answerAfterMs=150),
+    route("progress-atonce", progress=True, ringing="none", answerAfterMs=150),
+    route("busy", "reject"), route("busy-later", "reject", answerAfterMs=60), route("hangs-up", hangupAfterMs=60),
+    route("progress-busy", "reject", progress=True, answerAfterMs=150), route("early", ringing="earlyMedia"),
+]
+
+# Who is called, the ladder, and the call's record: final status, who ended it, whether it was answered.
+INVITING_OUT = [
+    ("atonce", ">INVITE 200+ >ACK >BYE 200", (200, "remote", True)),
+    ("silent", ">INVITE !hangup 480 >ACK", (480, "local", False)),
+    ("silent", ">INVITE !seen >CANCEL 200&487 >ACK", (487, "remote", False)),
+    ("silent", ">INVITEalien 488 >ACK", (488, "local", False)),
+    ("silent", ">INVITEgarbage 400|488|500 >ACK", None),
+    ("busy", ">INVITE 486 >ACK", (486, "local", False)),
+    ("nobody", ">INVITE 404 >ACK", (404, "local", False)),
+    ("progress", ">INVITE 183+ >BYE 200&487 >ACK", (487, "remote", False)),
+    ("progress", ">INVITE 183+ >CANCEL 200&487 >ACK", (487, "remote", False)),
+    ("progress", ">INVITE 183+ >INFO 200|481|500 >CANCEL 200&487 >ACK", (487, "remote", False)),
+    ("progress", ">INVITElate 183 !hangup 480 >ACK", (480, "local", False)),
+    ("progress", ">INVITErequire 183+ >PRACK0 200 !hangup 480 >ACK", (480, "local", False)),
+]
+ACCEPTING = [
+    ("echo", ">INVITE 180 200+ >ACK >BYE 200", (200, "remote", True)),
+    ("rings", ">INVITE 180 !hangup 480 >ACK", (480, "local", False)),
+    ("busy-later", ">INVITE 180 486 >ACK", (486, "local", False)),
+    ("rings", ">INVITE 180 >CANCEL 200&487 >ACK", (487, "remote", False)),
+    ("rings", ">INVITE 180 >BYE 200&487 >ACK", (487, "remote", False)),
+    ("rings", ">INVITE 180 >PRACK0 481 >CANCEL 200&487 >ACK", (487, "remote", False)),
+    ("early", ">INVITE 180+ 200+ >ACK >BYE 200", (200, "remote", True)),
+    ("early", ">INVITElate 180 200+ >ACK+ >BYE 200", (200, "remote", True)),
+    ("rings-early", ">INVITE 180+ !hangup 480 >ACK", (480, "local", False)),
+    ("progress-rings", ">INVITE 183+ 180 200+ >ACK >BYE 200", (200, "remote", True)),
+]
+ANSWERING = [
+    ("echo", ">INVITElate 180 200+ >ACK+ >BYE 200", (200, "remote", True)),
+    ("echo", ">INVITElate 180 200+ >ACKbad BYE >200", (200, "local", True)),
+    ("echo", ">INVITElate 180 200+ >ACKnone BYE >200", (200, "local", True)),
+    ("echo", ">INVITElate 180 200+ >ACK BYE >200", (200, "local", True)),
+    ("echo", ">INVITE 180 200+ >BYE 200", (200, "remote", True)),
+    ("echo", ">INVITE 180 200+ >CANCEL 200|481 >ACK >BYE 200", (200, "remote", True)),
+    ("echo", ">INVITE 180 200+ !info >ACK INFO >200 >BYE 200", (200, "remote", True)),
+    ("hangs-up", ">INVITE 180 200+ >ACK BYE >200", (200, "local", True)),
+]
+# A late offer that is made in a reliable 183.
+PROGRESSING_AND_EARLY_DIALOG = [
+    ("progress", ">INVITErel 183+ >CANCEL 200&487 >ACK", (487, "remote", False)),
+    ("progress", ">INVITErel 183+ >PRACKbad 200 480 >ACK", (480, "local", False)),
+    ("progress", ">INVITErel 183+ >PRACK 200 >CANCEL 200&487 >ACK", (487, "remote", False)),
+    ("progress", ">INVITErel 183+ >PRACK 200 !hangup 480 >ACK", (480, "local", False)),
+    ("progress-rings", ">INVITErel 183+ >PRACK 200 180 200+ >ACK >BYE 200", (200, "remote", True)),
+    ("progress-atonce", ">INVITErel 183+ >PRACK 200 200+ >ACK >BYE 200", (200, "remote", True)),
+    ("progress-busy", ">INVITErel 183+ >PRACK 200 180 486 >ACK", (486, "local", False)),
+]
+ENDINGS = [
+    # Hung up between the answer and its ACK: the BYE waits for it.
+    ("echo", ">INVITE 180 200+ !hangup >ACK BYE >200", (200, "local", True)),
+    ("echo", ">INVITE 180 200+ !hangup !hangup >BYE 200", (200, "local", True)),
+    # The BYE is out: whatever answers it ends the call, and so does one that crosses it.
+    ("echo", ">INVITE 180 200+ >ACK !hangup BYE >481", (200, "local", True)),
+    ("echo", ">INVITE 180 200+ >ACK !hangup BYE >500", (200, "local", True)),
+    ("echo", ">INVITE 180 200+ >ACK !hangup BYE >603", (200, "local", True)),
+    ("echo", ">INVITE 180 200+ >ACK !hangup BYE >BYE 200 >200", (200, "local", True)),
+    ("echo", ">INVITE 180 200+ >ACK !hangup BYE >100 >200", (200, "local", True)),
+    ("echo", ">INVITE 180 200+ >ACK !hangup BYE >INFO 200|481|500 >200", (200, "local", True)),
+    ("echo", ">INVITE 180 200+ >ACK !hangup BYE >INVITE 481|488|491|500 >ACK >200", (200, "local", True)),
+]
+CONNECTED = [
+    ("echo", ">INVITE 180 200+ >ACK >INFO 200 >OPTIONS 200 >MESSAGE 200|405|415|501 >BYE 200", (200, "remote", True)),
+    ("echo", ">INVITE 180 200+ >ACK >UPDATE 200|405|488 >PRACK0 481 >OLD 500 >BYE 200", (200, "remote", True)),
+    ("echo", ">INVITE 180 200+ >ACK >SUBSCRIBE 405|489|501 >PUBLISH 405|501 >BYE 200", (200, "remote", True)),
+    ("echo", ">INVITE 180 200+ >ACK !info INFO >200 !info INFO >500 >BYE 200", (200, "remote", True)),
+    ("echo", ">INVITE 180 200+ >ACK >INVITE 200+ >ACK >BYE 200", (200, "remote", True)),
+    ("echo", ">INVITE 180 200+ >ACK >INVITEhold 200+ >ACK >INVITE 200+ >ACK >BYE 200", (200, "remote", True)),
+    ("echo", ">INVITE 180 200+ >ACK >INVITEhold 200+ >BYE 200", (200, "remote", True)),
+    ("echo", ">INVITE 180 200+ >ACK >INVITElate 200+ >ACK+ >BYE 200", (200, "remote", True)),
+    ("echo", ">INVITE 180 200+ >ACK >INVITElate 200+ >ACKbad BYE >200", (200, "local", True)),
+    ("echo", ">INVITE 180 200+ >ACK >INVITEalien 488 >ACK >BYE 200", (200, "remote", True)),
+    ("echo", ">INVITE 180 200+ >ACK >INVITEtwo 200+|488 >ACK >BYE 200", (200, "remote", True)),
+    ("echo", ">INVITE 180 200+ >ACK >INVITEgarbage 488&BYE >ACK >200", (200, "local", True)),
+    ("echo", ">INVITE 180 200+ >ACK >INVITE 200+ !hangup BYE >ACK >200", (200, "local", True)),
+]
+# With short timers: what ends when nothing comes.
+CLOCK = [
+    ("silent", ">INVITE 480 >ACK", (480, "timeout", False)),
+    ("rings", ">INVITE 180 480 >ACK", (480, "timeout", False)),
+    ("echo", ">INVITE 180 200+ BYE >200", (200, "timeout", True)),
+    ("echo", ">INVITE 180 200+ !hangup BYE >200", (200, "local", True)),
+    ("echo", ">INVITE 180 200+ >ACK !hangup BYE", (200, "local", True)),
+    ("echo", ">INVITE 180 200+ >ACK !hangup BYE >302", (200, "local", True)),
+    ("progress", ">INVITErel 183+ 503 >ACK", (503, "timeout", False)),
+    ("progress", ">INVITErel 183+ >PRACK 200 480 >ACK", (480, "timeout", False)),
+]
+
+
+def check_stop(gateway, faults):
+    try:
+        gateway.stop()
+    except Failure as failure:
+        faults.append(str(failure))
+
+
+def go(build, cases, **sip):
+    """Runs the cases on one gateway, all their faults reported; then it must stop clean."""
+    faults = []
+    with Gateway(build, {"quorvex.sip": {"state.Disconnecting.timeoutMs": 1500, **sip}}, ROUTES) as gateway:
+        ladders = []
+        for user, ladder, expected in cases:
+            ladders.append((Ladder(gateway, user), ladder, expected))
+            try:
+                ladders[-1][0].run(ladder)
+            except Failure as failure:
+                faults.append(f"{user}: {failure}")
+        check_stop(gateway, faults)
+        records = {record["sipCallId"]: record for record in gateway.records()}
+        for caller, ladder, expected in ladders:
+            record = records.pop(caller.call_id, None)
+            found = record and (record["status"], record["endedBy"], record["answered"] is not None)
+            if expected is not None and found != expected:
+                faults.append(f"{caller.uri} \"{ladder}\": recorded as {found}, {expected} expected: {record}")
+            left = caller.left()
+            if left:
+                faults.append(f"{caller.uri} \"{ladder}\": then came {left}")
+            caller.socket.close()
+        check(not faults, "\n        " + "\n        ".join(faults))
+        gateway.check_accounts_are_zero()
+
+
+def invited(build):
+    go(build, INVITING_OUT)
+
+
+def accepted(build):
+    go(build, ACCEPTING)
+
+
+def answered(build):
+    go(build, ANSWERING)
+
+
+def offered_reliably(build):
+    go(build, PROGRESSING_AND_EARLY_DIALOG)
+
+
+def ending(build):
+    go(build, ENDINGS)
+
+
+def connected(build):
+    go(build, CONNECTED)
+
+
+def nothing_comes(build):
+    go(build, CLOCK, t1Ms=10, timerCMs=1000)
+
+
+def stopped(build):
+    """A stop in every state: the caller gets its final response or BYE at once, and the gateway ends clean."""
+    cases = [("silent", ">INVITE !seen", "503 >ACK"), ("progress", ">INVITE 183+", "503 >ACK"), ("rings", ">INVITE 180", "503 >ACK"),
+             ("progress", ">INVITErel 183+", "503 >ACK"), ("progress", ">INVITErel 183+ >PRACK 200", "503 >ACK"),
+             ("echo", ">INVITE 180 200+", ">ACK BYE >200"), ("echo", ">INVITE 180 200+ >ACK", "BYE >200"),
+             ("echo", ">INVITE 180 200+ >ACK >INVITEhold 200+", "BYE >200")]
+    with Gateway(build, routes=ROUTES) as gateway:
+        callers = [(Ladder(gateway, user), end) for user, before, end in cases]
+        for (caller, _), (_, before, _) in zip(callers, cases):
+            caller.run(before)
+        gateway.signal()
+        for caller, end in callers:
+            caller.run(end)
+        check(gateway.wait() == 0, "the exit code is not 0")
+        found = sorted((record["status"], record["endedBy"]) for record in gateway.records())
+        check(found == [(200, "stop")] * 3 + [(503, "stop")] * 5, f"recorded: {found}")
+        gateway.check_accounts_are_zero()
+
+
+if __name__ == "__main__":
+    sys.exit(run([stopped, invited, accepted, answered, offered_reliably, ending, connected, nothing_comes], sys.argv[1]))
