@@ -32,17 +32,17 @@ build: deps
 call:
 	@./tools/call $(URI)
 
-## make asan     unit and component tests under AddressSanitizer and UndefinedBehaviorSanitizer
+## make asan     unit, component and inbound system tests under AddressSanitizer and UndefinedBehaviorSanitizer
 asan:
 	@$(MAKE) --no-print-directory sanitize PRESET=asan BUILD=build-asan
 
-## make tsan     unit and component tests under ThreadSanitizer
+## make tsan     unit, component and inbound system tests under ThreadSanitizer
 tsan:
 	@$(MAKE) --no-print-directory sanitize PRESET=tsan BUILD=build-tsan
 
 .PHONY: sanitize
 sanitize: build
-	@ctest --test-dir $(BUILD) --output-on-failure --timeout 600 -L 'unit|component'
+	@ctest --test-dir $(BUILD) --output-on-failure --timeout 600 -L 'unit|component|inbound'
 
 ## make bench    the benchmarks, one after the other
 bench:

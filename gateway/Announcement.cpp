@@ -58,12 +58,14 @@ std::string makeAnnouncement(const ROConfiguration& in_config, const RouteTable&
     const std::string strHttp = in_config.getStringOr("quorvex.gateway.httpListen", "");
     if (!strHttp.empty())
     {
-        text << "  HTTP  http://" << strHttp << "/api/calls  /api/status  /metrics  /healthz\n";
+        text << "  HTTP  http://" << strHttp << "/  (console; /api/calls, /api/status, /metrics, /healthz)\n";
     }
+    std::string strCall = "make call URI=sip:echo@" + strAddress;
     // The port that every phone takes by itself is not worth typing.
     if (strAddress.ends_with(":5060"))
     {
         strAddress.resize(strAddress.size() - 5);
+        strCall = "make call";
     }
     const auto& vRoutes = in_routes.getRoutes();
     for (std::size_t i = 0; i < std::min(vRoutes.size(), kMaxRoutes); ++i)
@@ -72,9 +74,11 @@ std::string makeAnnouncement(const ROConfiguration& in_config, const RouteTable&
     }
     if (vRoutes.size() > kMaxRoutes)
     {
-        text << "  and " << vRoutes.size() - kMaxRoutes << " more routes\n";
+        const std::size_t more = vRoutes.size() - kMaxRoutes;
+        text << "  and " << more << (more == 1 ? " more route\n" : " more routes\n");
     }
-    text << "  \"make call\" makes a test call and measures it; Ctrl-C ends every call, then the gateway\n";
+    text << "  \"" << strCall
+         << "\" makes a test call and measures it; Ctrl-C ends every call, then the gateway\n";
     return text.str();
 }
 

@@ -3,6 +3,7 @@
 #include <systemd/sd-daemon.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <filesystem>
 #include <iostream>
@@ -358,11 +359,20 @@ void Host::logMemoryAccounts()
     // The configuration is the last of what lives from the start to the end.
     m_hConfig.reset();
     static const Logger s_logger("quorvex.gateway.memory");
-    if (!s_logger.isEnabled(eDEBUG_LEVEL))
+    const auto vBalances = MemAccounts::snapshot();
+    const auto left =
+        std::count_if(vBalances.begin(),
+                      vBalances.end(),
+                      [](const MemAccounts::Balance& in_balance) { return in_balance.m_ui64Objects != 0; });
+    if (left == 0)
     {
-        return;
+        QLOG_INFO(s_logger, "all " << vBalances.size() << " memory accounts are back to zero");
     }
-    for (const MemAccounts::Balance& balance : MemAccounts::snapshot())
+    else
+    {
+        QLOG_WARN(s_logger, left << " of " << vBalances.size() << " memory accounts are not back to zero");
+    }
+    for (const MemAccounts::Balance& balance : vBalances)
     {
         QLOG_DEBUG(s_logger,
                    "memory account " << balance.m_strName << ": " << balance.m_ui64Objects << " objects, "

@@ -273,7 +273,7 @@ bool HttpServer::start(const std::string& in_strListen, std::string& out_strErro
             m_pServer->listen_after_bind();
         });
     serving.get_future().wait();
-    QLOG_INFO(s_logger, "HTTP on " << strHost << ":" << m_iPort);
+    QLOG_DEBUG(s_logger, "HTTP on " << strHost << ":" << m_iPort);
     return true;
 }
 

@@ -1,4 +1,7 @@
-"""Runs a gateway for a system test: its own folder, free ports, a configuration made from overrides."""
+"""Runs a gateway for a system test: its own folder, free ports, a configuration made from overrides.
+
+QUORVEX_GATEWAY names another program than that of the build folder, QUORVEX_LOG_LEVEL (TRACE) another level for every logger,
+QUORVEX_TEST one function to run."""
 import json
 import os
 import re
@@ -95,14 +98,15 @@ class Gateway:
             },
             "quorvex.rtp": {"encodingList": "0 8", "localAddress": "127.0.0.1", "portRange": "16384-32767"},
             "quorvex.media.rtp": {"packetSizeMs": "20"},
-            "quorvex.log": {"file": str(self.log_file), "level": level,
-                            "levels": {"quorvex.gateway.memory": "DEBUG", **(levels or {})}},
+            "quorvex.log": {"file": str(self.log_file), "level": os.environ.get("QUORVEX_LOG_LEVEL", level),
+                            "levels": {} if "QUORVEX_LOG_LEVEL" in os.environ else
+                            {"quorvex.gateway.memory": "DEBUG", **(levels or {})}},
         }
         for table, entries in (overrides or {}).items():
             tables.setdefault(table, {}).update(entries)
         self.config_file = self.folder / "gateway.toml"
         self.config_file.write_text(to_toml(tables, routes), encoding="utf-8")
-        self.program = program or [str(self.build / "bin" / "quorvex-gateway")]
+        self.program = program or [os.environ.get("QUORVEX_GATEWAY", str(self.build / "bin" / "quorvex-gateway"))]
         self.process = None
 
     def __enter__(self):
@@ -168,6 +172,12 @@ class Gateway:
         self.signal()
         code = self.wait(seconds)
         check(code == expected, f"exit code {code}, {expected} expected\n{self.printed()}")
+        self.check_printed()
+
+    def check_printed(self):
+        """Sanitizers report there what does not end the program."""
+        text = self.printed()
+        check("Sanitizer" not in text and "runtime error:" not in text, text)
 
     def printed(self):
         return (self.folder / "output.txt").read_text(encoding="utf-8", errors="replace")

@@ -51,6 +51,7 @@ TEST(AnnouncementTest, TheAddressToCallIsThatOfTheFirstPort)
         announce("[quorvex.sip]\nlisten = [\"tcp:[::1]:5070\"]\n" + route("^sip:a@", "service = \"ring\""));
     EXPECT_NE(strText.find("\n  sip:a@[::1]:5070  rings and is not answered\n"), std::string::npos)
         << strText;
+    EXPECT_NE(strText.find("\"make call URI=sip:echo@[::1]:5070\""), std::string::npos) << strText;
     EXPECT_EQ(strText.find("HTTP"), std::string::npos);
 }
 
