@@ -1,18 +1,12 @@
 // The media engine: CPU time and delay of a relayed packet on loopback sockets, and how good call-progress
-// analysis is. The CPU time is that of the engine's thread: the process's, less that of the thread that sends
-// and receives.
+// analysis is; rtpengine relays the same calls in the same run.
 
 #include <benchmark/benchmark.h>
-#include <sys/resource.h>
-#include <sys/socket.h>
-#include <unistd.h>
+#include <malloc.h>
 
-#include <algorithm>
-#include <array>
 #include <atomic>
 #include <chrono>
 #include <cstdio>
-#include <cstring>
 #include <ctime>
 #include <map>
 #include <memory>
@@ -20,9 +14,9 @@
 #include <vector>
 
 #include "CpaScenarios.h"
+#include "RelayLoad.h"
 #include "RtpMediaEngine.h"
-#include "RtpPacket.h"
-#include "SocketAddress.h"
+#include "RtpengineProcess.h"
 #include "infra/Logger.h"
 #include "infra/ROConfiguration.h"
 #include "media/MediaEndpointCallback.h"
@@ -34,6 +28,7 @@ namespace
 {
 
 using namespace Quorvex;
+using namespace Quorvex::Bench;
 using Clock = std::chrono::steady_clock;
 
 class Callback final : public MediaEndpointCallback
@@ -70,41 +65,26 @@ private:
     std::atomic<unsigned>& m_uiStarted;
 };
 
-std::int64_t toNs(const timespec& in_time)
+/// A party with its endpoint in the engine.
+struct EngineLeg
 {
-    return std::int64_t{in_time.tv_sec} * 1'000'000'000 + in_time.tv_nsec;
-}
-
-/// One party: its socket, and its endpoint in the engine.
-struct Party
-{
-    int m_iSocket = -1;
-    std::uint16_t m_ui16Sequence = 0;
     std::atomic<unsigned> m_uiPort{0};
     std::atomic<unsigned> m_uiStarted{0};
     std::unique_ptr<MediaEndpoint> m_pEndpoint;
-    SocketAddress m_engine;
 
-    Party(RtpMediaEngine& io_engine, const std::string& in_strCallId)
-        : m_iSocket(::socket(AF_INET, SOCK_DGRAM | SOCK_NONBLOCK, 0))
+    EngineLeg(RtpMediaEngine& io_engine, const std::string& in_strCallId, const RelayParty& in_party)
     {
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t uiSize = sizeof address;
-        ::bind(m_iSocket, reinterpret_cast<const sockaddr*>(&address), sizeof address);
-        ::getsockname(m_iSocket, reinterpret_cast<sockaddr*>(&address), &uiSize);
-        const int iOn = 1;
-        ::setsockopt(m_iSocket, SOL_SOCKET, SO_TIMESTAMPNS, &iOn, sizeof iOn);
         m_pEndpoint.reset(io_engine.createEndpoint(
             new Callback(m_uiPort, m_uiStarted), in_strCallId, new SndRecvEndpointSpec()));
         for (const auto direction : {MediaEndpoint::RX_DIRECTION, MediaEndpoint::TX_DIRECTION})
         {
             MediaEndpointConfig config(direction);
             config.set(MediaEndpointCapacity::IPV4_ADDRESS, "127.0.0.1");
-            config.set(MediaEndpointCapacity::UDP_PORT, unsigned{ntohs(address.sin_port)});
+            config.set(MediaEndpointCapacity::UDP_PORT, in_party.getPort());
             config.set(MediaEndpointCapacity::PAYLOAD_TYPE, 0U);
             config.set(MediaEndpointCapacity::PAYLOAD_SIZE, 20U);
+            config.set(MediaEndpointCapacity::RFC2833_SUPPORT, true);
+            config.set(MediaEndpointCapacity::RFC2833_PAYLOAD_TYPE, 101U);
             m_pEndpoint->configure(direction, config);
             m_pEndpoint->start(direction);
         }
@@ -112,132 +92,120 @@ struct Party
         {
             std::this_thread::yield();
         }
-        static_cast<void>(SocketAddress::make("127.0.0.1", m_uiPort, m_engine));
-        const sockaddr_in engine = m_engine.toSockaddr();
-        ::connect(m_iSocket, reinterpret_cast<const sockaddr*>(&engine), sizeof engine);
-    }
-    Party(const Party&) = delete;
-    Party& operator=(const Party&) = delete;
-    ~Party() { ::close(m_iSocket); }
-
-    /// The time of sending travels in the payload.
-    void send()
-    {
-        std::array<std::uint8_t, 172> packet{};
-        RtpPacket header;
-        header.m_ui32Ssrc = m_uiPort;
-        header.m_ui16Sequence = m_ui16Sequence++;
-        header.m_ui32Timestamp = header.m_ui16Sequence * 160U;
-        header.writeHeader(packet.data());
-        timespec time{};
-        ::clock_gettime(CLOCK_REALTIME, &time);
-        const std::int64_t i64Now = toNs(time);
-        std::memcpy(packet.data() + 12, &i64Now, sizeof i64Now);
-        static_cast<void>(::send(m_iSocket, packet.data(), packet.size(), 0));
-    }
-    /// Takes what is there, with the delay from sending to arrival (by the system's own stamp) in
-    /// microseconds.
-    void drain(std::vector<float>& out_vDelays) const
-    {
-        std::array<std::uint8_t, 2048> packet;
-        alignas(cmsghdr) std::array<char, 256> control;
-        iovec vector{packet.data(), packet.size()};
-        msghdr message{};
-        message.msg_iov = &vector;
-        message.msg_iovlen = 1;
-        message.msg_control = control.data();
-        message.msg_controllen = control.size();
-        while (::recvmsg(m_iSocket, &message, 0) == 172)
-        {
-            timespec arrived{};
-            for (cmsghdr* pHeader = CMSG_FIRSTHDR(&message); pHeader != nullptr;
-                 pHeader = CMSG_NXTHDR(&message, pHeader))
-            {
-                if (pHeader->cmsg_type == SCM_TIMESTAMPNS)
-                {
-                    std::memcpy(&arrived, CMSG_DATA(pHeader), sizeof arrived);
-                }
-            }
-            std::int64_t i64Sent = 0;
-            std::memcpy(&i64Sent, packet.data() + 12, sizeof i64Sent);
-            const std::int64_t i64Delay = toNs(arrived) - i64Sent;
-            // The silence from before both parties were there carries no time.
-            if (i64Delay >= 0 && i64Delay < 10'000'000'000)
-            {
-                out_vDelays.push_back(static_cast<float>(i64Delay) / 1000);
-            }
-            message.msg_controllen = control.size();
-        }
+        in_party.connectTo(m_uiPort);
     }
 };
 
-double cpuSeconds(int in_iWho)
+double cpuSeconds(clockid_t in_clock)
 {
-    rusage usage{};
-    ::getrusage(in_iWho, &usage);
-    const auto seconds = [](const timeval& in_time)
-    { return static_cast<double>(in_time.tv_sec) + static_cast<double>(in_time.tv_usec) / 1e6; };
-    return seconds(usage.ru_utime) + seconds(usage.ru_stime);
+    timespec time{};
+    ::clock_gettime(in_clock, &time);
+    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) / 1e9;
 }
 
-/// So many two-party calls, both parties sending every 20 ms, evenly spread; a second for each iteration.
+/// Of every thread but this one, which is the engine's.
+double engineCpuSeconds()
+{
+    return cpuSeconds(CLOCK_PROCESS_CPUTIME_ID) - cpuSeconds(CLOCK_THREAD_CPUTIME_ID);
+}
+
+using Parties = std::vector<std::unique_ptr<RelayParty>>;
+
+Parties makeParties(unsigned in_uiCount)
+{
+    Parties vParties;
+    for (unsigned i = 0; i < in_uiCount; ++i)
+    {
+        vParties.push_back(std::make_unique<RelayParty>());
+    }
+    return vParties;
+}
+
+bool bridgeByRtpengine(RtpengineProcess& io_process, const Parties& in_vParties)
+{
+    if (!io_process.start(24576, 32767))
+    {
+        return false;
+    }
+    for (std::size_t i = 0; i < in_vParties.size(); i += 2)
+    {
+        unsigned uiTowardsA = 0;
+        unsigned uiTowardsB = 0;
+        if (!io_process.bridge("call" + std::to_string(i / 2),
+                               in_vParties[i]->getPort(),
+                               in_vParties[i + 1]->getPort(),
+                               uiTowardsA,
+                               uiTowardsB))
+        {
+            return false;
+        }
+        in_vParties[i]->connectTo(uiTowardsA);
+        in_vParties[i + 1]->connectTo(uiTowardsB);
+    }
+    return true;
+}
+
+/// So many two-party calls, both parties sending every 20 ms, evenly spread; each second of ours is followed
+/// by one of rtpengine, so that both have the same machine.
 void BM_relay(benchmark::State& io_state)
 {
     Logging::setRootLevel(eWARN_LEVEL);
     const auto uiCalls = static_cast<unsigned>(io_state.range(0));
     auto pConfig = std::make_unique<MapConfiguration>();
-    pConfig->set("quorvex.rtp.portRange", "16384-32767");
+    pConfig->set("quorvex.rtp.portRange", "16384-24575");
     RtpMediaEngine engine;
     if (!engine.configure(TSHandle<ROConfiguration>(pConfig.release())) || !engine.start())
     {
         io_state.SkipWithError("the engine does not start");
         return;
     }
-    std::vector<std::unique_ptr<Party>> vParties;
+    Parties vParties = makeParties(2 * uiCalls);
+    std::vector<std::unique_ptr<EngineLeg>> vLegs;
+    const std::size_t uiMemory = ::mallinfo2().uordblks;
     for (unsigned i = 0; i < 2 * uiCalls; ++i)
     {
-        vParties.push_back(std::make_unique<Party>(engine, "call" + std::to_string(i / 2)));
+        vLegs.push_back(std::make_unique<EngineLeg>(engine, "call" + std::to_string(i / 2), *vParties[i]));
     }
-    std::vector<float> vDelays;
-    std::uint64_t ui64Sent = 0;
-    double fCpu = 0;
-    const auto uiSlices = std::min<std::size_t>(vParties.size(), 40);
+    io_state.counters["bytes_per_call"] =
+        static_cast<double>(::mallinfo2().uordblks - uiMemory) / static_cast<double>(uiCalls);
+    RtpengineProcess rtpengine;
+    Parties vOthers = makeParties(2 * uiCalls);
+    const bool bCompared = bridgeByRtpengine(rtpengine, vOthers);
+
+    RelayResult ours;
+    RelayResult theirs;
     for (auto _ : io_state)
     {
         const auto start = Clock::now();
-        const double fBefore = cpuSeconds(RUSAGE_SELF) - cpuSeconds(RUSAGE_THREAD);
-        for (std::size_t tick = 0; tick < 50 * uiSlices; ++tick)
-        {
-            for (std::size_t i = tick % uiSlices; i < vParties.size(); i += uiSlices)
-            {
-                vParties[i]->send();
-                ++ui64Sent;
-            }
-            std::this_thread::sleep_until(start + (tick + 1) * std::chrono::milliseconds(20) / uiSlices);
-            for (std::size_t i = tick % uiSlices; i < vParties.size(); i += uiSlices)
-            {
-                vParties[i ^ 1U]->drain(vDelays);
-            }
-        }
-        fCpu += cpuSeconds(RUSAGE_SELF) - cpuSeconds(RUSAGE_THREAD) - fBefore;
+        const double fBefore = engineCpuSeconds();
+        sendForASecond(vParties, ours);
+        ours.m_fCpuSeconds += engineCpuSeconds() - fBefore;
         io_state.SetIterationTime(std::chrono::duration<double>(Clock::now() - start).count());
+        if (bCompared)
+        {
+            const double fTheirs = rtpengine.getCpuSeconds();
+            sendForASecond(vOthers, theirs);
+            theirs.m_fCpuSeconds += rtpengine.getCpuSeconds() - fTheirs;
+        }
     }
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    for (const auto& pParty : vParties)
+    const auto print = [&io_state](const std::string& in_strName, RelayResult& io_result)
     {
-        pParty->drain(vDelays);
-    }
-    io_state.counters["cpu_us_per_packet"] = fCpu * 1e6 / static_cast<double>(ui64Sent);
-    io_state.counters["lost_per_million"] =
-        (static_cast<double>(ui64Sent) - static_cast<double>(vDelays.size())) * 1e6 /
-        static_cast<double>(ui64Sent);
-    std::sort(vDelays.begin(), vDelays.end());
-    if (!vDelays.empty())
+        io_state.counters[in_strName + "cpu_us_per_packet"] = io_result.getCpuPerPacketUs();
+        io_state.counters[in_strName + "lost_per_million"] = io_result.getLostPerMillion();
+        io_state.counters[in_strName + "delay_p50_us"] = io_result.getDelayUs(0.5);
+        io_state.counters[in_strName + "delay_p99_us"] = io_result.getDelayUs(0.99);
+    };
+    print("", ours);
+    if (bCompared)
     {
-        io_state.counters["delay_p50_us"] = vDelays[vDelays.size() / 2];
-        io_state.counters["delay_p99_us"] = vDelays[vDelays.size() * 99 / 100];
+        print("rtpengine_", theirs);
+        io_state.counters["cpu_ratio"] = ours.getCpuPerPacketUs() / theirs.getCpuPerPacketUs();
     }
-    vParties.clear();
+    else
+    {
+        io_state.SetLabel("rtpengine is not installed or does not start: no comparison");
+    }
+    vLegs.clear();
 }
 BENCHMARK(BM_relay)->Arg(10)->Arg(100)->Arg(500)->Iterations(3)->UseManualTime()->Unit(
     benchmark::kMillisecond);

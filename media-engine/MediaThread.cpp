@@ -1,5 +1,7 @@
 #include "MediaThread.h"
 
+#include <sys/resource.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -19,6 +21,8 @@ const StaticLogger s_logger("quorvex.media.MediaThread");
 constexpr std::int64_t MAX_CATCH_UP_NS = 200 * NS_PER_MS;
 constexpr std::int64_t FAILURE_LOG_NS = 1000 * NS_PER_MS;
 constexpr int EVENTS = 256;
+// As a nice value.
+constexpr int PRIORITY = -11;
 
 // What an entry of the wheel is for; the rest of it is the endpoint's number.
 enum TimerKind : unsigned
@@ -52,14 +56,6 @@ MediaThread::MediaThread(const EngineConfig& in_config, CommandQueuePtr in_pQueu
         m_clocks[i].m_uiPeriodMs = 10 * (i + 1);
     }
     m_eventClock.m_uiPeriodMs = TelephoneEventSender::PERIOD_MS;
-    for (unsigned i = 0; i < BATCH; ++i)
-    {
-        m_vectors[i] = {m_buffers[i].data(), m_buffers[i].size()};
-        m_messages[i] = {};
-        m_messages[i].msg_hdr.msg_name = &m_addresses[i];
-        m_messages[i].msg_hdr.msg_iov = &m_vectors[i];
-        m_messages[i].msg_hdr.msg_iovlen = 1;
-    }
     epoll_event event{};
     event.events = EPOLLIN;
     event.data.ptr = nullptr;
@@ -81,6 +77,12 @@ std::int64_t MediaThread::now()
 
 void MediaThread::run()
 {
+    // Sound that waits for a processor is heard as jitter. What a stream may cost is bounded, so that nobody
+    // starves behind this thread. On Linux a thread has a priority of its own.
+    if (::setpriority(PRIO_PROCESS, static_cast<id_t>(::gettid()), PRIORITY) != 0)
+    {
+        QLOG_INFO(s_logger, "The media thread runs at normal priority: the system allows no other one");
+    }
     std::array<epoll_event, EVENTS> events{};
     while (!m_bStop)
     {
@@ -97,6 +99,7 @@ void MediaThread::run()
             }
             receive(*pSlot->m_pEndpoint, pSlot->m_bRtcp, i64Now);
         }
+        m_sender.flush();
         m_wheel.run(i64Now, [this, i64Now](std::uint64_t in_ui64Entry) { runTimer(in_ui64Entry, i64Now); });
         runClocks(i64Now);
         runReplans();
@@ -135,42 +138,42 @@ int MediaThread::wait(std::int64_t in_i64Deadline, epoll_event* out_events, int 
 
 void MediaThread::receive(RtpEndpoint& io_endpoint, bool in_bRtcp, std::int64_t in_i64Now)
 {
-    for (unsigned i = 0; i < BATCH; ++i)
-    {
-        m_messages[i].msg_hdr.msg_namelen = sizeof(sockaddr_in);
-    }
+    // One packet at a time: another one has seldom come, and what has is there in the next round. A flood on
+    // one socket so does not starve the others.
+    sockaddr_in address;  // NOLINT(cppcoreguidelines-pro-type-member-init): filled at once
+    socklen_t uiAddressSize = sizeof address;
     const int iSocket = in_bRtcp ? io_endpoint.getRtcpSocket() : io_endpoint.getSocket();
-    const int iCount = ::recvmmsg(iSocket, m_messages.data(), BATCH, MSG_DONTWAIT, nullptr);
-    for (int i = 0; i < iCount; ++i)
+    const ssize_t iSize = ::recvfrom(iSocket,
+                                     m_buffer.data(),
+                                     m_buffer.size(),
+                                     MSG_DONTWAIT | MSG_TRUNC,
+                                     reinterpret_cast<sockaddr*>(&address),
+                                     &uiAddressSize);
+    if (iSize < 0)
     {
-        const auto index = static_cast<std::size_t>(i);
-        const SocketAddress from(m_addresses[index]);
-        const std::uint8_t* pData = m_buffers[index].data();
-        const std::size_t uiSize = m_messages[index].msg_len;
-        ++m_ui64PacketsReceived;
-        if (!io_endpoint.isWithinRate(in_i64Now))
-        {
-            // What is more than any stream can be waits in the socket, where it costs the other calls
-            // nothing.
-            io_endpoint.countDropped();
-            setReading(io_endpoint, false);
-        }
-        else if ((m_messages[index].msg_hdr.msg_flags & MSG_TRUNC) != 0)
-        {
-            io_endpoint.countDropped();
-        }
-        else if (in_bRtcp)
-        {
-            io_endpoint.receiveRtcp(pData, uiSize, from, in_i64Now);
-        }
-        else
-        {
-            io_endpoint.receive(pData, uiSize, from, in_i64Now);
-        }
+        return;
     }
-    // At most one batch for each socket before the others have their turn: a flood on one does not starve
-    // them.
-    m_sender.flush();
+    const SocketAddress from(address);
+    const auto uiSize = static_cast<std::size_t>(iSize);
+    ++m_ui64PacketsReceived;
+    if (!io_endpoint.isWithinRate(in_i64Now))
+    {
+        // What is more than any stream can be waits in the socket, where it costs the other calls nothing.
+        io_endpoint.countDropped();
+        setReading(io_endpoint, false);
+    }
+    else if (uiSize > m_buffer.size())
+    {
+        io_endpoint.countDropped();
+    }
+    else if (in_bRtcp)
+    {
+        io_endpoint.receiveRtcp(m_buffer.data(), uiSize, from, in_i64Now);
+    }
+    else
+    {
+        io_endpoint.receive(m_buffer.data(), uiSize, from, in_i64Now);
+    }
 }
 
 void MediaThread::setReading(RtpEndpoint& io_endpoint, bool in_bOn)

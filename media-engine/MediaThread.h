@@ -88,7 +88,6 @@ public:
     void playEnded(const CallGroup& in_group);
 
 private:
-    static constexpr unsigned BATCH = 16;
     static constexpr unsigned CLOCKS = 6;
 
     struct Clock
@@ -139,10 +138,7 @@ private:
     // Of reports of one kind of failure, one in this time is logged.
     std::int64_t m_i64LastFailureLog = 0;
 
-    std::array<std::array<std::uint8_t, PacketSender::MAX_PACKET>, BATCH> m_buffers{};
-    std::array<sockaddr_in, BATCH> m_addresses{};
-    std::array<iovec, BATCH> m_vectors{};
-    std::array<mmsghdr, BATCH> m_messages{};
+    std::array<std::uint8_t, PacketSender::MAX_PACKET> m_buffer{};
 };
 
 }  // namespace Quorvex

@@ -1,5 +1,8 @@
 #include "Recorder.h"
 
+#include <sys/resource.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -153,6 +156,8 @@ void RecordingWriter::post(std::shared_ptr<File> in_pFile,
 void RecordingWriter::run()
 {
     nameThisThread("rtp-recorder");
+    // The disk is in no such hurry as the media thread, whose priority a new thread inherits.
+    static_cast<void>(::setpriority(PRIO_PROCESS, static_cast<id_t>(::gettid()), 0));
     std::unique_lock<std::mutex> lock(m_mutex);
     while (true)
     {

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstdint>
+#include <utility>
 #include <vector>
 
 #include "RtpPacket.h"
@@ -10,12 +11,15 @@ namespace Quorvex
 {
 
 /// Coarse one-shot timers for what does not mind a tenth of a second: entries are only numbers, so nothing
-/// has to be cancelled. It ticks only while it has entries. One thread.
+/// has to be cancelled. It ticks only while it has entries, and allocates only when it has more of them than
+/// ever before. One thread.
 class TimerWheel
 {
 public:
     static constexpr std::int64_t TICK_NS = 100 * NS_PER_MS;
     static constexpr unsigned SLOTS = 128;
+
+    TimerWheel() { m_slots.fill(NONE); }
 
     bool empty() const { return m_uiEntries == 0; }
     std::int64_t getNext() const { return m_i64Next; }
@@ -27,7 +31,15 @@ public:
         {
             m_i64Next = in_i64Now + TICK_NS;
         }
-        m_slots[(m_uiSlot + in_uiTicks) % SLOTS].push_back(in_ui64Entry);
+        if (m_uiFree == NONE)
+        {
+            m_uiFree = static_cast<std::uint32_t>(m_vNodes.size());
+            m_vNodes.push_back({0, NONE});
+        }
+        Node& node = m_vNodes[m_uiFree];
+        std::uint32_t& uiHead = m_slots[(m_uiSlot + in_uiTicks) % SLOTS];
+        const std::uint32_t uiNode = std::exchange(m_uiFree, node.m_uiNext);
+        node = {in_ui64Entry, std::exchange(uiHead, uiNode)};
         ++m_uiEntries;
     }
 
@@ -39,22 +51,34 @@ public:
         {
             m_i64Next += TICK_NS;
             m_uiSlot = (m_uiSlot + 1) % SLOTS;
-            m_vDue.swap(m_slots[m_uiSlot]);
-            m_uiEntries -= m_vDue.size();
-            for (const std::uint64_t ui64Entry : m_vDue)
+            std::uint32_t uiDue = std::exchange(m_slots[m_uiSlot], NONE);
+            while (uiDue != NONE)
             {
-                in_function(ui64Entry);
+                const Node node = m_vNodes[uiDue];
+                m_vNodes[uiDue].m_uiNext = std::exchange(m_uiFree, uiDue);
+                uiDue = node.m_uiNext;
+                --m_uiEntries;
+                in_function(node.m_ui64Entry);
             }
-            m_vDue.clear();
         }
     }
 
 private:
+    static constexpr std::uint32_t NONE = 0xffffffff;
+
+    struct Node
+    {
+        std::uint64_t m_ui64Entry;
+        std::uint32_t m_uiNext;
+    };
+
     unsigned m_uiSlot = 0;
     std::size_t m_uiEntries = 0;
     std::int64_t m_i64Next = 0;
-    std::array<std::vector<std::uint64_t>, SLOTS> m_slots;
-    std::vector<std::uint64_t> m_vDue;
+    // The slots, and those that are free, are lists through the nodes.
+    std::array<std::uint32_t, SLOTS> m_slots{};
+    std::vector<Node> m_vNodes;
+    std::uint32_t m_uiFree = NONE;
 };
 
 }  // namespace Quorvex
