@@ -17,6 +17,7 @@
 #include "RelayLoad.h"
 #include "RtpMediaEngine.h"
 #include "RtpengineProcess.h"
+#include "SpandspProgressTones.h"
 #include "infra/Logger.h"
 #include "infra/ROConfiguration.h"
 #include "media/MediaEndpointCallback.h"
@@ -222,45 +223,75 @@ void BM_callProgressFrame(benchmark::State& io_state)
 }
 BENCHMARK(BM_callProgressFrame);
 
-/// Prints which results generated sound leads to, at several levels and in noise.
-void BM_callProgressConfusion(benchmark::State& io_state)
+using Confusion = std::map<CpaDetector::Result, std::map<CpaDetector::Result, unsigned>>;
+
+double printConfusion(const char* in_szTitle, Confusion& in_table)
 {
-    std::map<std::string, std::map<std::string, unsigned>> table;
     unsigned uiTotal = 0;
     unsigned uiRight = 0;
-    for (auto _ : io_state)
-    {
-        for (const double fDbm0 : {-6.0, -12.0, -20.0, -28.0})
-        {
-            for (const double fSignalToNoise : {60.0, 30.0, 20.0, 15.0})
-            {
-                for (const Test::CpaScenario& scenario : Test::makeCpaScenarios(fDbm0, 10))
-                {
-                    const auto result = Test::analyseCpa(scenario.m_samples, fDbm0 - fSignalToNoise);
-                    ++table[CpaDetector::getResultString(scenario.m_expected)]
-                           [CpaDetector::getResultString(result)];
-                    ++uiTotal;
-                    uiRight += result == scenario.m_expected ? 1 : 0;
-                }
-            }
-        }
-    }
-    std::printf("%-10s", "");
+    std::printf("%-10s", in_szTitle);
     for (int i = CpaDetector::VOICE; i <= CpaDetector::NOTHING; ++i)
     {
         std::printf("%10s", CpaDetector::getResultString(static_cast<CpaDetector::Result>(i)));
     }
     std::printf("   (rows: what it was, columns: what was said)\n");
-    for (auto& [strExpected, row] : table)
+    for (auto& [expected, row] : in_table)
     {
-        std::printf("%-10s", strExpected.c_str());
+        std::printf("%-10s", CpaDetector::getResultString(expected));
         for (int i = CpaDetector::VOICE; i <= CpaDetector::NOTHING; ++i)
         {
-            std::printf("%10u", row[CpaDetector::getResultString(static_cast<CpaDetector::Result>(i))]);
+            const auto said = static_cast<CpaDetector::Result>(i);
+            std::printf("%10u", row[said]);
+            uiTotal += row[said];
+            uiRight += said == expected ? row[said] : 0;
         }
         std::printf("\n");
     }
-    io_state.counters["right_percent"] = 100.0 * uiRight / uiTotal;
+    return 100.0 * uiRight / uiTotal;
+}
+
+/// Prints which results generated sound leads to, at several levels, off its frequencies and in noise; beside
+/// it what spandsp's detectors of supervisory and of fax tones make of the same tones.
+void BM_callProgressConfusion(benchmark::State& io_state)
+{
+    Confusion ours;
+    Confusion spandsp;
+    std::map<std::string, std::pair<unsigned, unsigned>> wrong;
+    for (auto _ : io_state)
+    {
+        for (const double fDbm0 : {-10.0, -20.0, -28.0, -35.0})
+        {
+            for (const double fFactor : {0.985, 1.0, 1.015})
+            {
+                for (const double fSignalToNoise : {60.0, 25.0, 15.0})
+                {
+                    for (const Test::CpaScenario& scenario : Test::makeCpaScenarios(fDbm0, 4, fFactor))
+                    {
+                        const SampleVector sound = Test::makeCpaSound(scenario, fDbm0 - fSignalToNoise);
+                        const CpaDetector::Result expected = scenario.m_expected;
+                        const CpaDetector::Result result = Test::analyseCpa(sound);
+                        ++ours[expected][result];
+                        wrong[scenario.m_szName].first += result != expected ? 1 : 0;
+                        if (expected != CpaDetector::VOICE && expected != CpaDetector::MACHINE)
+                        {
+                            const CpaDetector::Result theirs = detectWithSpandsp(sound);
+                            ++spandsp[expected][theirs];
+                            wrong[scenario.m_szName].second += theirs != expected ? 1 : 0;
+                        }
+                    }
+                }
+            }
+        }
+    }
+    io_state.counters["right_percent"] = printConfusion("engine", ours);
+    io_state.counters["spandsp_right_percent"] = printConfusion("spandsp", spandsp);
+    for (const auto& [strName, counts] : wrong)
+    {
+        if (counts.first + counts.second > 0)
+        {
+            std::printf("%-40s wrong: engine %u, spandsp %u\n", strName.c_str(), counts.first, counts.second);
+        }
+    }
 }
 BENCHMARK(BM_callProgressConfusion)->Iterations(1)->Unit(benchmark::kMillisecond);
 

@@ -220,7 +220,7 @@ CpaDetector::Label CpaDetector::toneLabel(double in_fFrequencyHz) const
          {1075, 1125, CNG_TONE},
          {1340, 1460, SIT_2_TONE},
          {1750, 1830, SIT_3_TONE},
-         {2070, 2130, CED_TONE}}
+         {2060, 2140, CED_TONE}}
     };
     for (const Band& band : s_bands)
     {
@@ -301,6 +301,9 @@ void CpaDetector::decideTones()
                             isWithin(runMs(2), 140, 700) &&
                             isWithin(runMs(3), uiOn * 3 / 4, uiOn * 4 / 3 + 40);
         const bool bEven = isWithin(runMs(2), uiOn * 3 / 5, uiOn * 8 / 5);
+        // Rings that come in pairs.
+        m_bRingback = m_bRingback ||
+                      (bTwice && isWithin(uiOn, 300, 500) && isWithin(runMs(2), 120, 300) && uiMs >= 1200);
         if (bTwice && bEven && isWithin(uiOn, 340, 700))
         {
             m_result = BUSY;
@@ -310,7 +313,22 @@ void CpaDetector::decideTones()
         {
             m_result = REORDER;
         }
+        else if (isLimping())
+        {
+            m_result = REORDER;
+        }
     }
+}
+
+bool CpaDetector::isLimping() const
+{
+    // A long and a short tone, as British networks send when they are congested.
+    const auto isTone = [this](std::size_t in_uiFromEnd, unsigned in_uiMin, unsigned in_uiMax)
+    { return runLabel(in_uiFromEnd) == LOW_TONE && isWithin(runMs(in_uiFromEnd), in_uiMin, in_uiMax); };
+    const auto isPause = [this](std::size_t in_uiFromEnd, unsigned in_uiMin, unsigned in_uiMax)
+    { return runLabel(in_uiFromEnd) == SILENCE && isWithin(runMs(in_uiFromEnd), in_uiMin, in_uiMax); };
+    return isTone(1, 340, 470) && isPause(2, 430, 620) && isTone(3, 150, 310) && isPause(4, 260, 429) &&
+           isTone(5, 340, 470);
 }
 
 void CpaDetector::decideSpeech(Label in_label)

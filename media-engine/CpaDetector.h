@@ -75,6 +75,7 @@ private:
     bool isSteady(double in_fLevel, bool in_bTone);
     void addFrame(Label in_label);
     void decideTones();
+    bool isLimping() const;
     void decideSpeech(Label in_label);
     unsigned runMs(std::size_t in_uiFromEnd) const;
     Label runLabel(std::size_t in_uiFromEnd) const;

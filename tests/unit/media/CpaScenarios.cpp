@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
 #include <random>
 
 #include "media/CTBusTonePlayerFactory.h"
@@ -14,10 +15,20 @@ namespace
 
 using Segments = std::vector<ToneDescription::Segment>;
 
-SampleVector makeTone(const Segments& in_vSegments, double in_fDbm0, unsigned in_uiMs)
+SampleVector makeTone(const Segments& in_vSegments,
+                      double in_fDbm0,
+                      unsigned in_uiMs,
+                      double in_fFrequencyFactor = 1)
 {
     ToneDescription tone;
     tone.m_vSegments = in_vSegments;
+    for (ToneDescription::Segment& segment : tone.m_vSegments)
+    {
+        for (auto& frequency : segment.m_vFrequencyHz)
+        {
+            frequency *= in_fFrequencyFactor;
+        }
+    }
     tone.m_fLevelDbm0 = in_fDbm0;
     SampleVector samples(std::size_t{in_uiMs} * 8);
     makeToneRecipe(tone)->makeSource()->read(samples.data(), samples.size());
@@ -72,63 +83,115 @@ void append(SampleVector& io_samples, const SampleVector& in_more)
     io_samples.insert(io_samples.end(), in_more.begin(), in_more.end());
 }
 
+// clang-format off
+/// What networks of North America, the United Kingdom, Germany and others send.
+struct Pattern
+{
+    const char* m_szName;
+    CpaDetector::Result m_expected;
+    unsigned m_uiMs;
+    Segments m_vSegments;
+};
+
+const std::vector<Pattern>& getPatterns()
+{
+    static const std::vector<Pattern> s_vPatterns = {
+        {"busy, North America",      CpaDetector::BUSY,     8000,  {{{480, 620}, 500}, {{}, 500}}},
+        {"busy, Germany",            CpaDetector::BUSY,     8000,  {{{425}, 480}, {{}, 480}}},
+        {"busy, United Kingdom",     CpaDetector::BUSY,     8000,  {{{400}, 375}, {{}, 375}}},
+        {"busy, France",             CpaDetector::BUSY,     8000,  {{{440}, 500}, {{}, 500}}},
+        {"reorder, North America",   CpaDetector::REORDER,  8000,  {{{480, 620}, 250}, {{}, 250}}},
+        {"reorder, Germany",         CpaDetector::REORDER,  8000,  {{{425}, 240}, {{}, 240}}},
+        {"reorder, United Kingdom",  CpaDetector::REORDER,  8000,
+         {{{400}, 400}, {{}, 350}, {{400}, 225}, {{}, 525}}},
+        {"reorder, 200 ms",          CpaDetector::REORDER,  8000,  {{{425}, 200}, {{}, 200}}},
+        {"ringback, North America",  CpaDetector::RINGBACK, 10000, {{{440, 480}, 2000}, {{}, 4000}}},
+        {"ringback, Germany",        CpaDetector::RINGBACK, 10000, {{{425}, 1000}, {{}, 4000}}},
+        {"ringback, United Kingdom", CpaDetector::RINGBACK, 10000,
+         {{{400, 450}, 400}, {{}, 200}, {{400, 450}, 400}, {{}, 2000}}},
+        {"special information",      CpaDetector::SIT,      3000,
+         {{{950}, 330}, {{1400}, 330}, {{1800}, 330}, {{}, 1000}}},
+        {"special information, long and short", CpaDetector::SIT, 3000,
+         {{{914}, 274}, {{}, 30}, {{1371}, 380}, {{}, 30}, {{1777}, 380}, {{}, 1000}}},
+        {"calling fax",              CpaDetector::FAX,      8000,  {{{1100}, 500}, {{}, 3000}}},
+        {"answering fax",            CpaDetector::FAX,      3500,  {{{}, 500}, {{2100}, 3000}}},
+        {"silence",                  CpaDetector::NOTHING,  100,   {{{}, 100}}}
+    };
+    return s_vPatterns;
+}
+// clang-format on
+
+/// Cut off at so many decibels below the highest peak, as an overdriven amplifier does.
+SampleVector clip(SampleVector in_samples, double in_fDb)
+{
+    int iPeak = 0;
+    for (const std::int16_t iSample : in_samples)
+    {
+        iPeak = std::max(iPeak, std::abs(int{iSample}));
+    }
+    const int iLimit = static_cast<int>(iPeak * std::pow(10, -in_fDb / 20));
+    for (std::int16_t& iSample : in_samples)
+    {
+        iSample = static_cast<std::int16_t>(std::clamp(int{iSample}, -iLimit, iLimit));
+    }
+    return in_samples;
+}
+
 }  // namespace
 
-std::vector<CpaScenario> makeCpaScenarios(double in_fDbm0, unsigned in_uiVoices)
+std::vector<CpaScenario> makeCpaScenarios(double in_fDbm0, unsigned in_uiVoices, double in_fFrequencyFactor)
 {
-    std::vector<CpaScenario> vScenarios = {
-        {"busy",                 makeTone({{{480, 620}, 500}, {{}, 500}}, in_fDbm0,                                      8000), CpaDetector::BUSY},
-        {"busy, 425 Hz",     makeTone({{{425}, 480}, {{}, 480}},                                            in_fDbm0,                                                                            8000), CpaDetector::BUSY},
-        {"busy, 400 Hz",              makeTone({{{400}, 375}, {{}, 375}},     in_fDbm0,8000), CpaDetector::BUSY},
-        {"reorder",         makeTone({{{480, 620}, 250}, {{}, 250}}, in_fDbm0,                                  8000), CpaDetector::REORDER},
-        {"reorder, 425 Hz",     makeTone({{{425}, 200}, {{}, 200}},                                            in_fDbm0,                                                                                 8000), CpaDetector::REORDER},
-        {"ringback",              makeTone({{{440, 480}, 2000}, {{}, 4000}},                                                in_fDbm0,                                        10000), CpaDetector::RINGBACK},
-        {"ringback, 425 Hz",      makeTone({{{425}, 1000}, {{}, 4000}},       in_fDbm0, 10000), CpaDetector::RINGBACK},
-        {"special information",
-         makeTone({{{950}, 330}, {{1400}, 330}, {{1800}, 330}, {{}, 1000}},                                         in_fDbm0,                                                                             3000),
-         CpaDetector::SIT},
-        {"special information, long and short",
-         makeTone(
-             {{{914}, 274}, {{}, 30}, {{1371}, 380}, {{}, 30}, {{1777}, 380}, {{}, 1000}},in_fDbm0,3000),
-         CpaDetector::SIT},
-        {"calling fax",     makeTone({{{1100}, 500}, {{}, 3000}},   in_fDbm0,                                  8000), CpaDetector::FAX},
-        {"answering fax", makeTone({{{}, 500}, {{2100}, 3000}},                                        in_fDbm0,                                                                 3500), CpaDetector::FAX},
-        {"silence",              {},        CpaDetector::NOTHING                                                                                              }
-    };
+    std::vector<CpaScenario> vScenarios;
+    for (const Pattern& pattern : getPatterns())
+    {
+        vScenarios.push_back({pattern.m_szName,
+                              makeTone(pattern.m_vSegments, in_fDbm0, pattern.m_uiMs, in_fFrequencyFactor),
+                              pattern.m_expected});
+    }
     for (unsigned uiSeed = 1; uiSeed <= in_uiVoices; ++uiSeed)
     {
-        SampleVector greeting(3200, 0);
-        append(greeting, makeSpeech(300 + 400 * (uiSeed % 4), in_fDbm0, uiSeed));
+        // Every other voice is overdriven.
+        const double fClipDb = uiSeed % 2 == 0 ? 12 : 0;
+        const auto speak = [&](SampleVector& io_samples, unsigned in_uiMs, unsigned in_uiVoice)
+        {
+            io_samples.resize(3200, 0);
+            append(io_samples, clip(makeSpeech(in_uiMs, in_fDbm0, in_uiVoice), fClipDb));
+        };
+        SampleVector greeting;
+        speak(greeting, 300 + 400 * (uiSeed % 4), uiSeed);
         vScenarios.push_back({"person", greeting, CpaDetector::VOICE});
-        SampleVector machine(3200, 0);
-        append(machine, makeSpeech(4000, in_fDbm0, 100 + uiSeed));
+        SampleVector machine;
+        speak(machine, 4000, 100 + uiSeed);
         vScenarios.push_back({"machine", machine, CpaDetector::MACHINE});
-        SampleVector beep(3200, 0);
-        append(beep, makeSpeech(1500, in_fDbm0, 200 + uiSeed));
+        SampleVector beep;
+        speak(beep, 1500, 200 + uiSeed);
         append(beep, SampleVector(2400, 0));
-        append(beep,
-               makeTone(
-                   {
-                       {{1000}, 500 },
-                       {{},     5000}
-        },
-                   in_fDbm0,
-                   2000));
+        const Segments vBeep = {
+            {{1000}, 500 },
+            {{},     5000}
+        };
+        append(beep, makeTone(vBeep, in_fDbm0, 2000, in_fFrequencyFactor));
         vScenarios.push_back({"short greeting and a beep", beep, CpaDetector::MACHINE});
     }
     return vScenarios;
 }
 
-CpaDetector::Result analyseCpa(SampleVector in_samples, double in_fNoiseDbm0)
+SampleVector makeCpaSound(const CpaScenario& in_scenario, double in_fNoiseDbm0)
 {
     std::mt19937 random(1);
     std::normal_distribution<double> noise(0,
                                            32767 / std::sqrt(2) * std::pow(10, (in_fNoiseDbm0 - 3.14) / 20));
-    in_samples.resize(10 * 8000, 0);
-    for (std::int16_t& iSample : in_samples)
+    SampleVector samples = in_scenario.m_samples;
+    samples.resize(10 * 8000, 0);
+    for (std::int16_t& iSample : samples)
     {
         iSample = static_cast<std::int16_t>(std::clamp(iSample + noise(random), -32768.0, 32767.0));
     }
+    return samples;
+}
+
+CpaDetector::Result analyseCpa(const SampleVector& in_samples)
+{
     CpaDetector detector(10000);
     return detector.process(in_samples.data(), in_samples.size());
 }

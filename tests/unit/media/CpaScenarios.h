@@ -17,10 +17,15 @@ struct CpaScenario
 };
 
 /// Call-progress tones of several countries, fax tones, and so many greetings of people, of machines, and of
-/// machines that beep, at a level in dBm0.
-std::vector<CpaScenario> makeCpaScenarios(double in_fDbm0, unsigned in_uiVoices);
+/// machines that beep, at a level in dBm0. The factor moves every tone away from its nominal frequency.
+std::vector<CpaScenario> makeCpaScenarios(double in_fDbm0,
+                                          unsigned in_uiVoices,
+                                          double in_fFrequencyFactor = 1);
 
-/// What the analysis says of ten seconds that begin with the samples, in noise of that level.
-CpaDetector::Result analyseCpa(SampleVector in_samples, double in_fNoiseDbm0);
+/// Ten seconds that begin with the scenario, in noise of that level.
+SampleVector makeCpaSound(const CpaScenario& in_scenario, double in_fNoiseDbm0);
+
+/// What the analysis says of ten seconds of sound.
+CpaDetector::Result analyseCpa(const SampleVector& in_samples);
 
 }  // namespace Quorvex::Test
