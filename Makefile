@@ -49,6 +49,10 @@ bench:
 	@$(MAKE) --no-print-directory build PRESET=bench
 	@./tools/bench $(BUILD)
 
+## make soak     mixed traffic over a link that loses, doubles and delays, MINUTES=n (10)
+soak: build
+	@python3 tests/system/soak.py $(BUILD) --minutes $(MINUTES)
+
 ## make fuzz     every fuzz target, MINUTES=n altogether (10)
 fuzz:
 	@$(MAKE) --no-print-directory build PRESET=fuzz

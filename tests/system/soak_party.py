@@ -213,7 +213,7 @@ class Leg:
         data = self.build("CANCEL", invite.cseq, invite.branch, target=self.uri)
         self.transactions[invite.branch, "CANCEL"] = Transaction(self, "CANCEL", data, invite.cseq, invite.branch)
 
-    async def answered(self, invite, seconds=30):
+    async def answered(self, invite, seconds=12):
         """The final response to an INVITE; a 200 is acknowledged and makes the dialog."""
         try:
             final = await asyncio.wait_for(asyncio.shield(invite.final), seconds)
@@ -405,7 +405,11 @@ class Party(asyncio.DatagramProtocol):
         self.inward.carry(self.loop, self.arrived, data)
 
     def arrived(self, data):
-        message = Message(data)
+        try:
+            message = Message(data)
+        except (KeyError, ValueError, IndexError):  # the answer to a malformed request lacks what that lacked
+            self.stray += 1
+            return
         leg = self.legs.get(message.call_id)
         if leg is None:
             if message.status or message.method == "ACK":

@@ -1,0 +1,275 @@
+#!/usr/bin/env python3
+"""What must not bring a gateway down, tried with calls under way: signals, a media engine that stands still, a registrar
+that goes and comes back, a full disk, and a flood of hostile messages."""
+import asyncio
+import ctypes
+import json
+import multiprocessing
+import os
+import re
+import signal
+import socket
+import sys
+import threading
+from pathlib import Path
+
+sys.path.insert(0, str(Path(__file__).resolve().parent))
+import faults_hostile  # noqa: E402
+from harness import Gateway, check, free_port, run  # noqa: E402
+from soak import SERVICES, Soak, recorded_roles  # noqa: E402
+from soak_flows import T1_MS, route  # noqa: E402
+from soak_party import CALL_ENDED_S, Party  # noqa: E402
+from sipua import Message  # noqa: E402
+
+TIMERS = {"t1Ms": T1_MS, "timerCMs": int(2000 * CALL_ENDED_S), "state.Disconnecting.timeoutMs": int(2000 * CALL_ENDED_S)}
+RING = {"name": "ring", "match": {"sip.in.requestUri": "^sip:ring@"}, "service": "ring", "hangupAfterMs": 500}
+
+
+class Stage:
+    """A gateway with a caller and a callee that place mixed calls through it."""
+
+    def __init__(self, build, overrides=None, level="WARN"):
+        self.callee_port = free_port()
+        overrides = {**(overrides or {})}
+        overrides["quorvex.sip"] = {**TIMERS, **overrides.get("quorvex.sip", {})}
+        self.gateway = Gateway(build, overrides, routes=[route(self.callee_port), *SERVICES, RING], level=level)
+
+    async def __aenter__(self):
+        self.gateway.__enter__()
+        self.caller = await Party(self.gateway.port).open()
+        self.callee = await Party(self.gateway.port, self.callee_port).open()
+        self.calls = Soak(self.gateway, self.caller, self.callee)
+        return self
+
+    async def __aexit__(self, *why):
+        self.caller.close()
+        self.callee.close()
+        self.gateway.__exit__(*why)
+
+    async def offer(self, rate, seconds):
+        await self.calls.offer(rate, seconds, malformed=0)
+
+    async def good_calls(self, count, rate=40):
+        """Calls that must all go well."""
+        self.calls.odd.clear()
+        await self.offer(rate, count / rate)
+        await self.calls.settle()
+        check(not self.calls.odd, f"calls went wrong: {self.calls.odd.most_common(5)}")
+
+    async def nothing_is_left(self):
+        left = await self.calls.listed(4 * CALL_ENDED_S)
+        check(not left, f"{len(left)} calls are stuck: {left[:3]}")
+
+    def check_records(self):
+        recorded = recorded_roles(self.gateway.records())
+        missing = {number: roles - set(recorded.get(number, ())) for number, roles in self.calls.legs.items()
+                   if roles - set(recorded.get(number, ()))}
+        check(not missing, f"{len(missing)} calls without their records: {list(missing.items())[:5]}")
+
+    def check_end(self):
+        self.gateway.check_accounts_are_zero()
+        check("Assertion failed" not in self.gateway.log(), "an assertion failed")
+
+
+async def until(what, condition, seconds=20):
+    loop = asyncio.get_running_loop()
+    deadline = loop.time() + seconds
+    while not condition():
+        check(loop.time() < deadline, f"{what}: not within {seconds} s")
+        await asyncio.sleep(0.02)
+
+
+async def ended(gateway, seconds=40):
+    return await asyncio.get_running_loop().run_in_executor(None, gateway.wait, seconds)
+
+
+async def sigterm(build):
+    async with Stage(build) as stage:
+        await stage.offer(60, 3)
+        load = asyncio.create_task(stage.offer(60, 3))
+        await asyncio.sleep(0.5)
+        stage.gateway.signal(signal.SIGTERM)
+        code = await ended(stage.gateway)
+        check(code == 0, f"exit code {code}")
+        await load
+        await stage.calls.settle()
+        # Calls placed after the end never reached anybody.
+        recorded = recorded_roles(stage.gateway.records())
+        stage.calls.legs = {n: roles for n, roles in stage.calls.legs.items() if n in recorded or len(roles) > 1}
+        stage.check_records()
+        stage.check_end()
+
+
+async def sighup(build):
+    async with Stage(build) as stage:
+        load = asyncio.create_task(stage.good_calls(240, 60))
+        for _ in range(20):
+            await asyncio.sleep(0.15)
+            stage.gateway.signal(signal.SIGHUP)
+        await load
+        await stage.nothing_is_left()
+        stage.gateway.stop()
+        stage.check_records()
+        stage.check_end()
+
+
+async def sigkill(build):
+    async with Stage(build) as stage:
+        load = asyncio.create_task(stage.offer(60, 3))
+        await asyncio.sleep(2.5)
+        stage.gateway.signal(signal.SIGKILL)
+        stage.gateway.wait()
+        lines = stage.gateway.cdr_file.read_text(encoding="utf-8").splitlines() if stage.gateway.cdr_file.exists() else []
+        await asyncio.get_running_loop().run_in_executor(None, stage.gateway.start)
+        await load
+        await stage.calls.settle()
+        before = len(stage.calls.legs)
+        await stage.good_calls(80)
+        await stage.nothing_is_left()
+        stage.gateway.stop()
+        stage.calls.legs = {n: roles for n, roles in stage.calls.legs.items() if n > before}
+        stage.check_records()
+        check(len(stage.gateway.records()) > len(lines), "the restarted gateway writes no records")
+        stage.check_end()
+
+
+class Stopped:
+    """Threads of a process stand still inside the `with`, by their names, as under a debugger. To be used and left in
+    one thread of the caller's."""
+    SEIZE, INTERRUPT, DETACH, WALL = 0x4206, 0x4207, 17, 0x40000000
+
+    def __init__(self, pid, name):
+        self.tids = [int(task.name) for task in Path(f"/proc/{pid}/task").iterdir()
+                     if (task / "comm").read_text(encoding="ascii").strip().startswith(name)]
+        check(self.tids, f"the gateway has no thread {name}")
+        self.libc = ctypes.CDLL(None, use_errno=True)
+
+    def ptrace(self, request, tid):
+        check(self.libc.ptrace(request, tid, None, None) == 0, f"ptrace: {os.strerror(ctypes.get_errno())}")
+
+    def __enter__(self):
+        for tid in self.tids:
+            self.ptrace(self.SEIZE, tid)
+            self.ptrace(self.INTERRUPT, tid)
+            os.waitpid(tid, self.WALL)
+        return self
+
+    def __exit__(self, *_):
+        for tid in self.tids:
+            self.ptrace(self.DETACH, tid)
+
+
+async def media_stand_still(build):
+    """Calls of that time fail or wait, and end; calls of before and after are well."""
+    async with Stage(build) as stage:
+        await stage.good_calls(40)
+        with Stopped(stage.gateway.process.pid, "rtp-media"):
+            await stage.offer(20, 4)
+            await asyncio.sleep(2 * CALL_ENDED_S)
+            healthy = await asyncio.get_running_loop().run_in_executor(None, stage.gateway.http, "/healthz")
+            print(f"/healthz while the media engine stands still: {healthy[0]}")
+        await stage.calls.settle()
+        print(f"calls meanwhile: {stage.calls.odd.most_common(5)}")
+        await stage.nothing_is_left()
+        await stage.good_calls(80)
+        stage.gateway.stop()
+        stage.check_records()
+        stage.check_end()
+
+
+class Registrar(threading.Thread):
+    """Says 200 to REGISTER for two seconds each, or nothing while silent."""
+
+    def __init__(self):
+        super().__init__(daemon=True)
+        self.socket = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+        self.socket.bind(("127.0.0.1", 0))
+        self.socket.settimeout(0.2)
+        self.port = self.socket.getsockname()[1]
+        self.silent = self.over = False
+        self.answered = self.ignored = 0
+        self.start()
+
+    def run(self):
+        while not self.over:
+            try:
+                data, source = self.socket.recvfrom(65536)
+            except OSError:
+                continue
+            request = Message(data)
+            if self.silent:
+                self.ignored += 1
+                continue
+            lines = ["SIP/2.0 200 OK", *(f"Via: {via}" for via in request.all("Via")),
+                     *(f"{name}: {request.get(name)}" for name in ("From", "Call-ID", "CSeq")), f"To: {request.get('To')};tag=r",
+                     f"Contact: {request.get('Contact')};expires=2", "Content-Length: 0"]
+            self.socket.sendto(("\r\n".join(lines) + "\r\n\r\n").encode(), source)
+            self.answered += 1
+
+
+async def registrar_away(build):
+    registrar = Registrar()
+    extra = {"registration": [{"registrar": f"sip:127.0.0.1:{registrar.port}", "aor": "sip:gw@example.test", "user": "gw",
+                               "password": "secret", "expiresS": 2}]}
+    async with Stage(build, {"quorvex.sip": extra}) as stage:
+        await until("registered and refreshed", lambda: registrar.answered >= 2)
+        registrar.silent = True
+        await until("tried while the registrar is away", lambda: registrar.ignored >= 2)
+        await stage.good_calls(80)
+        registrar.silent, answered = False, registrar.answered
+        await until("registered again", lambda: registrar.answered > answered, 30)
+        await stage.good_calls(40)
+        await stage.nothing_is_left()
+        stage.gateway.stop()
+        stage.check_records()
+        stage.check_end()
+    registrar.over = True
+
+
+async def full_disk(build):
+    async with Stage(build, {"quorvex.gateway": {"cdrFile": "/dev/full"}}) as stage:
+        await stage.good_calls(80)
+        await stage.nothing_is_left()
+        legs = sum(len(roles) for roles in stage.calls.legs.values())
+
+        def all_counted():
+            lost = re.search(r"^quorvex_cdr_lost_total (\d+)", stage.gateway.http("/metrics")[1], re.MULTILINE)
+            return lost and int(lost.group(1)) >= legs
+        await until(f"{legs} lost records are counted", all_counted)
+        stage.gateway.stop()
+        stage.check_end()
+        complaints = [line for line in stage.gateway.log().splitlines() if "ecord" in line and (" ERROR " in line or " WARN " in line)]
+        check(1 <= len(complaints) <= 10, f"{len(complaints)} lines in the log about the records")
+
+
+async def hostile_messages(build, count=100000, rate=3000):
+    async with Stage(build, level="OFF") as stage:
+        attacker = multiprocessing.Process(target=faults_hostile.send, args=(stage.gateway.port, count, 1, rate))
+        attacker.start()
+        await stage.good_calls(200, 6)
+        print(f"parties late by {stage.calls.lag * 1000:.0f} ms at most")
+        await until("the attack ends", lambda: not attacker.is_alive(), 120)
+        check(stage.gateway.process.poll() is None, "the gateway is gone")
+        # A call of the attacker's own may stand: the gateway cannot know better. An operator ends it.
+        def answered():
+            return [call["id"] for call in json.loads(stage.gateway.http("/api/calls")[1]) if call["state"] == "answered"]
+        for call_id in answered():
+            stage.gateway.http(f"/api/calls/{call_id}", "DELETE")
+        await stage.nothing_is_left()
+        await stage.good_calls(40)
+        stage.gateway.stop()
+        stage.check_records()
+        stage.check_end()
+
+
+def test(story):
+    def wrapped(build):
+        asyncio.run(story(build))
+    wrapped.__name__ = story.__name__
+    return wrapped
+
+
+if __name__ == "__main__":
+    multiprocessing.set_start_method("spawn")
+    sys.exit(run([test(story) for story in (sigterm, sighup, sigkill, media_stand_still, registrar_away, full_disk,
+                                            hostile_messages)], sys.argv[1]))
