@@ -6,7 +6,7 @@ JOBS := $(shell nproc)
 CONFIG := examples/gateway.toml
 MINUTES ?= 10
 
-.PHONY: run test deps build call bench fuzz soak lint package asan tsan clean help
+.PHONY: run test deps build call bench fuzz soak overload lint package asan tsan clean help
 
 help:
 	@sed -n 's/^## //p' $(MAKEFILE_LIST)
@@ -52,6 +52,10 @@ bench:
 ## make soak     mixed traffic over a link that loses, doubles and delays, MINUTES=n (10)
 soak: build
 	@python3 tests/system/soak.py $(BUILD) --minutes $(MINUTES)
+
+## make overload three times the highest clean rate for two minutes
+overload: build
+	@python3 bench/overload.py $(BUILD)
 
 ## make fuzz     every fuzz target, MINUTES=n altogether (10)
 fuzz:
