@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <functional>
 #include <thread>
 
 #include "G711.h"
@@ -88,40 +89,107 @@ public:
     Reports m_reports;
 };
 
-TEST_F(StreamTest, hostilePacketsAreCountedAndHarmless)
+TEST_F(StreamTest, everyKindOfBadPacketIsCountedAndHarmless)
 {
     startEngine();
     m_pEngine->attachEcho("victim");
     m_pEngine->attachEcho("other");
     auto pVictim = makeStartedLeg("victim");
     auto pOther = makeStartedLeg("other");
-    pVictim->m_peer.send(makeSound(0, 160));
-    EXPECT_EQ(makeSound(0, 160), pVictim->m_peer.receiveSound(160));
-
-    unsigned uiSent = 0;
-    std::uint32_t ui32State = 12345;
-    for (; uiSent < 60; ++uiSent)
+    Peer& peer = pVictim->m_peer;
+    Peer rtcp;
+    rtcp.setRemote(pVictim->m_uiPort + 1);
+    const auto raw = [](std::initializer_list<std::uint8_t> in_start, std::size_t in_uiSize)
     {
-        // Random bytes, half of them with the version of RTP.
-        std::vector<std::uint8_t> vData(uiSent % 40);
-        for (std::uint8_t& ui8Byte : vData)
+        std::vector<std::uint8_t> vData(in_start);
+        vData.resize(in_uiSize, 0xff);
+        return [vData](Peer& io_peer) { io_peer.sendRaw(vData); };
+    };
+    const auto sound = [](Peer& io_peer) { io_peer.send(makeSound(1, 160)); };
+    const auto jump = [&sound](int in_iPackets)
+    {
+        return [in_iPackets, &sound](Peer& io_peer)
         {
-            ui32State = ui32State * 1664525U + 1013904223U;
-            ui8Byte = static_cast<std::uint8_t>(ui32State >> 24);
-        }
-        if (!vData.empty())
+            io_peer.m_next.m_ui16Sequence =
+                static_cast<std::uint16_t>(io_peer.m_next.m_ui16Sequence + in_iPackets);
+            io_peer.m_next.m_ui32Timestamp += static_cast<std::uint32_t>(in_iPackets * 160);
+            sound(io_peer);
+        };
+    };
+    const auto overtake = [&](Peer& io_peer)
+    {
+        jump(1)(io_peer);
+        jump(-2)(io_peer);
+        io_peer.m_next.m_ui16Sequence++;
+        io_peer.m_next.m_ui32Timestamp += 160;
+    };
+    struct Case
+    {
+        const char* m_szName;
+        Peer& m_peer;
+        std::function<void(Peer&)> m_send;
+        std::uint64_t m_ui64Received;
+        std::uint64_t m_ui64Dropped;
+        std::uint64_t m_ui64Duplicates;
+        std::uint64_t m_ui64Lost;
+        std::uint64_t m_ui64Reordered;
+    };
+    // clang-format off
+    const std::vector<Case> vCases = {
+        {"the first",                      peer, sound,                        1, 0, 0, 0, 0},
+        {"nothing",                        peer, raw({}, 0),                   0, 1, 0, 0, 0},
+        {"too short",                      peer, raw({0x80, 0x00}, 11),        0, 1, 0, 0, 0},
+        {"version 0",                      peer, raw({0x00, 0x00}, 172),       0, 1, 0, 0, 0},
+        {"version 3",                      peer, raw({0xc0, 0x00}, 172),       0, 1, 0, 0, 0},
+        {"sources beyond its end",         peer, raw({0x8f, 0x00}, 40),        0, 1, 0, 0, 0},
+        {"an extension beyond its end",    peer, raw({0x90, 0x00}, 40),        0, 1, 0, 0, 0},
+        {"padding beyond its end",         peer, raw({0xa0, 0x00}, 40),        0, 1, 0, 0, 0},
+        {"RTCP on the port of RTP",        peer, raw({0x80, 0xc8}, 28),        0, 1, 0, 0, 0},
+        {"an unknown payload type",        peer, raw({0x80, 0x23}, 172),       0, 1, 0, 0, 0},
+        {"a dynamic payload type",         peer, raw({0x80, 0x7f}, 172),       0, 1, 0, 0, 0},
+        {"larger than any packet",         peer, raw({0x80, 0x00}, 4000),      0, 1, 0, 0, 0},
+        {"RTCP too short",                 rtcp, raw({0x80, 0xc8}, 5),         0, 1, 0, 0, 0},
+        {"RTCP of version 1",              rtcp, raw({0x40, 0xc8}, 28),        0, 1, 0, 0, 0},
+        {"RTCP beyond its end",            rtcp, raw({0x80, 0xc8}, 28),        0, 1, 0, 0, 0},
+        {"a duplicate",                    peer, jump(-1),                     0, 0, 1, 0, 0},
+        {"a gap of two",                   peer, jump(2),                      1, 0, 0, 2, 0},
+        {"one overtakes another",          peer, overtake,                     2, 0, 0, 0, 1},
+        {"a jump, not yet believed",       peer, jump(20000),                  0, 1, 0, 0, 0},
+        {"a jump, believed",               peer, sound,                        1, 0, 0, 0, 0},
+        {"another source, not yet believed", peer,
+         [&](Peer& io_peer) { io_peer.m_next.m_ui32Ssrc++; sound(io_peer); },  0, 1, 0, 0, 0},
+        {"another source, believed",       peer, sound,                        1, 0, 0, 0, 0}
+    };
+    // clang-format on
+    StreamStatistics expected;
+    for (const Case& aCase : vCases)
+    {
+        aCase.m_send(aCase.m_peer);
+        expected.m_ui64Received += aCase.m_ui64Received;
+        expected.m_ui64Dropped += aCase.m_ui64Dropped;
+        expected.m_ui64Duplicates += aCase.m_ui64Duplicates;
+        expected.m_ui64Lost += aCase.m_ui64Lost;
+        expected.m_ui64Reordered += aCase.m_ui64Reordered;
+        const auto sum = [](const StreamStatistics& in_statistics) {
+            return in_statistics.m_ui64Received + in_statistics.m_ui64Dropped +
+                   in_statistics.m_ui64Duplicates;
+        };
+        StreamStatistics seen = statistics("victim");
+        for (const auto end = std::chrono::steady_clock::now() + DEADLINE;
+             sum(seen) < sum(expected) && std::chrono::steady_clock::now() < end;
+             seen = statistics("victim"))
         {
-            vData[0] = static_cast<std::uint8_t>(uiSent % 2 == 0 ? 0x80 : vData[0]);
         }
-        pVictim->m_peer.sendRaw(vData);
+        EXPECT_EQ(expected.m_ui64Received, seen.m_ui64Received) << aCase.m_szName;
+        EXPECT_EQ(expected.m_ui64Dropped, seen.m_ui64Dropped) << aCase.m_szName;
+        EXPECT_EQ(expected.m_ui64Duplicates, seen.m_ui64Duplicates) << aCase.m_szName;
+        EXPECT_EQ(expected.m_ui64Lost, seen.m_ui64Lost) << aCase.m_szName;
+        EXPECT_EQ(expected.m_ui64Reordered, seen.m_ui64Reordered) << aCase.m_szName;
     }
-    pVictim->m_peer.sendRaw(std::vector<std::uint8_t>(4000, 0x80));
-    pVictim->m_peer.send(makeSound(1, 160), 77);
-    EXPECT_EQ(makeSound(0, 0), pVictim->m_peer.receiveSound(1, 0ms));
-
+    // What was good came back, and nothing else did.
+    EXPECT_EQ(expected.m_ui64Received, statistics("victim").m_ui64Sent);
     pOther->m_peer.send(makeSound(2, 160));
     EXPECT_EQ(makeSound(2, 160), pOther->m_peer.receiveSound(160));
-    EXPECT_GE(statistics("victim").m_ui64Dropped, uiSent / 2);
     EXPECT_EQ(0U, statistics("other").m_ui64Dropped);
 }
 
