@@ -46,6 +46,7 @@ sanitize: build
 
 ## make bench    the benchmarks, one after the other
 bench:
+	@./tools/deps bench
 	@$(MAKE) --no-print-directory build PRESET=bench
 	@./tools/bench $(BUILD)
 
