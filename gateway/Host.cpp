@@ -17,6 +17,7 @@
 #include "infra/MemAccount.h"
 #include "infra/RegistrationSingleton.h"
 #include "infra/TomlConfiguration.h"
+#include "sip-common/SipStack.h"
 
 namespace Quorvex
 {
@@ -37,6 +38,30 @@ std::string whyNotWritable(const std::string& in_strFile)
                ? ""
                : std::error_code(errno, std::generic_category()).message();
 }
+
+/// A report that the network interface's task thread makes at once. Deletes itself with the answer.
+class TaskProbe final : public OMObserver
+{
+public:
+    static bool ask(OMReporter& io_reporter, LoopWatchdog::Done in_done)
+    {
+        return io_reporter.getOM("alive", new TaskProbe(std::move(in_done)));
+    }
+
+    void omReport(const std::string& /*in_strName*/, const std::string& /*in_strReport*/) override
+    {
+        m_done();
+        delete this;
+    }
+    void omUnavailable(const std::string& /*in_strName*/, const std::string& /*in_strReason*/) override
+    {
+        delete this;
+    }
+
+private:
+    explicit TaskProbe(LoopWatchdog::Done in_done) : m_done(std::move(in_done)) {}
+    const LoopWatchdog::Done m_done;
+};
 
 void complain(const std::string& in_strText)
 {
@@ -242,7 +267,31 @@ bool Host::startNetIf(std::string& out_strError)
         return false;
     }
     m_control.setReporter(m_pNetIf.get());
+    watchLoops();
     return true;
+}
+
+void Host::watchLoops()
+{
+    using Done = LoopWatchdog::Done;
+    m_watchdog.watch(
+        "sip", "sip-stack", [](Done in_done) { return SipStack::instance()->post(std::move(in_done)); });
+    m_watchdog.watch("task",
+                     m_pNetIf->getTaskName(),
+                     [this](Done in_done) { return TaskProbe::ask(*m_pNetIf, std::move(in_done)); });
+    m_watchdog.watch("media",
+                     "rtp-media",
+                     [](const Done& in_done)
+                     {
+                         const auto hSource = RegistrationSingleton::instance()
+                                                  .lookup("TONE_PLAYER_FACTORY")
+                                                  .dynamicCast<MediaStatisticsSource>();
+                         return !hSource.isNull() && hSource->ping(in_done);
+                     });
+    m_watchdog.watch(
+        "call engine", "call-engine", [this](Done in_done) { return m_engine.post(std::move(in_done)); });
+    m_metrics.addSource(m_watchdog);
+    m_watchdog.start();
 }
 
 void Host::announce() const
@@ -283,6 +332,8 @@ int Host::serve()
 int Host::stop()
 {
     sd_notify(0, "STOPPING=1");
+    // A stop has time limits of its own.
+    m_watchdog.stop();
     m_engine.takeCalls(false);
     const auto timeout = std::chrono::seconds(m_hConfig->getIntegerOr("quorvex.gateway.stopTimeoutS", 30));
     QLOG_INFO(
@@ -337,6 +388,7 @@ void Host::reload()
 
 void Host::tearDown()
 {
+    m_watchdog.stop();
     m_control.setReporter(nullptr);
     if (!m_pNetIf.isNull())
     {

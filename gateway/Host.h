@@ -6,6 +6,7 @@
 
 #include "EngineControl.h"
 #include "HttpServer.h"
+#include "LoopWatchdog.h"
 #include "Metrics.h"
 #include "Options.h"
 #include "RoutingCallEngine.h"
@@ -49,6 +50,7 @@ private:
     bool startHttp(std::string& out_strError);
     bool startNetIf(std::string& out_strError);
     static void observeMedia(LimitedObjPtr<MediaObserver> in_pObserver);
+    void watchLoops();
     void announce() const;
     int serve();
     int stop();
@@ -67,6 +69,7 @@ private:
     RoutingCallEngine m_engine;
     EngineControl m_control{m_engine};
     MediaMetrics m_mediaMetrics;
+    LoopWatchdog m_watchdog;
     Metrics m_metrics;
     HttpServer m_http{m_control, m_metrics};
     DynLibObjPtr<OAMGatewayNetIf> m_pNetIf;

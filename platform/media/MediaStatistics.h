@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -86,6 +87,9 @@ public:
     /// The live endpoints of a call, in the order of creation; the figures are at most a few packets old.
     virtual std::vector<StreamStatistics> getStreamStatistics(const std::string& in_strCallId) = 0;
     virtual MediaTotals getTotals() = 0;
+    /// Has the media thread call the function, later; returns at once. False when there is no such thread.
+    /// For watchdogs.
+    virtual bool ping(std::function<void()> /*in_done*/) { return false; }
 };
 
 }  // namespace Quorvex

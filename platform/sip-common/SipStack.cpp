@@ -113,6 +113,12 @@ void SipStack::refuseUnanswered()
     }
 }
 
+bool SipStack::post(std::function<void()> in_job)
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return m_pStack != nullptr && m_pStack->post(std::move(in_job));
+}
+
 bool SipStack::getStatistics(DsSipStackStatistics& out_statistics) const
 {
     const std::lock_guard<std::mutex> lock(m_mutex);

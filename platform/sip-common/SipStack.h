@@ -78,6 +78,8 @@ public:
     void drain();
     /// As DsSipStack::refuseUnanswered().
     void refuseUnanswered();
+    /// Runs a job on the SIP stack thread; false when it does not run.
+    bool post(std::function<void()> in_job);
 
     std::size_t getNumListenPorts() const { return m_vListenPorts.size(); }
     /// In their configured order.

@@ -52,6 +52,9 @@ def metric(gateway, sample):
 def a_call_is_seen_commanded_and_recorded(build):
     with Gateway(build) as gateway:
         wait_for("the gateway is healthy", lambda: gateway.http("/healthz")[0] == 200)
+        for loop in ("sip", "task", "media", "call engine"):
+            wait_for(f"the {loop} loop is timed",
+                     lambda name=loop: metric(gateway, f'quorvex_loop_round_trip_seconds{{loop="{name}"}}'))
         check("active VOIP IN" in gateway.http("/api/status")[1], "the status is no description")
         with Caller(gateway.port) as caller, RtpSocket() as rtp:
             answer = answered(caller, rtp)
