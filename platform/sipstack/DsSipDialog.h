@@ -61,7 +61,8 @@ public:
     /// Answers the pending re-INVITE. Throws when none is pending.
     void respondToReinvite(const DsHandle<DsSipResponse>& in_hResponse);
 
-    /// Answers the BYE that was reported. Throws when none is pending.
+    /// Answers the BYE that was reported. Throws when none is pending; nothing happens when it has been
+    /// answered because we had hung up, too.
     void respondToBye(const DsHandle<DsSipResponse>& in_hResponse);
 
     /// Answers the INVITE that offered this dialog in the place of another (replacesDialog).

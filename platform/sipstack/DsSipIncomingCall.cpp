@@ -74,7 +74,10 @@ void DsSipIncomingCall::respondToReinvite(const DsHandle<DsSipResponse>& in_hRes
 
 void DsSipIncomingCall::respondToBye(const DsHandle<DsSipResponse>& in_hResponse)
 {
-    dialog()->respondToBye(in_hResponse);
+    if (!core().isByeAnsweredByStack())
+    {
+        dialog()->respondToBye(in_hResponse);
+    }
 }
 
 void DsSipIncomingCall::ackReinvite(const DsHandle<DsSipAckMessage>& in_hAck)

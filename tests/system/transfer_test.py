@@ -13,9 +13,16 @@ from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parent))
 from callee import Callee  # noqa: E402
-from harness import ECHO_ROUTE, Failure, Gateway, check, free_port, run  # noqa: E402
-from sipua import Caller, RtpSocket, sdp, sdp_port  # noqa: E402
+from harness import DEADLINE_S, ECHO_ROUTE, Failure, Gateway, check, free_port, run  # noqa: E402
+from sipua import Caller, Message, RtpSocket, sdp, sdp_port  # noqa: E402
 from two_party_test import heard  # noqa: E402
+
+
+def wait_until(condition, text):
+    deadline = time.monotonic() + DEADLINE_S
+    while not condition():
+        check(time.monotonic() < deadline, text)
+        time.sleep(0.01)
 
 
 class Stage:
@@ -55,13 +62,14 @@ class Stage:
 
     def ring(self, name):
         party = getattr(self, name)
-        self.ports[name] = sdp_port(party.expect("INVITE").body)
+        # An ACK that was sent again may still be on its way from the call before.
+        self.ports[name] = sdp_port(party.expect("INVITE", skip=(100, "ACK")).body)
         party.answer(180, "Ringing")
 
     def answer(self, name):
         party = getattr(self, name)
         if name not in self.ports:
-            self.ports[name] = sdp_port(party.expect("INVITE").body)
+            self.ports[name] = sdp_port(party.expect("INVITE", skip=(100, "ACK")).body)
         party.answer(200, "OK", sdp("127.0.0.1", self.rtp[name].port))
         party.expect("ACK")
 
@@ -83,7 +91,7 @@ class Stage:
             self.ok(who, notify)
 
     def ok(self, who, request):
-        party = getattr(self, who)
+        party = getattr(self, who) if isinstance(who, str) else who
         if isinstance(party, Caller):
             party.answer(request, 200, "OK")
         else:
@@ -341,6 +349,30 @@ def a_service_makes_way_for_a_party(build):
         stage.finish(a=("remote", 200), c=("local", 200))
 
 
+def a_party_that_was_called_by_an_operator_transfers(build):
+    with Stage(build, connected=False) as stage:
+        leg = {"sip.out.requestUri": stage.b.uri}
+        status, text = stage.gateway.http("/api/calls", "POST", {"leg": leg, "service": "echo"})
+        check(status == 201, text)
+        stage.answer("b")
+        stage.refer("b", "c")
+        stage.notified("b", 100)
+        stage.ring("c")
+        stage.notified("b", 180)
+        stage.answer("c")
+        stage.notified("b", 200)
+        stage.talk("b", "c")
+        # The one who stays takes the first one's place, and may be transferred by an operator, too.
+        path = f"/api/calls/{json.loads(text)['id']}/transfer"
+        stage.gateway.http(path, "POST", {"leg": {"sip.out.requestUri": f"sip:d@127.0.0.1:{stage.d.port}"}})
+        stage.answer("d")
+        stage.bye_comes("c")
+        stage.talk("b", "d")
+        stage.bye("b")
+        stage.bye_comes("d")
+        stage.finish(callee=("remote", 200), c=("local", 200), d=("local", 200))
+
+
 def an_operator_transfers(build):
     for first in ("b", "echo"):
         with Stage(build, first=first) as stage:
@@ -354,6 +386,8 @@ def an_operator_transfers(build):
             if first == "b":
                 stage.talk("a", "b")
             stage.ports.pop("c")
+            failed = 'quorvex_transfers_total{asked_by="operator",outcome="failed"} 1'
+            wait_until(lambda: failed in stage.gateway.http("/metrics")[1], "the failure is not counted")
             stage.gateway.http(path, "POST", {"leg": leg})
             stage.ring("c")
             check("tester@" in stage.c.invite.get("From"), stage.c.invite.get("From"))
@@ -486,6 +520,104 @@ def a_stop_in_the_middle_of_a_transfer(build):
         check(len(stage.gateway.records()) == 3, f"{stage.gateway.records()}")
 
 
+def subscriptions_that_are_forgotten(build):
+    """A 481 to a NOTIFY is the end of the news, not of the call."""
+    def forgotten(stage, *codes):
+        for code in codes:
+            notify = stage.a.expect("NOTIFY")
+            check(f" {code} " in notify.body, f"{notify.body}, {code} expected")
+            stage.a.answer(notify, 481, "Subscription Does Not Exist")
+
+    with Stage(build) as stage:
+        stage.refer("a", "busy")
+        forgotten(stage, 100, 486)
+        stage.talk("a", "b")
+        stage.refer("a", "c")
+        stage.ring("c")
+        forgotten(stage, 100, 180)
+        stage.answer("c")
+        forgotten(stage, 200)
+        stage.bye_comes("a")
+        stage.talk("b", "c")
+        stage.bye("b")
+        stage.bye_comes("c")
+        stage.finish(a=("local", 200), b=("remote", 200), c=("local", 200))
+
+
+def two_things_at_once_in_a_transfer(build):
+    """Every two of these, in either order and without waiting for what the first one brings: all ends, with records."""
+    def call(stage, method, path, body=None):
+        calls = json.loads(stage.gateway.http("/api/calls")[1])
+        if calls:
+            stage.gateway.http(f"/api/calls/{calls[0]['id']}{path}", method, body)
+
+    actions = {
+        "a hangs up": lambda stage: stage.a.send("BYE"),
+        "b hangs up": lambda stage: stage.b.send("BYE"),
+        "c answers": lambda stage: stage.c.answer(200, "OK", sdp("127.0.0.1", 40000)),
+        "c declines": lambda stage: stage.c.answer(603, "Decline"),
+        "c answers and hangs up": lambda stage: (stage.c.answer(200, "OK", sdp("127.0.0.1", 40000)), stage.c.send("BYE")),
+        "a refers again": lambda stage: stage.a.send("REFER", headers=(f"Refer-To: <sip:d@127.0.0.1:{stage.gateway.port}>",)),
+        "b refers": lambda stage: stage.b.send("REFER", headers=(f"Refer-To: <sip:d@127.0.0.1:{stage.gateway.port}>",)),
+        "a holds": lambda stage: stage.a.invite(sdp("127.0.0.1", 40000, extra="a=sendonly\r\n")),
+        "the operator transfers": lambda stage: call(stage, "POST", "/transfer", {"leg": {"sip.out.requestUri": stage.d.uri}}),
+        "the operator hangs up": lambda stage: call(stage, "DELETE", ""),
+    }
+
+    legs = set()
+
+    def take(stage, party, data, remote):
+        message = Message(data)
+        if message.is_response:
+            if message.method == "INVITE" and message.status >= 200:
+                party.ack(message)
+            return
+        if isinstance(party, Callee):
+            party.remote = remote
+            party.invite = message if message.method == "INVITE" else party.invite
+        if message.method == "INVITE":
+            legs.add(message.get("Call-ID"))
+        elif message.method != "ACK":
+            stage.ok(party, message)
+        if message.method == "CANCEL":
+            party.answer(487, "Request Terminated")
+
+    def serve(stage, until, what):
+        """Answers what comes until the condition holds."""
+        parties = {party.socket: party for party in (stage.a, stage.b, stage.c, stage.d)}
+        deadline = time.monotonic() + DEADLINE_S
+        while not until():
+            check(time.monotonic() < deadline, f"{what}: {stage.gateway.http('/api/calls')[1]}")
+            for ready in select.select(list(parties), [], [], 0.02)[0]:
+                data, remote = ready.recvfrom(65536)
+                take(stage, parties[ready], data, remote)
+
+    with Stage(build, connected=False, overrides={"quorvex.sip": {"t1Ms": 50}}, level="WARN") as stage:
+        for first in actions:
+            for second in actions:
+                what = f"{first}, {second}"
+                stage.a.__exit__()
+                stage.a = Caller(stage.gateway.port, "b")
+                for party in (stage.b, stage.c, stage.d):
+                    party.cseq = 0
+                stage.ports.clear()
+                stage.connect()
+                stage.refer("a", "c")
+                stage.ring("c")
+                stage.notified("a", 100, 180)
+                legs.update((stage.a.call_id, stage.b.invite.get("Call-ID"), stage.c.invite.get("Call-ID")))
+                actions[first](stage)
+                actions[second](stage)
+                quiet = time.monotonic() + 0.06
+                serve(stage, lambda end=quiet: time.monotonic() > end, what)
+                call(stage, "DELETE", "")
+                serve(stage, lambda: stage.gateway.http("/api/calls")[1].strip() == "[]", what)
+        stage.gateway.stop()
+        check(len(stage.gateway.records()) == len(legs), f"{len(stage.gateway.records())} records of {len(legs)} legs")
+        stage.gateway.check_accounts_are_zero()
+        stage.gateway.check_log_is_clean()
+
+
 def many_transfers(build):
     """sipp at all three ends: every transfer succeeds, leaves three records, and nothing in memory."""
     if shutil.which("sipp") is None:
@@ -518,9 +650,11 @@ def many_transfers(build):
 
 TESTS = [either_party_transfers_the_other, who_asked_leaves_by_itself, a_failed_transfer_brings_the_parties_back_together,
          refers_that_cannot_be, one_transfer_at_a_time, parties_that_leave_while_the_new_one_rings,
-         a_service_makes_way_for_a_party, an_operator_transfers, headers_of_a_refer_to,
+         a_service_makes_way_for_a_party, a_party_that_was_called_by_an_operator_transfers, an_operator_transfers,
+         headers_of_a_refer_to,
          who_has_consulted_another_joins_the_two,
-         hold_and_resume_while_the_other_stays_up, a_stop_in_the_middle_of_a_transfer, many_transfers]
+         hold_and_resume_while_the_other_stays_up, subscriptions_that_are_forgotten,
+         a_stop_in_the_middle_of_a_transfer, two_things_at_once_in_a_transfer, many_transfers]
 
 if __name__ == "__main__":
     sys.exit(run(TESTS, sys.argv[1]))

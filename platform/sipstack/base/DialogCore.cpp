@@ -163,6 +163,7 @@ void DialogCore::end()
     m_session.stop();
     if (m_pByeIrq != nullptr)
     {
+        m_bByeAnsweredByStack = true;
         nta_incoming_treply(m_pByeIrq, SIP_200_OK, TAG_END());
         nta_incoming_destroy(m_pByeIrq);
         m_pByeIrq = nullptr;

@@ -102,6 +102,8 @@ public:
     void postAck(const DsHandle<DsSipAckMessage>& in_hAck);
     void postReinviteResponse(const DsHandle<DsSipResponse>& in_hResponse);
     void postByeResponse(const DsHandle<DsSipResponse>& in_hResponse);
+    /// Whether their BYE was answered by the stack since we had hung up, too.
+    bool isByeAnsweredByStack() const { return m_bByeAnsweredByStack.load(); }
     void postInviteResponse(const DsHandle<DsSipResponse>& in_hResponse);
     void postHangup(const DsHandle<DsSipRequest>& in_hBye);
     void setLogger(CallLogger* in_pLogger);
@@ -160,6 +162,7 @@ private:
     // The far end's BYE.
     nta_incoming_t* m_pByeIrq = nullptr;
     std::atomic<bool> m_bByePending{false};
+    std::atomic<bool> m_bByeAnsweredByStack{false};
     StackTimer m_byeTimer;
 
     // The far end's re-INVITE.

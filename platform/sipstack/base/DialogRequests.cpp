@@ -89,6 +89,7 @@ void DialogCore::answerBye(const DsHandle<DsSipResponse>& in_hResponse)
     const auto self = shared_from_this();
     if (in_hResponse.isNil())
     {
+        m_bByeAnsweredByStack = true;
         nta_incoming_treply(m_pByeIrq, SIP_200_OK, TAG_END());
     }
     else
@@ -189,8 +190,10 @@ void DialogCore::onRequestOutcome(sip_method_t in_method, const sip_t* in_pSip)
             break;
         }
     }
-    // RFC 3261 12.2.1.2: the far end does not know the dialog, or has gone.
-    if ((status == 481 || status == 408) && m_state == State::eConfirmed)
+    // RFC 3261 12.2.1.2: the far end does not know the dialog, or has gone. A 481 to a NOTIFY speaks of the
+    // subscription only, which some end before we do; the call goes on (RFC 5057 5.1).
+    const bool bSubscription = in_method == sip_method_notify && status == 481;
+    if ((status == 481 || status == 408) && !bSubscription && m_state == State::eConfirmed)
     {
         lose("the far end does not know it any more, or has gone");
     }
@@ -227,6 +230,10 @@ void DialogCore::postRequest(const DsHandle<DsSipRequest>& in_hRequest)
 
 void DialogCore::postByeResponse(const DsHandle<DsSipResponse>& in_hResponse)
 {
+    if (!in_hResponse.isNil() && m_bByeAnsweredByStack.load())
+    {
+        return;
+    }
     if (in_hResponse.isNil() || !m_bByePending.load())
     {
         throw DsException("no BYE waits for an answer");

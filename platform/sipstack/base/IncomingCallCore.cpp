@@ -78,6 +78,12 @@ DsHandle<DsSipDialog> IncomingCallCore::getDialog() const
     return m_pDialog->getHandle();
 }
 
+bool IncomingCallCore::isByeAnsweredByStack() const
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return m_pDialog->isByeAnsweredByStack();
+}
+
 void IncomingCallCore::postAnswer(const DsHandle<DsSipResponse>& in_hResponse, bool in_bReliable)
 {
     if (in_hResponse.isNil())

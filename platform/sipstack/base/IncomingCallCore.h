@@ -32,6 +32,8 @@ public:
     void postHangup();
     DsHandle<DsSipDialog> getDialog() const;
     unsigned int getFinalStatus() const;
+    /// As DialogCore's, of the call's dialog, also when it is over.
+    bool isByeAnsweredByStack() const;
 
     void shutdown() override;
     void refuseUnanswered() override;

@@ -283,15 +283,20 @@ TEST_F(DialogTest, NotifyOfOursIsAnsweredAndLossOfTheDialogEndsTheCall)
 {
     {
         const Report call = establish();
-        const auto notify = call.m_hIn->getDialog()->createRequest("NOTIFY");
-        notify->addHeader("Event", "refer");
-        notify->addHeader("Subscription-State", "active;expires=60");
-        notify->setBody("SIP/2.0 100 Trying", "message/sipfrag;version=2.0");
-        call.m_hIn->getDialog()->notify(notify);
-        const std::string received = m_peer.expect("NOTIFY");
-        EXPECT_EQ(RawPeer::header(received, "Content-Type"), "message/sipfrag;version=2.0");
-        m_peer.respond(received, "200 OK");
-        EXPECT_EQ(reports().expect("notifyResponse").response()->getStatusCode(), 200U);
+        // A subscription that the far end has forgotten is not the call.
+        for (const char* szStatus : {"200 OK", "481 Subscription Does Not Exist"})
+        {
+            const auto notify = call.m_hIn->getDialog()->createRequest("NOTIFY");
+            notify->addHeader("Event", "refer");
+            notify->addHeader("Subscription-State", "active;expires=60");
+            notify->setBody("SIP/2.0 100 Trying", "message/sipfrag;version=2.0");
+            call.m_hIn->getDialog()->notify(notify);
+            const std::string received = m_peer.expect("NOTIFY");
+            EXPECT_EQ(RawPeer::header(received, "Content-Type"), "message/sipfrag;version=2.0");
+            m_peer.respond(received, szStatus);
+            EXPECT_EQ(reports().expect("notifyResponse").response()->getStatusCode(),
+                      static_cast<unsigned>(std::stoul(szStatus)));
+        }
 
         call.m_hIn->getDialog()->info(call.m_hIn->getDialog()->createRequest("INFO"));
         m_peer.respond(m_peer.expect("INFO"), "481 Call/Transaction Does Not Exist");
@@ -312,6 +317,19 @@ TEST_F(DialogTest, ByeOfBothSidesAtOnceEndsTheCallOnce)
         m_peer.expect("SIP/2.0 200");
         m_peer.respond(ours, "481 Call/Transaction Does Not Exist");
         reports().expect("terminated");
+    }
+    expectEnd();
+}
+
+TEST_F(DialogTest, ByeThatCrossesOurHangUpNeedsNoAnswerMore)
+{
+    {
+        establish();
+        m_peer.sendRequest("BYE");
+        const Report bye = reports().expect("terminated");
+        bye.m_hIn->hangup();
+        m_peer.expect("SIP/2.0 200");
+        EXPECT_NO_THROW(bye.m_hIn->respondToBye(TestAgent::response(200, bye.request())));
     }
     expectEnd();
 }

@@ -181,7 +181,11 @@ bool SipLeg::respondToReinvite(const DsHandle<DsSipCall>& in_hCall,
     }
     catch (const DsException& exception)
     {
-        QLOG_ERROR(getLogger(), "Ds Exception occured: " << exception);
+        const DsHandle<DsSipDialog> hDialog = hInCall.isNil() ? in_hDialog : hInCall->getDialog();
+        if (hDialog.isNil() || !isOver(*hDialog, "answer to a re-INVITE"))
+        {
+            QLOG_ERROR(getLogger(), "Ds Exception occured: " << exception);
+        }
         return false;
     }
 }

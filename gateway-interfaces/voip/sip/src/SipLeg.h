@@ -164,6 +164,8 @@ protected:
     // the stack's exceptions come through.
     DsHandle<DsSipResponse> createReinviteResponse(const DsHandle<DsSipInviteMessage>& in_hInvite,
                                                    unsigned int in_uiResponseCode);
+    /// Whether the far end has ended the dialog before we could say something in it: logged, and no fault.
+    bool isOver(const DsSipDialog& in_dialog, const char* in_szWhat) const;
     bool fillInInfo(const DsHandle<DsSipRequest>& in_hInfo, const std::vector<Parameter>& in_vParameters);
     bool fillInNotify(const DsHandle<DsSipRequest>& in_hNotify,
                       const Fallible<unsigned int>& in_uiResponseCode,

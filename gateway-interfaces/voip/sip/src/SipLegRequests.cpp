@@ -96,6 +96,16 @@ bool SipLeg::fillInInfo(const DsHandle<DsSipRequest>& in_hInfo, const std::vecto
     return true;
 }
 
+bool SipLeg::isOver(const DsSipDialog& in_dialog, const char* in_szWhat) const
+{
+    const bool bOver = !in_dialog.isActive();
+    if (bOver)
+    {
+        QLOG_INFO(getLogger(), in_szWhat << " not sent: the far end has hung up meanwhile");
+    }
+    return bOver;
+}
+
 bool SipLeg::sendInfoMsg(const DsHandle<DsSipDialog>& in_hDialog,
                          const std::vector<Parameter>& in_vParameters)
 {
@@ -108,6 +118,10 @@ bool SipLeg::sendInfoMsg(const DsHandle<DsSipDialog>& in_hDialog,
     try
     {
         const DsHandle<DsSipRequest> hInfo = in_hDialog->createRequest("INFO");
+        if (isOver(*in_hDialog, "INFO"))
+        {
+            return false;
+        }
         if (!QUORVEX_ASSERT(getLogger(), hInfo.isNil() == false) ||
             !QUORVEX_ASSERT(getLogger(), m_listenPort.m_hContact.isNil() != true))
         {
@@ -124,7 +138,10 @@ bool SipLeg::sendInfoMsg(const DsHandle<DsSipDialog>& in_hDialog,
     }
     catch (const DsException& exception)
     {
-        QLOG_ERROR(getLogger(), "SipLeg::sendInfoMsg : Ds Exception occured: " << exception);
+        if (!isOver(*in_hDialog, "INFO"))
+        {
+            QLOG_ERROR(getLogger(), "SipLeg::sendInfoMsg : Ds Exception occured: " << exception);
+        }
         return false;
     }
 }
@@ -165,6 +182,10 @@ bool SipLeg::sendNotify(const DsHandle<DsSipDialog>& in_hDialog,
     try
     {
         const DsHandle<DsSipRequest> hNotify = in_hDialog->createRequest("NOTIFY");
+        if (isOver(*in_hDialog, "NOTIFY"))
+        {
+            return false;
+        }
         if (!QUORVEX_ASSERT(getLogger(), hNotify.isNil() == false))
         {
             return false;
@@ -180,7 +201,10 @@ bool SipLeg::sendNotify(const DsHandle<DsSipDialog>& in_hDialog,
     }
     catch (const DsException& exception)
     {
-        QLOG_ERROR(getLogger(), "SipLeg::sendNotify : Ds Exception occured: " << exception);
+        if (!isOver(*in_hDialog, "NOTIFY"))
+        {
+            QLOG_ERROR(getLogger(), "SipLeg::sendNotify : Ds Exception occured: " << exception);
+        }
         return false;
     }
 }
