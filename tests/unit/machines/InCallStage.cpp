@@ -284,6 +284,34 @@ void InCallStage::answerMedia(bool in_bAnswer)
     }
 }
 
+bool InCallStage::followStop()
+{
+    bool bWaited = true;
+    const bool bStopped = waitUntil(
+        [&]
+        {
+            const std::string strMessage = m_peer.receive("", std::chrono::milliseconds(5));
+            if (strMessage.empty())
+            {
+                return m_running.netIf().getTaskState() == Task::STOPPED_STATE;
+            }
+            m_strTo = strMessage.compare(0, 3, "SIP") == 0 ? SipTestPeer::header(strMessage, "To") : m_strTo;
+            if (strMessage.compare(0, 3, "SIP") != 0)
+            {
+                bWaited = bWaited && m_running.netIf().getTaskState() != Task::STOPPED_STATE;
+                answer(strMessage, "200 OK");
+            }
+            else if (strMessage.compare(8, 1, "1") != 0 &&
+                     SipTestPeer::header(strMessage, "CSeq").find("INVITE") != std::string::npos)
+            {
+                send("ACK");
+            }
+            return false;
+        });
+    EXPECT_TRUE(bWaited) << "stopped with a request unanswered";
+    return bStopped && bWaited;
+}
+
 std::vector<std::string> InCallStage::told()
 {
     std::vector<std::string> vTold = m_running.engine().getTold(m_strEngineCallId);

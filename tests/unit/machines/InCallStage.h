@@ -79,6 +79,10 @@ public:
     std::vector<std::string> told();
     bool waitForTold(const std::string& in_strWhat);
 
+    /// The far end does its part until the network interface, which is stopping, has stopped: acknowledges
+    /// and answers. False when it does not stop, or stops while a request of ours is unanswered.
+    bool followStop();
+
     /// Lets go of what the stage itself holds of the present call.
     void letGo() { m_hProxy.reset(); }
 

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <iterator>
 #include <map>
 #include <memory>
 #include <string>
@@ -281,18 +282,42 @@ TEST_P(InCallSweep, AnEventOfTheWrongClassDoesNoHarm)
     }
 }
 
+class InCallStop : public InCallSweep
+{
+};
+
+TEST_P(InCallStop, EndsTheCallAndWaitsForItsEnd)
+{
+    {
+        InCallStage stage;
+        ASSERT_NO_FATAL_FAILURE(stage.bringTo(GetParam().m_szState));
+        stage.answerMedia(true);
+        EXPECT_TRUE(stage.running().netIf().stop());
+        stage.letGo();
+        EXPECT_TRUE(stage.followStop());
+        EXPECT_TRUE(stage.waitForTold("gone"));
+        EXPECT_TRUE(stage.running().netIf().waitUntilDone());
+    }
+    // What a media engine says after the last call's end goes with the queue.
+    expectAccountsEmpty();
+}
+
+std::string nameOfCase(const testing::TestParamInfo<StateCase>& in_info)
+{
+    std::string strName;
+    for (const char* sz = in_info.param.m_szState; *sz != '\0'; ++sz)
+    {
+        strName += std::isalnum(static_cast<unsigned char>(*sz)) != 0 ? *sz : '_';
+    }
+    return strName;
+}
+
+INSTANTIATE_TEST_SUITE_P(AllStates, InCallSweep, testing::ValuesIn(kStates), nameOfCase);
+// In the first one there is no call yet.
 INSTANTIATE_TEST_SUITE_P(AllStates,
-                         InCallSweep,
-                         testing::ValuesIn(kStates),
-                         [](const testing::TestParamInfo<StateCase>& in_info)
-                         {
-                             std::string strName;
-                             for (const char* sz = in_info.param.m_szState; *sz != '\0'; ++sz)
-                             {
-                                 strName += std::isalnum(static_cast<unsigned char>(*sz)) != 0 ? *sz : '_';
-                             }
-                             return strName;
-                         });
+                         InCallStop,
+                         testing::ValuesIn(std::next(std::begin(kStates)), std::end(kStates)),
+                         nameOfCase);
 
 }  // namespace
 }  // namespace Quorvex::Test
