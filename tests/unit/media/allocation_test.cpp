@@ -39,8 +39,20 @@ void give(void* in_pMemory)
 
 }  // namespace
 
-// Those of arrays, and those that do not throw, call these.
+// All of them, since a sanitizer has its own of those that are missing here.
 void* operator new(std::size_t in_uiSize)
+{
+    return take(in_uiSize);
+}
+void* operator new[](std::size_t in_uiSize)
+{
+    return take(in_uiSize);
+}
+void* operator new(std::size_t in_uiSize, const std::nothrow_t&) noexcept
+{
+    return take(in_uiSize);
+}
+void* operator new[](std::size_t in_uiSize, const std::nothrow_t&) noexcept
 {
     return take(in_uiSize);
 }
@@ -48,7 +60,23 @@ void operator delete(void* in_pMemory) noexcept
 {
     give(in_pMemory);
 }
+void operator delete[](void* in_pMemory) noexcept
+{
+    give(in_pMemory);
+}
 void operator delete(void* in_pMemory, std::size_t) noexcept
+{
+    give(in_pMemory);
+}
+void operator delete[](void* in_pMemory, std::size_t) noexcept
+{
+    give(in_pMemory);
+}
+void operator delete(void* in_pMemory, const std::nothrow_t&) noexcept
+{
+    give(in_pMemory);
+}
+void operator delete[](void* in_pMemory, const std::nothrow_t&) noexcept
 {
     give(in_pMemory);
 }

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
@@ -376,6 +377,65 @@ TEST_F(StreamTest, aFileIsPlayedSampleBySampleAndItsEndReported)
     auto pB = makeStartedLeg("call");
     EXPECT_TRUE(m_pEngine->detach("call"));
     m_pEngine->setMediaObserver(nullptr);
+}
+
+TEST_F(StreamTest, aFilePlayedThroughABridgedPairIsHeardSampleBySample)
+{
+    startEngine();
+    // As loud and as irregular as speech: a wave that wanders in frequency and level.
+    std::vector<std::int16_t> vSamples(4000);
+    double fPhase = 0;
+    for (std::size_t i = 0; i < vSamples.size(); ++i)
+    {
+        const double fPlace = static_cast<double>(i) / 8000;
+        fPhase += 0.1 + 0.4 * std::sin(20 * fPlace) * std::sin(20 * fPlace);
+        vSamples[i] = static_cast<std::int16_t>(20000 * std::sin(3 * fPlace + 0.1) * std::sin(fPhase));
+    }
+    const std::string strPath = writeWav(vSamples);
+    for (const unsigned uiPayloadType : {0U, 8U})
+    {
+        auto pNear = makeLeg("bridge");
+        Leg::Options far;
+        far.m_uiPayloadType = uiPayloadType;
+        auto pFar = makeStartedLeg("bridge", far);
+        // The player is the far end of the bridge's near leg.
+        auto pPlayer = makeLeg("player");
+        Leg::Options near;
+        near.m_uiSignalledPort = pPlayer->m_uiPort;
+        startLeg(*pNear, near);
+        std::string strError;
+        ASSERT_TRUE(m_pEngine->attachFile("player", strPath, false, strError)) << strError;
+        Leg::Options player;
+        player.m_uiSignalledPort = pNear->m_uiPort;
+        startLeg(*pPlayer, player);
+
+        std::vector<std::uint8_t> vExpected(vSamples.size());
+        G711::encode(G711::U_LAW, vSamples.data(), vSamples.size(), vExpected.data());
+        if (uiPayloadType == 8)
+        {
+            G711::transcode(G711::U_LAW, vExpected.data(), vExpected.size(), vExpected.data());
+        }
+        // Behind the silence from before it began.
+        std::vector<std::uint8_t> vHeard;
+        Peer::Packet packet;
+        bool bHeard = false;
+        while (!bHeard && vHeard.size() < 40000)
+        {
+            ASSERT_TRUE(pFar->m_peer.receive(packet));
+            vHeard.insert(vHeard.end(), packet.m_vPayload.begin(), packet.m_vPayload.end());
+            bHeard =
+                std::search(vHeard.begin(), vHeard.end(), vExpected.begin(), vExpected.end()) != vHeard.end();
+        }
+        EXPECT_TRUE(bHeard) << uiPayloadType;
+        EXPECT_EQ(0U, statistics("bridge").m_ui64Lost);
+        // What the two laws make of the wave is never further from it than one step of both.
+        std::vector<std::int16_t> vDecoded(vSamples.size());
+        G711::decode(G711::lawOf(uiPayloadType), vExpected.data(), vExpected.size(), vDecoded.data());
+        for (std::size_t i = 0; i < vSamples.size(); ++i)
+        {
+            ASSERT_NEAR(vSamples[i], vDecoded[i], 32 + std::abs(vSamples[i]) / 16) << i;
+        }
+    }
 }
 
 TEST_F(StreamTest, reportsAreExchanged)
