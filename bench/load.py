@@ -242,7 +242,7 @@ def latencies(server, calls, pause_s=0.02):
             sent = time.time_ns()
             caller.sendto(invite, ("127.0.0.1", server.port))
             text, stamp, source = arrival(server.probe)
-            while not text.startswith("INVITE"):
+            while not text.startswith("INVITE") or stamp < sent:
                 text, stamp, source = arrival(server.probe)
             forwarded.append((stamp - sent) / 1e6)
             lines = [line for line in text.split("\r\n\r\n")[0].split("\r\n")[1:]
@@ -252,6 +252,8 @@ def latencies(server, calls, pause_s=0.02):
                                  "\r\n\r\n").encode(), source)
             while True:
                 text, stamp, _ = arrival(caller)
+                if f"Call-ID: lat{number}x{me}\r\n" not in text:
+                    continue  # late, of an earlier call
                 status = int(text[8:11])
                 if status == 100:
                     trying.append((stamp - sent) / 1e6)

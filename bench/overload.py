@@ -8,6 +8,7 @@ Without --maximum the highest clean rate is measured first. Exit code 1 when few
 anything is refused otherwise than by a 503 with Retry-After, or when calls are not well again within 10 s. sipp needs
 the same cores as the gateway here: part of what is lost is lost to it."""
 import argparse
+import signal
 import sys
 import time
 from pathlib import Path
@@ -60,10 +61,12 @@ def main():
             failed = sum(sipp.count("FailedCall") for sipp in senders)
             wrong = sum(sipp.count("FailedRegexpDoesntMatch") + sipp.count("FailedRegexpHdrNotFound")
                         + sipp.count("FailedUnexpectedMessage") for sipp in senders)
+            for sipp in senders:  # no new calls; those under way come to their end
+                sipp.process.send_signal(signal.SIGUSR1)
+            recovery = recovered_after(server)
         finally:
             for sipp in senders:
                 sipp.close()
-        recovery = recovered_after(server)
         check(server.gateway.process.poll() is None, "the gateway is gone")
     share = completed / elapsed / maximum
     print(f"maximum {maximum} calls/s; offered {offered / elapsed:.0f}/s for {elapsed:.0f} s: completed {completed / elapsed:.0f}/s "
