@@ -13,7 +13,9 @@ namespace Quorvex
 
 DsSipOutgoingCall::DsSipOutgoingCall(const DsHandle<DsSipInviteMessage>& in_hInvite,
                                      const DsHandle<DsSipOutgoingCallinterface>& in_hInterface)
-    : m_hInvite(in_hInvite), m_hInterface(in_hInterface)
+    : m_hInvite(in_hInvite),
+      m_strCallId(in_hInvite->getCallID().empty() ? SipAgent::newTag() : in_hInvite->getCallID()),
+      m_hInterface(in_hInterface)
 {
 }
 

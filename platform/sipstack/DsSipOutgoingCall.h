@@ -2,6 +2,7 @@
 
 #include <memory>
 #include <mutex>
+#include <string>
 #include <vector>
 
 #include "infra/MemAccount.h"
@@ -46,6 +47,11 @@ public:
 
     const DsHandle<DsSipInviteMessage>& getInvite() const { return m_hInvite; }
 
+    /// The Call-ID of the INVITE on the wire: the message's own, else the one the stack chose. Known from
+    /// create() on and never changed, also while the INVITE is sent again (digest, session interval). Any
+    /// thread.
+    const std::string& getCallID() const { return m_strCallId; }
+
     void acceptReplaces(const DsHandle<DsSipDialog>& in_hReplacedDialog,
                         const DsHandle<DsSipDialog>& in_hNewDialog) override;
     void rejectReplaces(const DsHandle<DsSipDialog>& in_hReplacedDialog,
@@ -61,6 +67,7 @@ private:
                       const DsHandle<DsSipOutgoingCallinterface>& in_hInterface);
 
     const DsHandle<DsSipInviteMessage> m_hInvite;
+    const std::string m_strCallId;
     DsHandle<DsSipOutgoingCallinterface> m_hInterface;  // SIP stack thread; released with the core
     std::shared_ptr<OutgoingCallCore> m_pCore;
     mutable std::recursive_mutex m_mutex;  // guards m_vDialogs

@@ -92,13 +92,12 @@ void OutgoingCallCore::openLeg()
         from += ";tag=" + SipAgent::newTag();
     }
     const std::string to = invite->getHeaderValue("To");
-    const std::string callId = invite->getCallID();
     m_pLeg = nta_leg_tcreate(m_agent.nta(),
                              &LegHandler::callback,
                              this,
                              SIPTAG_FROM_STR(from.c_str()),
                              SIPTAG_TO_STR(to.c_str()),
-                             TAG_IF(!callId.empty(), SIPTAG_CALL_ID_STR(callId.c_str())),
+                             SIPTAG_CALL_ID_STR(m_hCall->getCallID().c_str()),
                              TAG_END());
 }
 

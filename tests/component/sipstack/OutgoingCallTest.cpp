@@ -80,6 +80,8 @@ TEST_F(OutgoingCallTest, AnsweredCallEndedByUs)
         EXPECT_EQ(RawPeer::body(m_strInvite), kSdp);
         EXPECT_TRUE(RawPeer::header(m_strInvite, "Route").empty());
         EXPECT_TRUE(call->getDialog().isNil());
+        EXPECT_FALSE(call->getCallID().empty());
+        EXPECT_EQ(RawPeer::header(m_strInvite, "Call-ID"), call->getCallID());
         m_peer.respond(m_strInvite, "100 Trying");
         EXPECT_EQ(reports().expect("provisionalResponse").response()->getStatusCode(), 100U);
         m_peer.respond(m_strInvite, "180 Ringing", contact());
