@@ -132,6 +132,7 @@ private:
     void refreshSession();
     void lose(const char* in_szReason);
     void sendReinvite(const DsHandle<DsSipInviteMessage>& in_hInvite);
+    void retryReinvite(const DsHandle<DsSipInviteMessage>& in_hInvite);
     bool send(ClientRequest& in_request,
               sip_method_t in_method,
               const char* in_szMethod,

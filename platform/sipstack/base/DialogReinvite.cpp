@@ -174,8 +174,15 @@ void DialogCore::sendReinvite(const DsHandle<DsSipInviteMessage>& in_hInvite)
     const auto self = shared_from_this();
     m_hOurReinvite = in_hInvite;
     bool sent = false;
-    if (m_state == State::eConfirmed && m_pOwner != nullptr && !m_pOwner->isInviteUnfinished(*this) &&
-        m_pReinviteIrq == nullptr)
+    if (m_state == State::eConfirmed && m_pOwner != nullptr &&
+        (m_pOwner->isInviteUnfinished(*this) || m_pReinviteIrq != nullptr))
+    {
+        // No INVITE while another one is under way in either direction (RFC 3261 14.1). The other one ends in
+        // bounded time, and a dialog that ends stops the timer.
+        retryReinvite(in_hInvite);
+        return;
+    }
+    if (m_state == State::eConfirmed && m_pOwner != nullptr)
     {
         m_pOurReinvite =
             std::make_unique<ClientRequest>([this](const sip_t* in_pSip) { onReinviteOutcome(in_pSip); });
@@ -194,6 +201,13 @@ void DialogCore::sendReinvite(const DsHandle<DsSipInviteMessage>& in_hInvite)
             m_pOwner->onDialogReinviteTimeOut(*this, in_hInvite);
         }
     }
+}
+
+// RFC 3261 14.1: the owner of the Call-ID waits 2.1 to 4 s, the other side 0 to 2 s.
+void DialogCore::retryReinvite(const DsHandle<DsSipInviteMessage>& in_hInvite)
+{
+    const unsigned int wait = m_pOwner->isInbound() ? 10 * randomUpTo(200) : 2100 + 10 * randomUpTo(190);
+    m_retryTimer.start(m_agent.thread(), wait, [this, in_hInvite] { sendReinvite(in_hInvite); });
 }
 
 void DialogCore::onReinviteOutcome(const sip_t* in_pSip)
@@ -230,10 +244,8 @@ void DialogCore::onReinviteOutcome(const sip_t* in_pSip)
     }
     if (status == 491 && !m_bReinviteRetried && m_state == State::eConfirmed && m_pOwner != nullptr)
     {
-        // RFC 3261 14.1: the owner of the Call-ID waits 2.1 to 4 s, the other side 0 to 2 s.
         m_bReinviteRetried = true;
-        const unsigned int wait = m_pOwner->isInbound() ? 10 * randomUpTo(200) : 2100 + 10 * randomUpTo(190);
-        m_retryTimer.start(m_agent.thread(), wait, [this, invite] { sendReinvite(invite); });
+        retryReinvite(invite);
         return;
     }
     const bool owned = m_pOwner != nullptr;

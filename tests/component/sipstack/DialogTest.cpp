@@ -182,7 +182,15 @@ TEST_F(DialogTest, OurReinviteIsAnsweredAndRetriedAfterGlare)
         const std::string first = m_peer.expect("INVITE");
         m_peer.respond(first, "491 Request Pending");
         m_peer.expect("ACK");
-        // The far end owns the Call-ID: we wait for 0 to 2 s.
+        // The far end owns the Call-ID: we wait for 0 to 2 s, and for as long as its own INVITE takes.
+        m_peer.sendRequest("INVITE", kSdp);
+        const Report theirs = reports().expect("reinviteRequest");
+        m_peer.expectNone("INVITE", 2100ms);
+        EXPECT_TRUE(reports().empty());
+        theirs.m_hIn->respondToReinvite(TestAgent::response(200, theirs.request(), kSdp));
+        m_peer.expect("SIP/2.0 200");
+        m_peer.sendRequest("ACK");
+        reports().expect("reinviteAck");
         const std::string second = m_peer.expect("INVITE", 3s);
         EXPECT_EQ(RawPeer::body(second), kSdp);
         m_peer.respond(second,

@@ -147,6 +147,14 @@ TEST_F(IncomingCallTest, CancelAfterTheAnswerIsNotReported)
         called.m_hIn->answer(TestAgent::response(200, called.request()));
         m_peer.learn(m_peer.expect("SIP/2.0 200"));
         m_peer.sendRequest("CANCEL");
+        std::string answer = m_peer.expect("SIP/2.0 ");
+        while (RawPeer::header(answer, "CSeq").find("INVITE") != std::string::npos)
+        {
+            answer = m_peer.expect("SIP/2.0 ");  // the 200 comes again until its ACK
+        }
+        // The 2xx has ended the INVITE's server transaction (RFC 3261 17.2.1): there is nothing to cancel.
+        EXPECT_EQ(answer.substr(0, 11), "SIP/2.0 481");
+        EXPECT_NE(RawPeer::header(answer, "CSeq").find("CANCEL"), std::string::npos);
         m_peer.sendRequest("ACK");
         reports().expect("callConfirmed");
         m_peer.sendRequest("BYE");
