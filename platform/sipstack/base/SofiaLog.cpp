@@ -1,10 +1,16 @@
 #include "sipstack/base/SofiaLog.h"
 
+#include <algorithm>
 #include <array>
+#include <chrono>
 #include <cstdarg>
+#include <cstdint>
 #include <cstdio>
+#include <cstring>
+#include <map>
 #include <mutex>
 #include <string>
+#include <utility>
 
 #include "infra/Logger.h"
 #include "sipstack/base/Sofia.h"
@@ -16,10 +22,70 @@ namespace
 {
 
 StaticLogger s_logger("quorvex.sip.base");
+StaticLogger s_garbageLogger("quorvex.sip.Stack");
+
+// The base library's own words for what it drops without looking further; the source follows.
+constexpr const char* kGarbage = "nta_agent: received garbage from ";
+
+constexpr std::chrono::seconds kGarbageInterval{60};
+constexpr std::size_t kGarbageSources = 1024;
+
+struct GarbageSource
+{
+    std::chrono::steady_clock::time_point m_next;
+    std::uint64_t m_ulSilent = 0;
+};
+
+// One line per source address and interval, however much it sends. The table is bounded: when it is full of
+// sources that sent within the interval, further ones are only counted by the statistics.
+void warnOfGarbage(const std::string& in_strLine)
+{
+    static std::mutex s_mutex;  // two stacks may run
+    static std::map<std::string, GarbageSource> s_sources;
+    const std::size_t begin = std::strlen(kGarbage);
+    const std::size_t colon = in_strLine.rfind(':');
+    if (colon == std::string::npos || colon <= begin)
+    {
+        return;
+    }
+    const std::string source = in_strLine.substr(begin, colon - begin);  // transport and host, not the port
+    const auto now = std::chrono::steady_clock::now();
+    std::uint64_t silent = 0;
+    {
+        const std::lock_guard<std::mutex> lock(s_mutex);
+        auto known = s_sources.find(source);
+        if (known != s_sources.end() && now < known->second.m_next)
+        {
+            ++known->second.m_ulSilent;
+            return;
+        }
+        if (known == s_sources.end())
+        {
+            if (s_sources.size() >= kGarbageSources)
+            {
+                std::erase_if(s_sources,
+                              [&](const auto& in_source) { return now >= in_source.second.m_next; });
+            }
+            if (s_sources.size() >= kGarbageSources)
+            {
+                return;
+            }
+            known = s_sources.emplace(source, GarbageSource()).first;
+        }
+        silent = std::exchange(known->second.m_ulSilent, 0);
+        known->second.m_next = now + kGarbageInterval;
+    }
+    QLOG_WARN(s_garbageLogger,
+              "dropped what is no SIP message from " << source << " (" << silent
+                                                     << " more since the last such line; the next comes in "
+                                                     << kGarbageInterval.count() << " s at the earliest)");
+}
 
 void logLine(void*, const char* in_szFormat, va_list in_arguments)
 {
-    if (!s_logger.isEnabled(eDEBUG_LEVEL))
+    const bool garbage = s_garbageLogger.isEnabled(eWARN_LEVEL) &&
+                         std::strncmp(in_szFormat, kGarbage, std::strlen(kGarbage)) == 0;
+    if (!garbage && !s_logger.isEnabled(eDEBUG_LEVEL))
     {
         return;
     }
@@ -32,7 +98,14 @@ void logLine(void*, const char* in_szFormat, va_list in_arguments)
     {
         line.pop_back();
     }
-    s_logger.log(eDEBUG_LEVEL, line, __FILE__, __LINE__);
+    if (garbage)
+    {
+        warnOfGarbage(line);
+    }
+    if (s_logger.isEnabled(eDEBUG_LEVEL))
+    {
+        s_logger.log(eDEBUG_LEVEL, line, __FILE__, __LINE__);
+    }
 }
 
 tport_stun_server_t* createNoServer(su_root_t*, const tagi_t*)

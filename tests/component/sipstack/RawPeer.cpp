@@ -21,14 +21,14 @@ std::atomic<unsigned int> s_uiCalls{0};
 
 }  // namespace
 
-RawPeer::RawPeer(std::uint16_t in_uiAgentPort)
+RawPeer::RawPeer(std::uint16_t in_uiAgentPort, const char* in_szAddress)
     : m_strCallId("call-" + std::to_string(::getpid()) + "-" + std::to_string(++s_uiCalls)),
       m_uiAgentPort(in_uiAgentPort)
 {
     m_fd = ::socket(AF_INET, SOCK_DGRAM, 0);
     sockaddr_in address{};
     address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    EXPECT_EQ(::inet_pton(AF_INET, in_szAddress, &address.sin_addr), 1);
     EXPECT_EQ(::bind(m_fd, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
     socklen_t length = sizeof address;
     ::getsockname(m_fd, reinterpret_cast<sockaddr*>(&address), &length);

@@ -13,7 +13,7 @@ class RawPeer
 public:
     static constexpr std::chrono::milliseconds kPatience{5000};
 
-    explicit RawPeer(std::uint16_t in_uiAgentPort);
+    explicit RawPeer(std::uint16_t in_uiAgentPort, const char* in_szAddress = "127.0.0.1");
     ~RawPeer();
     RawPeer(const RawPeer&) = delete;
     RawPeer& operator=(const RawPeer&) = delete;

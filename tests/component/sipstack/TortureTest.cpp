@@ -3,10 +3,14 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
+#include <fstream>
+#include <iterator>
 #include <random>
 
 #include "RawPeer.h"
 #include "TestAgent.h"
+#include "infra/Logger.h"
 
 namespace Quorvex
 {
@@ -204,6 +208,27 @@ TEST_F(TortureTest, EveryMessageGetsWhatItDeserves)
     }
     EXPECT_TRUE(m_agent.reports().empty());
     m_agent.expectEmpty();
+}
+
+TEST_F(TortureTest, GarbageIsToldOncePerSource)
+{
+    const std::string path = testing::TempDir() + "garbage-" + std::to_string(m_agent.port()) + ".log";
+    std::string error;
+    ASSERT_TRUE(Logging::setOutput(path, error)) << error;
+    for (int i = 0; i < 20; ++i)
+    {
+        // Each from another port of one address that no other test uses.
+        RawPeer peer(m_agent.port(), "127.0.0.77");
+        peer.send("this is no message at all\r\n\r\n");
+    }
+    expectAlive("the garbage");
+    ASSERT_TRUE(Logging::setOutput("", error));
+    std::ifstream file(path);
+    const std::string log{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+    std::remove(path.c_str());
+    const std::size_t line = log.find("no SIP message from udp/127.0.0.77 ");
+    EXPECT_NE(line, std::string::npos) << log;
+    EXPECT_EQ(log.find("no SIP message from", line + 1), std::string::npos) << log;
 }
 
 TEST_F(TortureTest, PiecesAndMutationsOfACallCostNothing)
