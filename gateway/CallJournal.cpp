@@ -61,7 +61,8 @@ void CallJournal::write(Entries::iterator in_it)
     {
         return;
     }
-    if (entry.m_figures)
+    // A port that was reserved for a leg that never had a codec was no stream.
+    if (entry.m_figures && !entry.m_figures->m_strCodec.empty())
     {
         const StreamStatistics& figures = *entry.m_figures;
         entry.m_record->m_strCodec = figures.m_strCodec;

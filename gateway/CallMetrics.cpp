@@ -26,6 +26,14 @@ void CallMetrics::ended(const CallRecord& in_record)
         m_answerSeconds.observe(secondsBetween(in_record.m_invited, *in_record.m_answered));
         m_talkSeconds.observe(secondsBetween(*in_record.m_answered, in_record.m_ended));
     }
+    if (in_record.m_sent && in_record.m_alerted)
+    {
+        m_postDialSeconds.observe(secondsBetween(*in_record.m_sent, *in_record.m_alerted));
+    }
+    if (in_record.m_sent && in_record.m_callArrived)
+    {
+        m_routingSeconds.observe(secondsBetween(*in_record.m_callArrived, *in_record.m_sent));
+    }
     if (in_record.m_rtp && in_record.m_rtp->m_fMos > 0)
     {
         m_mos.observe(in_record.m_rtp->m_fMos);
@@ -81,6 +89,13 @@ void CallMetrics::collect(MetricsPage& io_page)
                         "Answered legs whose audio went in one direction only.");
         io_page.counter("quorvex_streams_silent_total", m_ui64Silent, "Answered legs without any audio.");
     }
+    m_routingSeconds.write(io_page,
+                           "quorvex_routing_seconds",
+                           "From the INVITE of a call that arrived to the INVITE of its first outbound leg.");
+    m_postDialSeconds.write(
+        io_page,
+        "quorvex_post_dial_delay_seconds",
+        "Of outbound legs: from the INVITE to ringing, early media or, without either, the answer.");
     m_answerSeconds.write(io_page, "quorvex_answer_seconds", "From the INVITE to the answer.");
     m_talkSeconds.write(io_page, "quorvex_talk_seconds", "From the answer to the end.");
     m_mos.write(io_page, "quorvex_stream_mos", "Estimated mean opinion score of what was received.");

@@ -31,6 +31,8 @@ private:
     std::map<std::pair<bool, bool>, std::uint64_t> m_transfers;
     std::uint64_t m_ui64OneWay = 0;
     std::uint64_t m_ui64Silent = 0;
+    Histogram m_routingSeconds{0.0005, 0.001, 0.002, 0.005, 0.01, 0.02, 0.05, 0.1, 0.25, 0.5, 1};
+    Histogram m_postDialSeconds{0.01, 0.05, 0.1, 0.25, 0.5, 1, 2, 3, 5, 10, 20};
     Histogram m_answerSeconds{0.01, 0.05, 0.1, 0.5, 1, 2, 5, 10, 20, 30, 60, 120};
     Histogram m_talkSeconds{1, 5, 10, 30, 60, 180, 600, 1800, 3600};
     Histogram m_mos{1.5, 2, 2.5, 3, 3.5, 3.8, 4, 4.2, 4.4};

@@ -48,11 +48,17 @@ struct CallRecord
     std::string m_strRoute;
 
     Time m_invited;
+    // Of an outbound leg, for the metrics only: when the call that it belongs to arrived (its first leg's
+    // alone), when its INVITE went out, and when there was first something to hear.
+    std::optional<Time> m_callArrived;
+    std::optional<Time> m_sent;
+    std::optional<Time> m_alerted;
     std::optional<Time> m_ringing;
     std::optional<Time> m_answered;
     Time m_ended;
     EndedBy m_endedBy = EndedBy::REMOTE;
-    /// The SIP status that the INVITE got; 0 when it got none.
+    /// The final SIP status that the INVITE got; of an outbound one that got none, what stands for its
+    /// failure. 0 when there is none at all.
     unsigned m_uiStatus = 0;
     /// One sentence or a reason phrase, for a person.
     std::string m_strReason;

@@ -72,6 +72,7 @@ public:
     bool hadMedia() const { return m_answered.has_value() || m_bEarlyMedia; }
     std::string getTo() const;
     std::chrono::milliseconds getAge() const;
+    Clock::time_point getArrived() const { return m_arrived; }
     /// Its own part of a record: parties, times and how it ended. A leg that was let go without a word has
     /// been ended as `in_silently` says.
     CallRecord record(CallRecord::EndedBy in_silently) const;

@@ -37,6 +37,13 @@ public:
     TimerId schedule(unsigned int in_uiMs, Job in_job);
     void cancel(TimerId& io_id);
 
+    /// Jobs that wait; any thread.
+    std::size_t getQueueLength() const
+    {
+        const std::lock_guard lock(m_mutex);
+        return m_jobs.size();
+    }
+
     bool isLoopThread() const { return std::this_thread::get_id() == m_thread.get_id(); }
 
 private:
@@ -45,7 +52,7 @@ private:
     void run();
 
     std::thread m_thread;
-    std::mutex m_mutex;
+    mutable std::mutex m_mutex;
     std::condition_variable m_work;
     std::deque<Job> m_jobs;
     bool m_bRunning = false;

@@ -35,7 +35,8 @@ GatewayCall::GatewayCall(EngineLoop& in_loop,
       m_ulNumber(in_ulNumber),
       m_strCallId(std::move(in_strCallId)),
       m_logger("quorvex.gateway.Call"),
-      m_begun(Clock::now())
+      m_begun(Clock::now()),
+      m_moved(m_begun)
 {
     m_logger.callStart(m_strCallId);
     if (in_pLeg != nullptr)
@@ -52,6 +53,12 @@ GatewayCall::~GatewayCall()
     m_loop.cancel(m_transferTimer);
     m_loop.cancel(m_leaveTimer);
     detachService();
+}
+
+void GatewayCall::setState(CallState in_state)
+{
+    m_state = in_state;
+    m_moved = Clock::now();
 }
 
 void GatewayCall::detachService()
@@ -224,14 +231,14 @@ void GatewayCall::refuse(const ConnectionFailureType& in_failure,
 
 void GatewayCall::ring()
 {
-    m_state = CallState::RINGING;
+    setState(CallState::RINGING);
     m_pCaller->ring(m_pRoute->getRinging() == Route::Ringing::EARLY_MEDIA ? eRING_WITH_EARLY_MEDIA
                                                                           : eRING_WITHOUT_EARLY_MEDIA);
 }
 
 void GatewayCall::answer()
 {
-    m_state = CallState::ANSWERED;
+    setState(CallState::ANSWERED);
     static_cast<void>(m_pCaller->answer(Call::eCONNECTION_NONE));
     hangupAfter(*m_pRoute);
 }
@@ -271,7 +278,7 @@ bool GatewayCall::hangup(CallRecord::EndedBy in_endedBy)
 
 void GatewayCall::end(CallRecord::EndedBy in_endedBy)
 {
-    m_state = CallState::ENDING;
+    setState(CallState::ENDING);
     m_loop.cancel(m_timer);
     m_loop.cancel(m_transferTimer);
     m_loop.cancel(m_leaveTimer);
@@ -403,7 +410,7 @@ void GatewayCall::ringing(Party& io_party, RingType in_ringType)
     {
         return;
     }
-    m_state = CallState::RINGING;
+    setState(CallState::RINGING);
     if (m_pCaller != nullptr)
     {
         m_pCaller->ring(in_ringType);
@@ -447,7 +454,7 @@ void GatewayCall::connected(Party& io_party, Call::ConnectionType in_type)
         end(CallRecord::EndedBy::LOCAL);
         return;
     }
-    m_state = CallState::ANSWERED;
+    setState(CallState::ANSWERED);
     if (m_pCaller == nullptr && !startService(*m_pRoute))
     {
         end(CallRecord::EndedBy::LOCAL);

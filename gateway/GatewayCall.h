@@ -102,6 +102,11 @@ public:
     std::uint64_t getNumber() const { return m_ulNumber; }
     const std::string& getCallId() const { return m_strCallId; }
     CallState getState() const { return m_state; }
+    /// How long nothing has changed: its state, and the legs that are tried.
+    std::chrono::milliseconds getStateAge() const
+    {
+        return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - m_moved);
+    }
     bool isReleased() const { return m_pCaller == nullptr || m_pCaller->isReleased(); }
     /// Forgets the parties that are gone. Not from inside a call of partyGone().
     void dropGone();
@@ -130,6 +135,7 @@ private:
         std::shared_ptr<const Route> m_pRoute;
     };
 
+    void setState(CallState in_state);
     std::string getRouteName() const { return m_pRoute ? m_pRoute->getName() : ""; }
     std::string getFrom() const;
     std::string getTo() const;
@@ -171,6 +177,7 @@ private:
     CallLogger m_logger;
     CallState m_state = CallState::ARRIVED;
     const Clock::time_point m_begun;
+    Clock::time_point m_moved;
     std::unique_ptr<CallerLeg> m_pCaller;
     std::vector<std::unique_ptr<Party>> m_vParties;
     // Who talks: the caller or who took its place, and who it was placed to. The second is null while the

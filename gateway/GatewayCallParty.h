@@ -55,10 +55,15 @@ private:
     void partyLegOpened(unsigned int in_uiLeg) override
     {
         m_call.m_uiNextLeg = in_uiLeg + 1;
+        m_call.m_moved = Clock::now();
         m_call.m_owner.legOpened(m_call.m_strCallId, in_uiLeg);
     }
     void partyLegEnded(CallRecord in_record, bool in_bHadMedia) override
     {
+        if (m_call.m_pCaller != nullptr && in_record.m_uiLeg == 1)
+        {
+            in_record.m_callArrived = m_call.m_pCaller->getArrived();
+        }
         m_call.m_owner.legEnded(std::move(in_record), in_bHadMedia);
     }
     void partyGone() override { m_call.m_owner.partyGone(m_call.m_ulNumber); }

@@ -204,6 +204,12 @@ bool Host::start(std::string& out_strError)
     m_engine.setOutLegEngine(
         m_pNetIf.get(),
         static_cast<unsigned int>(m_hConfig->getIntegerOr("quorvex.sip.getHostByNameTimeoutMs", 250)));
+    const auto milliseconds = [this](const char* in_szKey, std::int64_t in_iDefault)
+    { return std::chrono::milliseconds(m_hConfig->getIntegerOr(in_szKey, in_iDefault)); };
+    // RFC 3261: what is not acknowledged is given up after 64*T1.
+    const auto acknowledged = 64 * milliseconds("quorvex.sip.t1Ms", 500) + std::chrono::seconds(5);
+    m_engine.setPatience(milliseconds("quorvex.sip.timerCMs", 180'000) + acknowledged,
+                         milliseconds("quorvex.sip.state.Disconnecting.timeoutMs", 5000) + acknowledged);
     m_engine.setListenAddresses(ListenAddresses(*m_hConfig));
     m_engine.start();
     m_metrics.addSource(m_engine);

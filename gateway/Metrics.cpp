@@ -12,6 +12,7 @@
 #include "infra/Assertion.h"
 #include "infra/MemAccount.h"
 #include "thread/Task.h"
+#include "thread/UserDefHandlerTaskManager.h"
 
 namespace Quorvex
 {
@@ -100,6 +101,14 @@ void collectInfrastructure(MetricsPage& io_page)
         io_page.sample(balance.m_ui64Bytes,
                        {
                            {"account", balance.m_strName}
+        });
+    }
+    io_page.family("quorvex_queue_length", "gauge", "Method objects that wait in a task's queue.");
+    for (const auto& [strTask, length] : UserDefHandlerTaskManager::getQueueLengths())
+    {
+        io_page.sample(static_cast<std::uint64_t>(length),
+                       {
+                           {"task", strTask}
         });
     }
     io_page.counter("quorvex_assertions_failed_total",

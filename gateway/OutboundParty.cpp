@@ -28,6 +28,15 @@ std::string hostOf(const CallLegInfo& in_leg)
     return hUrl.isNil() ? std::string() : hUrl->getHost();
 }
 
+/// The URI of a Contact header as text, header name included.
+std::string uriOf(const std::string& in_strContact)
+{
+    const std::size_t uiBegin = in_strContact.find('<');
+    const std::size_t uiEnd = in_strContact.find('>', uiBegin);
+    return uiEnd == std::string::npos ? in_strContact
+                                      : in_strContact.substr(uiBegin + 1, uiEnd - uiBegin - 1);
+}
+
 }  // namespace
 
 /// One leg that is tried.
@@ -66,6 +75,10 @@ public:
     void begin();
     void invite();
     void hangup();
+    /// There is something to hear, now if not before.
+    void alerted() { m_alerted = m_alerted.value_or(std::chrono::system_clock::now()); }
+    /// The leg is over: what its INVITE was really answered with (0: nothing), and who ended it.
+    void answeredFinally(unsigned int in_uiStatus, CallOutInterface::Ending in_ending);
     CallRecord record() const;
 
     OutboundParty& m_party;
@@ -77,9 +90,13 @@ public:
     bool m_bVerdict = false;
     bool m_bMedia = false;
     const std::chrono::system_clock::time_point m_invited;
+    std::string m_strSipCallId;
+    std::optional<std::chrono::system_clock::time_point> m_sent;
+    std::optional<std::chrono::system_clock::time_point> m_alerted;
     std::optional<std::chrono::system_clock::time_point> m_ringing;
     std::optional<std::chrono::system_clock::time_point> m_answered;
     std::optional<CallRecord::EndedBy> m_endedBy;
+    unsigned int m_uiFinalStatus = 0;
     unsigned int m_uiStatus = 0;
     std::string m_strReason;
     std::string m_strCpa;
@@ -116,6 +133,7 @@ public:
             {
                 io_attempt.m_state = Attempt::State::eRINGING;
                 io_attempt.m_ringing = std::chrono::system_clock::now();
+                io_attempt.alerted();
                 io_attempt.m_bMedia = io_attempt.m_bMedia || in_ringType == eRING_WITH_EARLY_MEDIA;
                 io_attempt.m_party.ringing(in_ringType);
             });
@@ -145,6 +163,7 @@ public:
             [](Attempt& io_attempt)
             {
                 io_attempt.m_bMedia = true;
+                io_attempt.alerted();
                 io_attempt.m_party.m_listener.partyEarlyMedia();
             });
     }
@@ -152,6 +171,20 @@ public:
     {
         return post([parameters = in_vParameters](Attempt& io_attempt)
                     { io_attempt.m_party.m_listener.partyInfo(parameters); });
+    }
+    void inviteSent(const std::string& in_strSipCallId) override
+    {
+        post(
+            [strSipCallId = in_strSipCallId, now = std::chrono::system_clock::now()](Attempt& io_attempt)
+            {
+                io_attempt.m_strSipCallId = strSipCallId;
+                io_attempt.m_sent = now;
+            });
+    }
+    void ended(unsigned int in_uiStatus, Ending in_ending) override
+    {
+        post([in_uiStatus, in_ending](Attempt& io_attempt)
+             { io_attempt.answeredFinally(in_uiStatus, in_ending); });
     }
 
 private:
@@ -220,6 +253,27 @@ void OutboundParty::Attempt::hangup()
     }
 }
 
+void OutboundParty::Attempt::answeredFinally(unsigned int in_uiStatus, CallOutInterface::Ending in_ending)
+{
+    m_uiFinalStatus = in_uiStatus;
+    switch (in_ending)
+    {
+        case CallOutInterface::Ending::FAR_END:
+            m_endedBy = CallRecord::EndedBy::REMOTE;
+            break;
+        case CallOutInterface::Ending::TIMEOUT:
+            m_endedBy = CallRecord::EndedBy::TIMEOUT;
+            break;
+        case CallOutInterface::Ending::NEAR_END:
+            // A stop is none of the call's doing.
+            if (m_endedBy.has_value())
+            {
+                m_endedBy = CallRecord::EndedBy::LOCAL;
+            }
+            break;
+    }
+}
+
 CallRecord OutboundParty::Attempt::record() const
 {
     const CallLegInfo& leg = m_callInfo.getCurrentLeg();
@@ -227,15 +281,18 @@ CallRecord OutboundParty::Attempt::record() const
     record.m_strCall = m_party.m_strCallId;
     record.m_uiLeg = m_uiLeg;
     record.m_direction = CallRecord::Direction::OUT;
+    record.m_strSipCallId = m_strSipCallId;
+    record.m_sent = m_sent;
+    record.m_alerted = m_alerted;
     record.m_strFrom = leg.getParameterOr("sip.out.from.uri", "");
-    record.m_strTo = leg.getParameterOr(kRequestUriKey, leg.getParameterOr(kRedirectOutKey, ""));
+    record.m_strTo = leg.getParameterOr(kRequestUriKey, uriOf(leg.getParameterOr(kRedirectOutKey, "")));
     record.m_strRoute = m_party.m_strRoute;
     record.m_invited = m_invited;
     record.m_ringing = m_ringing;
     record.m_answered = m_answered;
     record.m_ended = std::chrono::system_clock::now();
     record.m_endedBy = m_endedBy.value_or(CallRecord::EndedBy::STOP);
-    record.m_uiStatus = m_uiStatus;
+    record.m_uiStatus = m_uiFinalStatus != 0 ? m_uiFinalStatus : m_uiStatus;
     record.m_strReason = m_strReason;
     record.m_strCpa = m_strCpa;
     return record;
@@ -323,6 +380,7 @@ void OutboundParty::connected(Attempt& io_attempt, Call::ConnectionType in_type)
         return;  // hung up on its way here
     }
     io_attempt.m_state = Attempt::State::eANSWERED;
+    io_attempt.alerted();
     io_attempt.m_answered = std::chrono::system_clock::now();
     m_bVerdict = true;
     m_pConnected = &io_attempt;
@@ -413,7 +471,13 @@ void OutboundParty::gone(Attempt& io_attempt)
     }
     else if (!io_attempt.m_bVerdict)
     {
+        const std::optional<CallRecord::EndedBy> endedBy = io_attempt.m_endedBy;
         failed(io_attempt, ConnectionFailureType(eNO_ANSWER_FAILURE));
+        if (io_attempt.m_uiFinalStatus >= 300 && io_attempt.m_uiFinalStatus < 400)
+        {
+            io_attempt.m_endedBy = endedBy;
+            io_attempt.m_strReason = "redirected to no other target";
+        }
     }
     m_listener.partyLegEnded(io_attempt.record(), io_attempt.m_bMedia);
     const auto it =

@@ -1,5 +1,7 @@
 #include "RoutingCallEngine.h"
 
+#include <array>
+#include <future>
 #include <utility>
 
 #include "infra/RegistrationSingleton.h"
@@ -11,6 +13,7 @@ namespace Quorvex
 namespace
 {
 
+constexpr std::chrono::seconds kPatience{2};
 constexpr const char* kTakesNoCalls = "The gateway takes no calls.";
 
 }  // namespace
@@ -361,8 +364,56 @@ void RoutingCallEngine::digitReceived(const std::string& in_strCallId, unsigned 
     QLOG_DEBUG(s_logger, "call " << in_strCallId << ", leg " << in_uiIndex << ": digit " << in_cDigit);
 }
 
+void RoutingCallEngine::collectStates(MetricsPage& io_page)
+{
+    struct Count
+    {
+        std::array<std::uint64_t, 4> m_states{};
+        std::uint64_t m_ui64Stuck = 0;
+    };
+    // The scraper may have given up when the count comes.
+    const auto pPromise = std::make_shared<std::promise<Count>>();
+    std::future<Count> future = pPromise->get_future();
+    const bool bPosted = post(
+        [this, pPromise]
+        {
+            Count count;
+            for (const auto& [ulCall, pCall] : m_calls)
+            {
+                const CallState state = pCall->getState();
+                ++count.m_states[static_cast<std::size_t>(state)];
+                const bool bStuck = state == CallState::ENDING
+                                        ? pCall->getStateAge() > m_ending
+                                        : state != CallState::ANSWERED && pCall->getStateAge() > m_unanswered;
+                count.m_ui64Stuck += bStuck ? 1 : 0;
+            }
+            pPromise->set_value(count);
+        });
+    if (!bPosted || future.wait_for(kPatience) != std::future_status::ready)
+    {
+        return;
+    }
+    const Count count = future.get();
+    io_page.family("quorvex_calls_by_state", "gauge", "Calls that are alive, by state.");
+    for (const CallState state :
+         {CallState::ARRIVED, CallState::RINGING, CallState::ANSWERED, CallState::ENDING})
+    {
+        io_page.sample(count.m_states[static_cast<std::size_t>(state)],
+                       {
+                           {"state", toText(state)}
+        });
+    }
+    io_page.gauge("quorvex_calls_stuck",
+                  static_cast<double>(count.m_ui64Stuck),
+                  "Calls that have been unanswered or ending for longer than can be; each is a bug.");
+}
+
 void RoutingCallEngine::collect(MetricsPage& io_page)
 {
+    collectStates(io_page);
+    io_page.gauge("quorvex_engine_queue_length",
+                  static_cast<double>(m_loop.getQueueLength()),
+                  "Jobs that wait for the call engine's thread.");
     io_page.gauge("quorvex_calls", static_cast<double>(getLiveCalls()), "Calls that are alive.");
     io_page.counter("quorvex_calls_total", getTotalCalls(), "Calls since the start.");
     io_page.gauge("quorvex_takes_calls", takesCalls() ? 1 : 0, "Whether new calls are taken.");

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -49,6 +50,14 @@ public:
     {
         m_pOutLegEngine = in_pOutLegEngine;
         m_uiResolveMs = in_uiResolveMs;
+    }
+
+    /// How long a call may stay unanswered, and how long it may take to end, before it counts as one that is
+    /// stuck. Before start().
+    void setPatience(std::chrono::milliseconds in_unanswered, std::chrono::milliseconds in_ending)
+    {
+        m_unanswered = in_unanswered;
+        m_ending = in_ending;
     }
 
     /// Where the gateway itself is called. Before start().
@@ -110,6 +119,7 @@ private:
     void partyGone(std::uint64_t in_ulNumber) override;
     void record(GatewayCall& io_call);
     std::shared_ptr<const RouteTable> routes() const;
+    void collectStates(MetricsPage& io_page);
 
     mutable std::mutex m_routesMutex;
     std::shared_ptr<const RouteTable> m_pRoutes = std::make_shared<const RouteTable>();
@@ -120,6 +130,8 @@ private:
     EngineLoop::Job m_drainedHandler;
     OutLegEngine* m_pOutLegEngine = nullptr;
     unsigned int m_uiResolveMs = 250;
+    std::chrono::milliseconds m_unanswered{200'000};
+    std::chrono::milliseconds m_ending{40'000};
     ListenAddresses m_listenAddresses;
     EngineLoop m_loop;
     // The loop's own.

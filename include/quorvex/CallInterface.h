@@ -1,5 +1,6 @@
 #pragma once
 
+#include <string>
 #include <vector>
 
 #include "infra/LimitedObjPtr.h"
@@ -129,6 +130,11 @@ public:
 class CallOutInterface : public virtual Object
 {
 public:
+    using Ending = CallInInterface::Ending;
+
+    /// The INVITE is on its way, in a call with this Call-ID. Not for one that cannot be sent. Does nothing
+    /// by default.
+    virtual void inviteSent(const std::string& in_strSipCallId);
     /// The far end named other targets: one leg each, the least preferred first. This attempt is over; a
     /// target is tried by placing a call on its leg, with "sip.in.redirect.Contact" carried over to
     /// "sip.out.redirect.Contact", behind the legs of the targets tried before it. False: none is tried.
@@ -146,6 +152,9 @@ public:
     /// The far end sends media before it answers.
     virtual void earlyMedia() = 0;
     virtual bool infoReceived(const std::vector<Parameter>& in_vParameters) = 0;
+    /// The leg is over: the first final SIP status that its INVITE got (0: none), and who ended it. The last
+    /// word, but for a leg that was never taken. Does nothing by default.
+    virtual void ended(unsigned int in_uiStatus, Ending in_ending);
 };
 
 /// The call engine, as the network interfaces see it.

@@ -92,6 +92,14 @@ void CallInInterface::ended(unsigned int /*in_uiStatus*/, Ending /*in_ending*/)
 {
 }
 
+void CallOutInterface::inviteSent(const std::string& /*in_strSipCallId*/)
+{
+}
+
+void CallOutInterface::ended(unsigned int /*in_uiStatus*/, Ending /*in_ending*/)
+{
+}
+
 bool OutCallLeg::invite(const CallInfo& /*in_callInfo*/)
 {
     return false;

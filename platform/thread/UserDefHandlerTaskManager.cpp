@@ -22,6 +22,19 @@ const Logger& getLogger()
     return s_logger;
 }
 
+/// The tasks that there are.
+struct LiveTasks
+{
+    std::mutex m_mutex;
+    std::vector<UserDefHandlerTaskManager*> m_vTasks;
+};
+
+LiveTasks& liveTasks()
+{
+    static LiveTasks s_live;
+    return s_live;
+}
+
 /// One faulty call must not take the thread, and all other calls, with it.
 template <class Function>
 void guard(const char* in_szWhat, Function in_function)
@@ -79,11 +92,32 @@ public:
 UserDefHandlerTaskManager::UserDefHandlerTaskManager(std::string in_strName)
     : ManageableTaskImplBase(std::move(in_strName))
 {
+    LiveTasks& live = liveTasks();
+    const std::lock_guard<std::mutex> lock(live.m_mutex);
+    live.m_vTasks.push_back(this);
 }
 
 UserDefHandlerTaskManager::~UserDefHandlerTaskManager()
 {
+    {
+        LiveTasks& live = liveTasks();
+        const std::lock_guard<std::mutex> lock(live.m_mutex);
+        std::erase(live.m_vTasks, this);
+    }
     abandon();
+}
+
+std::vector<std::pair<std::string, std::size_t>> UserDefHandlerTaskManager::getQueueLengths()
+{
+    LiveTasks& live = liveTasks();
+    const std::lock_guard<std::mutex> lock(live.m_mutex);
+    std::vector<std::pair<std::string, std::size_t>> vLengths;
+    vLengths.reserve(live.m_vTasks.size());
+    for (UserDefHandlerTaskManager* pTask : live.m_vTasks)
+    {
+        vLengths.emplace_back(pTask->getTaskName(), pTask->getQueueLength());
+    }
+    return vLengths;
 }
 
 void UserDefHandlerTaskManager::abandon()

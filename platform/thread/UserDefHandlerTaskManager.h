@@ -7,6 +7,7 @@
 #include <mutex>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "thread/ManageableTaskImplBase.h"
@@ -52,6 +53,8 @@ public:
     ACE_Activation_Queue& getQueue() { return m_taskQueue.getQueue(); }
     /// How many method objects wait; any thread, the load of an atomic.
     std::size_t getQueueLength() { return m_taskQueue.length(); }
+    /// The name and the queue length of every such task there is; any thread.
+    static std::vector<std::pair<std::string, std::size_t>> getQueueLengths();
     /// The timers of the task's thread.
     TimerScheduler& getTimerScheduler() { return m_timers; }
 

@@ -252,21 +252,25 @@ def parties_that_behave_badly(build):
             callee.answer(200, "OK", request=callee.expect("BYE"))
             caller.ack(caller.expect(488))
         records = finish(gateway, 4)
-        check(sorted(record["status"] for record in records) == [487, 487, 488, 488], f"{records}")
+        # Records say what an INVITE was really answered with, and why that was of no use.
+        check(sorted(record["status"] for record in records) == [200, 200, 487, 488] and
+              not any(record["answered"] for record in records), f"{records}")
 
 
 def redirections_in_circles_end(build):
     with Callee() as one, Callee() as other, Gateway(build, routes=[route(one.uri)]) as gateway, \
             Caller(gateway.port, "1") as caller:
         caller.invite(sdp("127.0.0.1", 40000))
-        for here, there in ((one, other), (other, one), (one, other)):
+        for here, there in ((one, other), (other, one)):
             here.expect("INVITE")
             here.answer(302, "Moved", headers=(f"Contact: <{there.uri}>",))
             here.expect("ACK")
         caller.ack(caller.expect(480))
         one.nothing()
         other.nothing()
-        finish(gateway, 4)
+        records = finish(gateway, 3)
+        check([(record["status"], record["endedBy"]) for record in records[1:]] == 2 * [(302, "remote")] and
+              all(record["reason"] for record in records), f"{records}")
 
 
 def two_gateways_in_a_row(build):

@@ -66,10 +66,11 @@ TEST(SipRedirection, OrderOfPreference)
 
 TEST(SipRedirection, NoTargetIsOfferedTwice)
 {
-    const auto pData = makeData();
+    // An INVITE's Request-URI always names the transport; what a Contact leaves out is UDP.
+    const auto pData = makeData("sip:first@127.0.0.1;transport=udp");
     for (const char* szContact : {"<sip:a@h>;q=0.5",
                                   "<sip:b@h>;q=1.0",
-                                  "<sip:c@h>",
+                                  "<sip:c@h;transport=UDP>",
                                   "<sip:first@127.0.0.1>",  // where the call went first
                                   "<sip:a@H;lr>;q=0.1",     // the same, written otherwise
                                   "Somebody <sip:c@h>;expires=5"})

@@ -169,6 +169,8 @@ void OutStateMachine::InvitingState::entryAction(const VoipEvent& in_event, std:
         out_strStateName = "IDLE";
         return;
     }
+    const CallType& hOutCall = getOutSipLeg().getOutCall();
+    getCallOut().inviteSent(hOutCall.isNil() ? std::string() : hOutCall->getCallID());
     QLOG_DEBUG(getLogger(), "Sent SIP request:" << getOutSipLeg().getInitialInviteMsg());
 }
 

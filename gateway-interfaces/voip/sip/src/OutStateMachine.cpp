@@ -74,6 +74,8 @@ bool OutStateMachine::initialize(CallOutInterface* in_pCallIf, TimerScheduler& i
     }
     static_cast<void>(QUORVEX_ASSERT_TEXT(getLogger(), m_pSipLeg == nullptr, "m_pSipLeg.isNull()"));
     m_pCallIf = CallIfPtr(in_pCallIf);
+    m_uiFinalStatus = 0;
+    m_ending.reset();
     OutSipLeg* const pSipLeg = newOutSipLeg();
     setSipLeg(pSipLeg);
     pSipLeg->callStart(getCallId());
@@ -85,6 +87,44 @@ bool OutStateMachine::initialize(CallOutInterface* in_pCallIf, TimerScheduler& i
     TimeoutStateMachine::initialize(&in_timers, this);
     // Empties the queue and cancels a running timer first.
     return goToInitialState(VoipEvent(EventType::eINVALID));
+}
+
+bool OutStateMachine::processEvent(const VoipEvent& in_event)
+{
+    using Ending = CallOutInterface::Ending;
+    // The INVITE's response is the first final one; whatever comes first has ended the leg.
+    const unsigned int uiStatus = statusOf(in_event);
+    if (m_uiFinalStatus == 0 && !Sip::isProvisionalResponse(uiStatus))
+    {
+        m_uiFinalStatus = uiStatus;
+    }
+    const EventType::eTYPE type = in_event.getType();
+    if (!m_ending.has_value())
+    {
+        if (type == EventType::eAPI_HANGUP || type == EventType::eAPI_STOP || type == EventType::eAPI_KILL)
+        {
+            m_ending = Ending::NEAR_END;
+        }
+        else if (type == EventType::eTERMINATED_UPON_TIMEOUT || type == EventType::eSESSION_TIMED_OUT)
+        {
+            m_ending = Ending::TIMEOUT;
+        }
+        else if (type == EventType::eBYE ||
+                 (m_uiFinalStatus == uiStatus && uiStatus != 0 && !Sip::isSuccessResponse(uiStatus)))
+        {
+            m_ending = Ending::FAR_END;
+        }
+    }
+    return VoipStateMachine::processEvent(in_event);
+}
+
+void OutStateMachine::done()
+{
+    if (!m_pCallIf.isNull())
+    {
+        m_pCallIf->ended(m_uiFinalStatus, m_ending.value_or(CallOutInterface::Ending::NEAR_END));
+    }
+    VoipStateMachine::done();
 }
 
 OutSipLeg* OutStateMachine::newOutSipLeg()

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "CallbackHelper.h"
@@ -63,11 +64,20 @@ public:
     bool ignores180() const { return m_bIgnore180; }
     bool accepts183() const { return m_bAccept183; }
 
+    /// Notes what the record of the call needs, then handles the event.
+    bool processEvent(const VoipEvent& in_event) override;
+
+    /// Tells the call engine how the INVITE was answered and who ended the leg, then ends the call.
+    /// Repeatable.
+    void done() override;
+
 protected:
     virtual OutSipLeg* newOutSipLeg();
 
 private:
     std::unique_ptr<CallInfo> m_pCallInfo;
+    unsigned int m_uiFinalStatus = 0;
+    std::optional<CallOutInterface::Ending> m_ending;
     bool m_bAcceptEarlyMedia = true;
     bool m_bIgnore180 = false;
     bool m_bAccept183 = false;

@@ -23,11 +23,23 @@ const Logger& getRedirectionLogger()
     return s_logger;
 }
 
+/// The URL as an INVITE to it says it, which always names its transport.
+DsSipURL withTransport(const DsSipURL& in_url)
+{
+    DsSipURL url(in_url);
+    if (url.isSipURL() && url.getTransportParam().empty())
+    {
+        url.setTransportParam("udp");
+    }
+    return url;
+}
+
 /// Finds the Contact that denotes the same target as a URL.
 class ContactMatcher
 {
 public:
-    explicit ContactMatcher(const DsHandle<DsSipURL>& in_hUrl) : m_hUrl(in_hUrl)
+    explicit ContactMatcher(const DsHandle<DsSipURL>& in_hUrl)
+        : m_hUrl(in_hUrl.isNil() ? in_hUrl : makeDs<DsSipURL>(withTransport(*in_hUrl)))
     {
         QUORVEX_ASSERT(getRedirectionLogger(), !m_hUrl.isNil());
     }
@@ -36,7 +48,7 @@ public:
     {
         const DsHandle<DsSipURL> hUrl = in_hContact.isNil() ? DsHandle<DsSipURL>() : in_hContact->getURL();
         return QUORVEX_ASSERT(getRedirectionLogger(), !m_hUrl.isNil()) &&
-               QUORVEX_ASSERT(getRedirectionLogger(), !hUrl.isNil()) && *m_hUrl == *hUrl;
+               QUORVEX_ASSERT(getRedirectionLogger(), !hUrl.isNil()) && *m_hUrl == withTransport(*hUrl);
     }
 
 private:
