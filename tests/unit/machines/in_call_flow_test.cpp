@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -28,6 +29,8 @@ protected:
     {
         m_stage.letGo();
         EXPECT_TRUE(m_stage.running().stop());
+        // What a media engine says after the last call's end goes with the queue.
+        m_pStage.reset();
         expectAccountsEmpty();
     }
 
@@ -52,7 +55,11 @@ protected:
         byeFromUs();
     }
 
-    InCallStage m_stage;
+private:
+    std::unique_ptr<InCallStage> m_pStage = std::make_unique<InCallStage>();
+
+protected:
+    InCallStage& m_stage = *m_pStage;
 };
 
 TEST_F(InCallFlow, RefusalsCarryTheStatusAndResultOfTheirReason)
