@@ -1,7 +1,5 @@
 #!/usr/bin/env python3
 """Calls to the echo service of a real gateway: what a caller sees, hears and may do at any moment."""
-import re
-import shutil
 import signal
 import subprocess
 import sys
@@ -9,6 +7,7 @@ import time
 from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parent))
+from baresip import Baresip  # noqa: E402
 from harness import ECHO_ROUTE, Gateway, check, free_port, run  # noqa: E402
 from sipua import Caller, RtpSocket, sdp, sdp_port  # noqa: E402
 
@@ -161,39 +160,9 @@ def a_thousand_sipp_calls_leave_nothing(build):
 
 def baresip_hears_its_echo(build):
     """A foreign user agent: what it plays comes back to it, measured on its own recording of the call."""
-    program = shutil.which("baresip")
-    check(program is not None, "baresip is not installed")
     with Gateway(build) as gateway:
-        folder = gateway.folder / "baresip"
-        folder.mkdir()
-        tone = folder / "tone.wav"
-        subprocess.run(["sox", "-n", "-r", "8000", "-c", "1", "-b", "16", str(tone), "synth", "30", "sine", "700",
-                        "gain", "-6"], check=True)
-        sip_port = free_port()
-        rtp_port = free_port() & ~1
-        modules = next(Path("/usr/lib").glob("**/baresip/modules"), None)
-        check(modules is not None, "baresip's modules are not installed")
-        (folder / "config").write_text(
-            f"sip_listen 127.0.0.1:{sip_port}\nnet_interface 127.0.0.1\nmodule_path {modules}\nmodule_tmp account.so\n"
-            "module_app menu.so\nmodule g711.so\nmodule aufile.so\nmodule sndfile.so\n"
-            f"audio_source aufile,{tone}\naudio_player aufile,{folder / 'heard.wav'}\naudio_alert aufile,{folder / 'x.wav'}\n"
-            f"snd_path {folder}\nrtp_ports {rtp_port}-{min(rtp_port + 1000, 65534)}\n", encoding="utf-8")
-        (folder / "accounts").write_text(
-            "<sip:tester@127.0.0.1>;regint=0;audio_codecs=PCMU;catchall=yes\n", encoding="utf-8")
-        (folder / "contacts").write_text("", encoding="utf-8")
-        done = subprocess.run([program, "-f", str(folder), "-t", "4", "-e",
-                               f"/dial sip:echo@127.0.0.1:{gateway.port}"], cwd=folder,
-                              stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=60)
-        text = done.stdout + done.stderr
-        check("Call established" in text, f"baresip's call was not established:\n{text[-2000:]}")
-        recordings = sorted(folder.glob("dump-*-dec.wav"))
-        check(recordings, f"baresip recorded nothing:\n{text[-2000:]}")
-        measured = subprocess.run(["sox", str(recordings[0]), "-n", "trim", "0.5", "1.5", "stat"],
-                                  capture_output=True, text=True, check=False).stderr
-        frequency = float(re.search(r"Rough\s+frequency:\s+(\d+)", measured).group(1))
-        level = float(re.search(r"RMS\s+amplitude:\s+([\d.]+)", measured).group(1))
-        check(abs(frequency - 700) < 20, f"a tone of {frequency} Hz was heard, 700 Hz was sent")
-        check(level > 0.2, f"the tone came back at {level} of full scale")
+        baresip = Baresip(gateway.folder / "baresip", 700)
+        baresip.check_heard(baresip.start(4, f"/dial sip:echo@127.0.0.1:{gateway.port}"), 700)
         gateway.stop()
         gateway.check_accounts_are_zero()
         gateway.check_log_is_clean()

@@ -45,6 +45,19 @@ def free_port(kind=socket.SOCK_DGRAM, both=False):
     raise Failure("no free port on 127.0.0.1")
 
 
+def wait_until_bound(process, port):
+    """Until the process has taken its UDP port of 127.0.0.1."""
+    deadline = time.monotonic() + 10
+    while True:
+        check(process.poll() is None and time.monotonic() < deadline, f"{process.args[0]} does not take its port")
+        with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as probe:
+            try:
+                probe.bind(("127.0.0.1", port))
+            except OSError:
+                return
+        time.sleep(0.02)
+
+
 def toml_value(value):
     if isinstance(value, bool):
         return "true" if value else "false"

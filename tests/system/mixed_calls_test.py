@@ -13,7 +13,7 @@ import time
 from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parent))
-from harness import Gateway, check, free_port, run  # noqa: E402
+from harness import Gateway, check, free_port, run, wait_until_bound  # noqa: E402
 
 SIPP = Path(__file__).resolve().parent / "sipp"
 CALLS = int(os.environ.get("QUORVEX_MIXED_CALLS", "1000"))
@@ -65,18 +65,6 @@ def sipp(scenario, port, folder, *arguments):
     return subprocess.Popen(["sipp", "-sf", str(folder / scenario), "-i", "127.0.0.1", "-p", str(port), "-nostdin",
                              "-trace_err", "-error_file", str(folder / f"{scenario}.errors"), *arguments],
                             stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, cwd=folder)
-
-
-def wait_until_bound(process, port):
-    deadline = time.monotonic() + 10
-    while True:
-        check(process.poll() is None and time.monotonic() < deadline, "sipp does not take its port")
-        with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as probe:
-            try:
-                probe.bind(("127.0.0.1", port))
-            except OSError:
-                return
-        time.sleep(0.02)
 
 
 def samples(gateway):

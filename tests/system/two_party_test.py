@@ -8,8 +8,9 @@ import time
 from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parent))
+from baresip import Baresip  # noqa: E402
 from callee import Callee  # noqa: E402
-from harness import Gateway, check, free_port, run  # noqa: E402
+from harness import Gateway, check, free_port, run, wait_until_bound  # noqa: E402
 from sipua import Caller, RtpSocket, sdp, sdp_port  # noqa: E402
 
 FRAMES = [bytes((frame * 7 + i * 3) & 0xff for i in range(160)) for frame in range(25)]
@@ -288,6 +289,20 @@ def two_gateways_in_a_row(build):
         finish(far, 1)
 
 
+def baresip_calls_baresip(build):
+    callee_port = free_port()
+    with Gateway(build, routes=[route(f"sip:tester@127.0.0.1:{callee_port}")]) as gateway:
+        callee, caller = Baresip(gateway.folder / "callee", 900, callee_port), Baresip(gateway.folder / "caller", 400)
+        answering = callee.start(6)
+        wait_until_bound(answering, callee_port)
+        calling = caller.start(4, f"/dial sip:4711@127.0.0.1:{gateway.port}")
+        caller.check_heard(calling, 900)
+        callee.check_heard(answering, 400)
+        for record in finish(gateway, 2):
+            check(record["status"] == 200 and record["codec"] == "PCMU" and record["rtp"]["received"] > 100 and
+                  record["rtp"]["lost"] == 0 and record["rtp"]["mos"] > 4, f"{record}")
+
+
 def sipp_calls_sipp(build):
     if shutil.which("sipp") is None:
         print("skipped: there is no sipp")
@@ -314,7 +329,7 @@ TESTS = [both_hear_each_other_and_the_caller_hangs_up, the_callee_hangs_up, earl
          failures_reach_the_caller, unreachable_parties_end_in_a_failure, legs_are_tried_in_turn,
          redirections_are_followed_by_preference, info_goes_both_ways, calls_are_placed_over_http,
          a_stop_ends_both_sides, parties_that_behave_badly, redirections_in_circles_end, two_gateways_in_a_row,
-         sipp_calls_sipp]
+         baresip_calls_baresip, sipp_calls_sipp]
 
 if __name__ == "__main__":
     sys.exit(run(TESTS, sys.argv[1]))
