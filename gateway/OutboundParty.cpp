@@ -21,13 +21,6 @@ constexpr const char* kHeaderKey = "sip.out.header.";
 // Redirecting parties must not keep a call going for ever.
 constexpr unsigned int kMaxAttempts = 20;
 
-/// The host that a leg's INVITE goes to; empty when the leg does not say.
-std::string hostOf(const CallLegInfo& in_leg)
-{
-    const DsHandle<DsSipURL> hUrl = DsSipURL::parse(in_leg.getParameterOr(kRequestUriKey, ""));
-    return hUrl.isNil() ? std::string() : hUrl->getHost();
-}
-
 /// The URI of a Contact header as text, header name included.
 std::string uriOf(const std::string& in_strContact)
 {
@@ -35,6 +28,19 @@ std::string uriOf(const std::string& in_strContact)
     const std::size_t uiEnd = in_strContact.find('>', uiBegin);
     return uiEnd == std::string::npos ? in_strContact
                                       : in_strContact.substr(uiBegin + 1, uiEnd - uiBegin - 1);
+}
+
+/// Where a leg goes: its URI, or that of the redirection target that it is.
+std::string destinationOf(const CallLegInfo& in_leg)
+{
+    return in_leg.getParameterOr(kRequestUriKey, uriOf(in_leg.getParameterOr(kRedirectOutKey, "")));
+}
+
+/// The host that a leg's INVITE goes to; empty when the leg does not say.
+std::string hostOf(const CallLegInfo& in_leg)
+{
+    const DsHandle<DsSipURL> hUrl = DsSipURL::parse(destinationOf(in_leg));
+    return hUrl.isNil() ? std::string() : hUrl->getHost();
 }
 
 }  // namespace
@@ -285,7 +291,7 @@ CallRecord OutboundParty::Attempt::record() const
     record.m_sent = m_sent;
     record.m_alerted = m_alerted;
     record.m_strFrom = leg.getParameterOr("sip.out.from.uri", "");
-    record.m_strTo = leg.getParameterOr(kRequestUriKey, uriOf(leg.getParameterOr(kRedirectOutKey, "")));
+    record.m_strTo = destinationOf(leg);
     record.m_strRoute = m_party.m_strRoute;
     record.m_invited = m_invited;
     record.m_ringing = m_ringing;

@@ -2,16 +2,18 @@
 """Calls that a real gateway connects: a caller on one side, a called party on the other."""
 import json
 import shutil
+import socket
 import subprocess
 import sys
+import tempfile
 import time
 from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parent))
 from baresip import Baresip  # noqa: E402
 from callee import Callee  # noqa: E402
-from harness import Gateway, check, free_port, run, wait_until_bound  # noqa: E402
-from sipua import Caller, RtpSocket, sdp, sdp_port  # noqa: E402
+from harness import Failure, Gateway, check, free_port, run, wait_until_bound  # noqa: E402
+from sipua import Caller, Message, RtpSocket, sdp, sdp_port  # noqa: E402
 
 FRAMES = [bytes((frame * 7 + i * 3) & 0xff for i in range(160)) for frame in range(25)]
 
@@ -289,6 +291,58 @@ def two_gateways_in_a_row(build):
         finish(far, 1)
 
 
+SLOW_NAMES = """#define _GNU_SOURCE
+#include <dlfcn.h>
+#include <netdb.h>
+#include <string.h>
+#include <unistd.h>
+int getaddrinfo(const char* host, const char* service, const struct addrinfo* hints, struct addrinfo** found)
+{
+    if (host != 0 && strstr(host, ".slow.test") != 0)
+    {
+        sleep(10);
+        return EAI_AGAIN;
+    }
+    int (*real)(const char*, const char*, const struct addrinfo*, struct addrinfo**) = dlsym(RTLD_NEXT, "getaddrinfo");
+    return real(host, service, hints, found);
+}
+"""
+
+
+def names_that_are_slow_hold_up_no_other_call(build):
+    """A name service that does not answer: named by a route, and by a redirection."""
+    with tempfile.TemporaryDirectory() as folder, Callee() as moved, Callee() as quick:
+        source, library = Path(folder) / "slow.c", Path(folder) / "slow.so"
+        source.write_text(SLOW_NAMES, encoding="utf-8")
+        subprocess.run(["cc", "-shared", "-fPIC", "-o", str(library), str(source), "-ldl"], check=True)
+        routes = [{"name": user, "match": {"sip.in.requestUri": f"^sip:{user}@"}, "leg": {"sip.out.requestUri": uri}}
+                  for user, uri in (("slow", "sip:x@one.slow.test"), ("moved", moved.uri), ("quick", quick.uri))]
+        with Gateway(build, {"quorvex.sip": {"getHostByNameTimeoutMs": 2000}}, routes,
+                     program=["env", f"LD_PRELOAD={library}", str(Path(build) / "bin" / "quorvex-gateway")]) as gateway:
+            for user in ("slow", "moved"):
+                with Caller(gateway.port, user) as waiting, Caller(gateway.port, "quick") as caller:
+                    waiting.invite(sdp("127.0.0.1", 40000))
+                    if user == "moved":
+                        moved.expect("INVITE")
+                        moved.answer(302, "Moved", headers=("Contact: <sip:x@two.slow.test>",))
+                        moved.expect("ACK")
+                    caller.invite(sdp("127.0.0.1", 40002))
+                    quick.expect("INVITE")
+                    quick.answer(486, "Busy Here")
+                    quick.expect("ACK")
+                    caller.ack(caller.expect(486))
+                    # Whoever would have waited for the name would have had an answer for its caller first.
+                    waiting.socket.settimeout(0.05)
+                    try:
+                        while (message := Message(waiting.socket.recv(65536))).status == 100:
+                            pass
+                        raise Failure(f"{user}: {message.start} came before the other call was served")
+                    except socket.timeout:
+                        pass
+                    waiting.ack(waiting.expect(500, seconds=10))
+            finish(gateway, 9)
+
+
 def baresip_calls_baresip(build):
     callee_port = free_port()
     with Gateway(build, routes=[route(f"sip:tester@127.0.0.1:{callee_port}")]) as gateway:
@@ -329,7 +383,7 @@ TESTS = [both_hear_each_other_and_the_caller_hangs_up, the_callee_hangs_up, earl
          failures_reach_the_caller, unreachable_parties_end_in_a_failure, legs_are_tried_in_turn,
          redirections_are_followed_by_preference, info_goes_both_ways, calls_are_placed_over_http,
          a_stop_ends_both_sides, parties_that_behave_badly, redirections_in_circles_end, two_gateways_in_a_row,
-         baresip_calls_baresip, sipp_calls_sipp]
+         names_that_are_slow_hold_up_no_other_call, baresip_calls_baresip, sipp_calls_sipp]
 
 if __name__ == "__main__":
     sys.exit(run(TESTS, sys.argv[1]))
