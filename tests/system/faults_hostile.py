@@ -204,7 +204,7 @@ class Generator:
     def credentials(self, data):
         value = self.random.choice((
             b"Digest", b"Digest username=", b'Digest username="a', b"Basic ====", b"Digest " + b"a=b," * 500, b"\0", b'Digest realm="%s%s%n",nonce=""',
-            b'Digest nonce="' + b"n" * 5000 + b'"', b"Digest nc=-1,qop=auth-int,algorithm=XXX"))
+            b'Digest nonce="' + b"n" * 5000 + b'"', b"Digest nc=-1,qop=auth-int,algorithm=ROT13"))
         name = self.random.choice((b"Authorization", b"Proxy-Authorization", b"WWW-Authenticate", b"Identity", b"P-Asserted-Identity"))
         return data.replace(b"\r\nContact:", b"\r\n" + name + b": " + value + b"\r\nContact:", 1)
 

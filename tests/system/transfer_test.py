@@ -79,6 +79,13 @@ class Stage:
         getattr(self, who).send("REFER", headers=(f"Refer-To: <{uri}>", *headers))
         return getattr(self, who).expect(202, 400, 484, 500, skip=(100, "NOTIFY")).status
 
+    def refer_rings(self, who, party, target=None):
+        """A REFER that is accepted, and whose party rings."""
+        check(self.refer(who, target or party) == 202, "refused")
+        self.notified(who, 100)
+        self.ring(party)
+        self.notified(who, 180)
+
     def notified(self, who, *codes):
         """The progress of the transfer that was asked for: these status codes, one NOTIFY each, in their order."""
         party = getattr(self, who)
@@ -123,6 +130,15 @@ class Stage:
     def bye(self, who):
         getattr(self, who).send("BYE")
         getattr(self, who).expect(200, skip=(100, "NOTIFY"))
+
+    def goes_through(self, who, stays, party):
+        """The party answers, who asked leaves, the others talk and hang up."""
+        self.answer(party)
+        self.notified(who, 200)
+        self.bye(who)
+        self.talk(stays, party)
+        self.bye(stays)
+        self.bye_comes(party)
 
     def finish(self, errors=False, **endings):
         """Stops the gateway: a record for each leg, named by its party; who ended it and its status."""
@@ -173,10 +189,7 @@ def who_asked_leaves_by_itself(build):
     """A phone hangs up as soon as it hears of the success, or even before: the others talk all the same."""
     for early in (False, True):
         with Stage(build) as stage:
-            stage.refer("a", "c")
-            stage.notified("a", 100)
-            stage.ring("c")
-            stage.notified("a", 180)
+            stage.refer_rings("a", "c")
             if early:
                 stage.bye("a")
             stage.answer("c")
@@ -239,10 +252,7 @@ def refers_that_cannot_be(build):
 def one_transfer_at_a_time(build):
     """A second REFER of the same party gets no transaction of its own; the other party's fails at once, and it talks on."""
     with Stage(build) as stage:
-        stage.refer("a", "c")
-        stage.notified("a", 100)
-        stage.ring("c")
-        stage.notified("a", 180)
+        stage.refer_rings("a", "c")
         check(stage.refer("a", "d") == 500, "a second REFER was taken")
         check(stage.refer("b", "d") == 202, "the other party's REFER was refused")
         stage.notified("b", 100, 491)
@@ -318,10 +328,7 @@ def parties_that_leave_while_the_new_one_rings(build):
     for leave in (the_other, both, who_asked_and_then_it_fails, an_operator, the_new_one_after_its_answer):
         try:
             with Stage(build) as stage:
-                stage.refer("a", "c")
-                stage.notified("a", 100)
-                stage.ring("c")
-                stage.notified("a", 180)
+                stage.refer_rings("a", "c")
                 stage.finish(**leave(stage))
         except Failure as failure:
             raise Failure(f"{leave.__name__}: {failure}") from None
@@ -337,10 +344,7 @@ def a_service_makes_way_for_a_party(build):
         stage.refer("a", "echo")
         stage.notified("a", 100, 180, 200)
         check(heard(stage.rtp["a"], stage.ports["a"], stage.rtp["a"]) > 0.8, "the new service is not heard")
-        stage.refer("a", "c")
-        stage.notified("a", 100)
-        stage.ring("c")
-        stage.notified("a", 180)
+        stage.refer_rings("a", "c")
         stage.answer("c")
         stage.notified("a", 200)
         stage.talk("a", "c")
@@ -355,10 +359,7 @@ def a_party_that_was_called_by_an_operator_transfers(build):
         status, text = stage.gateway.http("/api/calls", "POST", {"leg": leg, "service": "echo"})
         check(status == 201, text)
         stage.answer("b")
-        stage.refer("b", "c")
-        stage.notified("b", 100)
-        stage.ring("c")
-        stage.notified("b", 180)
+        stage.refer_rings("b", "c")
         stage.answer("c")
         stage.notified("b", 200)
         stage.talk("b", "c")
@@ -424,12 +425,7 @@ def headers_of_a_refer_to(build):
         check(invite.get("X-Why") == "consulted", "X-Why is missing")
         check("thief" not in invite.get("From") and len(invite.all("Call-ID")) == 1, f"{invite.headers}")
         stage.notified("a", 180)
-        stage.answer("c")
-        stage.notified("a", 200)
-        stage.bye("a")
-        stage.talk("b", "c")
-        stage.bye("b")
-        stage.bye_comes("c")
+        stage.goes_through("a", "b", "c")
         stage.finish(a=("remote", 200), b=("remote", 200), c=("local", 200))
 
 
@@ -491,25 +487,14 @@ def hold_and_resume_while_the_other_stays_up(build):
         stage.a.ack(stage.a.expect(200))
         stage.refer("a", "busy")
         stage.notified("a", 100, 486)
-        stage.refer("a", "c")
-        stage.notified("a", 100)
-        stage.ring("c")
-        stage.notified("a", 180)
-        stage.answer("c")
-        stage.notified("a", 200)
-        stage.bye("a")
-        stage.talk("b", "c")
-        stage.bye("b")
-        stage.bye_comes("c")
+        stage.refer_rings("a", "c")
+        stage.goes_through("a", "b", "c")
         stage.finish(a=("remote", 200), b=("remote", 200), c=("local", 200))
 
 
 def a_stop_in_the_middle_of_a_transfer(build):
     with Stage(build) as stage:
-        stage.refer("a", "c")
-        stage.notified("a", 100)
-        stage.ring("c")
-        stage.notified("a", 180)
+        stage.refer_rings("a", "c")
         stage.gateway.signal()
         stage.bye_comes("a", "b")
         stage.c.answer(200, "OK", request=stage.c.expect("CANCEL"))
