@@ -12,7 +12,7 @@ from pathlib import Path
 
 HERE = Path(__file__).resolve().parent
 sys.path.insert(0, str(HERE.parent / "tests" / "system"))
-from harness import Failure, Gateway, check, free_port  # noqa: E402
+from harness import Failure, Gateway, bound_socket, check, free_port  # noqa: E402
 
 PORT_RANGE = "20000-65000"
 
@@ -98,8 +98,7 @@ class Server:
 
     def __init__(self, build):
         self.build = build
-        self.probe = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
-        self.probe.bind(("127.0.0.1", 0))
+        self.probe = bound_socket()
 
     def __enter__(self):
         self.callee = Sipp("uas.xml")
@@ -217,8 +216,7 @@ SO_TIMESTAMPNS = 35
 def latencies(server, calls, pause_s=0.02):
     """INVITEs to a party of ours through the server, refused there: milliseconds until its 100 and until its INVITE are in
     our sockets' queues, by the system's arrival stamps."""
-    caller = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
-    caller.bind(("127.0.0.1", 0))
+    caller = bound_socket()
     for sock in (caller, server.probe):
         sock.setsockopt(socket.SOL_SOCKET, SO_TIMESTAMPNS, 1)
         sock.settimeout(2)

@@ -20,12 +20,12 @@ class Baresip:
         subprocess.run(["sox", "-n", "-r", "8000", "-c", "1", "-b", "16", str(tone), "synth", "30", "sine", str(hertz),
                         "gain", "-6"], check=True)
         self.port = port or free_port()
-        rtp_port = free_port() & ~1
+        rtp_port = free_port()
         (folder / "config").write_text(
             f"sip_listen 127.0.0.1:{self.port}\nnet_interface 127.0.0.1\nmodule_path {modules}\nmodule_tmp account.so\n"
             "module_app menu.so\nmodule g711.so\nmodule aufile.so\nmodule sndfile.so\n"
             f"audio_source aufile,{tone}\naudio_player aufile,{folder / 'heard.wav'}\naudio_alert aufile,{folder / 'x.wav'}\n"
-            f"snd_path {folder}\nrtp_ports {rtp_port}-{min(rtp_port + 1000, 65534)}\n", encoding="utf-8")
+            f"snd_path {folder}\nrtp_ports {rtp_port}-{rtp_port + 1}\n", encoding="utf-8")
         (folder / "accounts").write_text(
             "<sip:tester@127.0.0.1>;regint=0;audio_codecs=PCMU;catchall=yes;answermode=auto\n", encoding="utf-8")
         (folder / "contacts").write_text("", encoding="utf-8")

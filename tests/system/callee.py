@@ -2,7 +2,7 @@
 import socket
 import time
 
-from harness import Failure, check
+from harness import Failure, bound_socket, check
 from sipua import Message, unique
 
 
@@ -10,8 +10,7 @@ class Callee:
     """One call that comes from a gateway, at a port of its own."""
 
     def __init__(self):
-        self.socket = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
-        self.socket.bind(("127.0.0.1", 0))
+        self.socket = bound_socket()
         self.port = self.socket.getsockname()[1]
         self.uri = f"sip:callee@127.0.0.1:{self.port}"
         self.tag = unique("callee")

@@ -124,8 +124,8 @@ def a_call_while_stopping_is_refused(build):
 def what_names_nothing_is_refused(build):
     """Numbers without a route, and offers that cannot be met: the status says why, and the gateway goes on."""
     cases = [
-        ("nobody", sdp("127.0.0.1", 40000), 404),
-        ("echo", sdp("127.0.0.1", 40000, payloads="18 97"), 488),
+        ("nobody", sdp("127.0.0.1"), 404),
+        ("echo", sdp("127.0.0.1", payloads="18 97"), 488),
         ("echo", "v=0\r\nthis is no SDP\r\n", (488, 500)),
     ]
     with Gateway(build) as gateway:

@@ -5,14 +5,15 @@ usage: faults_hostile.py GATEWAY_PORT COUNT [SEED (1) [MESSAGES PER SECOND (3000
 
 Everything goes to, and names, 127.0.0.1 or hosts below `.invalid`. The same seed sends the same messages."""
 import random
-import socket
 import struct
 import sys
 import time
 
+from harness import bound_socket
+
 NUMBERS = ["-1", "0", "1", "255", "256", "65535", "65536", "99999", "2147483647", "2147483648", "4294967295", "4294967296",
            "18446744073709551616", "9" * 400, "1e9", "0x10", "", " ", "+5", "１"]
-SDP = ("v=0\r\no=h 1 1 IN IP4 127.0.0.1\r\ns=-\r\nc=IN IP4 127.0.0.1\r\nt=0 0\r\nm=audio 40000 RTP/AVP 0 8 101\r\n"
+SDP = ("v=0\r\no=h 1 1 IN IP4 127.0.0.1\r\ns=-\r\nc=IN IP4 127.0.0.1\r\nt=0 0\r\nm=audio 5998 RTP/AVP 0 8 101\r\n"
        "a=rtpmap:0 PCMU/8000\r\na=rtpmap:101 telephone-event/8000\r\na=fmtp:101 0-15\r\na=ptime:20\r\na=sendrecv\r\n")
 REQUESTS = ["INVITE"] * 6 + ["ACK", "BYE", "CANCEL", "OPTIONS", "PRACK", "REFER", "INFO", "NOTIFY", "UPDATE", "REGISTER",
                              "SUBSCRIBE", "MESSAGE", "PUBLISH", "XYZZY"]
@@ -171,7 +172,7 @@ class Generator:
         """Session descriptions that contradict themselves or the grammar."""
         change = self.random.choice((
             (b"c=IN IP4 127.0.0.1\r\n", b""), (b"c=IN IP4 127.0.0.1", b"c=IN IP6 ::1"), (b"c=IN IP4", b"c="),
-            (b"m=audio 40000", b"m=audio"), (b"m=audio", b"m="), (b"m=audio", b"m=video"), (b"RTP/AVP", b"RTP/SAVP"),
+            (b"m=audio 5998", b"m=audio"), (b"m=audio", b"m="), (b"m=audio", b"m=video"), (b"RTP/AVP", b"RTP/SAVP"),
             (b"RTP/AVP 0 8 101", b"RTP/AVP"), (b"RTP/AVP 0", b"RTP/AVP 4294967296"), (b"0 8 101", b"0 " * 2000),
             (b"v=0\r\n", b""), (b"v=0", b"v=1"), (b"t=0 0\r\n", b""), (b"o=h 1 1", b"o="), (b"a=fmtp:101 0-15", b"a=fmtp:101 0-\x0015"),
             (b"a=fmtp:101", b"a=fmtp:"), (b"a=rtpmap:0 PCMU/8000", b"a=rtpmap:0 PCMU/0"), (b"a=rtpmap:0", b"a=rtpmap:999999999999"),
@@ -239,10 +240,8 @@ def ping(wire, gateway_port, number, seconds=2.0):
 
 def send(gateway_port, count, seed=1, rate=3000):
     """Sends the messages, at most so many per second; answers are thrown away."""
-    with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as wire, socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as probe:
-        wire.bind(("127.0.0.1", 0))
+    with bound_socket() as wire, bound_socket() as probe:
         wire.setblocking(False)
-        probe.bind(("127.0.0.1", 0))
         generator = Generator(gateway_port, wire.getsockname()[1], seed)
         unanswered = 0
         for number in range(count):

@@ -8,14 +8,13 @@ import multiprocessing
 import os
 import re
 import signal
-import socket
 import sys
 import threading
 from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parent))
 import faults_hostile  # noqa: E402
-from harness import Gateway, check, free_port, run  # noqa: E402
+from harness import Gateway, bound_socket, check, free_port, run  # noqa: E402
 from soak import SERVICES, Soak, recorded_roles  # noqa: E402
 from soak_flows import T1_MS, route  # noqa: E402
 from soak_party import CALL_ENDED_S, Party  # noqa: E402
@@ -182,8 +181,7 @@ class Registrar(threading.Thread):
 
     def __init__(self):
         super().__init__(daemon=True)
-        self.socket = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
-        self.socket.bind(("127.0.0.1", 0))
+        self.socket = bound_socket()
         self.socket.settimeout(0.2)
         self.port = self.socket.getsockname()[1]
         self.silent = self.over = False

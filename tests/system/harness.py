@@ -2,8 +2,10 @@
 
 QUORVEX_GATEWAY names another program than that of the build folder, QUORVEX_LOG_LEVEL (TRACE) another level for every logger,
 QUORVEX_TEST one function to run."""
+import itertools
 import json
 import os
+import random
 import re
 import signal
 import socket
@@ -27,11 +29,32 @@ def check(condition, text):
         raise Failure(text)
 
 
+# Ports of the tests: below the gateway's RTP range and the ones the kernel hands out. RTCP goes to the port above RTP's,
+# so a port from the kernel beside somebody's RTP would hear it.
+_ports = itertools.cycle(range(7000, 16384, 2))
+for _ in range(random.randrange(4692)):
+    next(_ports)
+
+NO_RTP = 5998
+"""An RTP port at which nobody listens."""
+
+
+def bound_socket(kind=socket.SOCK_DGRAM, port=None):
+    """A socket on a port of 127.0.0.1: an even one whose upper neighbour nobody is given, or `port`."""
+    for port in [port] if port else itertools.islice(_ports, 4692):
+        taken = socket.socket(socket.AF_INET, kind)
+        try:
+            taken.bind(("127.0.0.1", port))
+            return taken
+        except OSError:
+            taken.close()
+    raise Failure("no free port on 127.0.0.1")
+
+
 def free_port(kind=socket.SOCK_DGRAM, both=False):
-    """A port of 127.0.0.1 that nobody holds now; with `both`, for UDP and TCP."""
-    for _ in range(100):
-        with socket.socket(socket.AF_INET, kind) as first:
-            first.bind(("127.0.0.1", 0))
+    """An even port of 127.0.0.1 that nobody holds now and no other call gets soon; with `both`, for UDP and TCP."""
+    while True:
+        with bound_socket(kind) as first:
             port = first.getsockname()[1]
             if not both:
                 return port
@@ -42,7 +65,6 @@ def free_port(kind=socket.SOCK_DGRAM, both=False):
                     return port
                 except OSError:
                     continue
-    raise Failure("no free port on 127.0.0.1")
 
 
 def wait_until_bound(process, port):
@@ -144,8 +166,7 @@ class Gateway:
     def wait_until_it_answers(self):
         """Asks with OPTIONS until a 200 comes, and until it is healthy: calls are taken then."""
         deadline = time.monotonic() + DEADLINE_S
-        with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as probe:
-            probe.bind(("127.0.0.1", 0))
+        with bound_socket() as probe:
             probe.settimeout(0.1)
             me = probe.getsockname()[1]
             number = 0
@@ -182,10 +203,21 @@ class Gateway:
             raise Failure(f"the gateway did not end within {seconds} s") from None
 
     def stop(self, seconds=DEADLINE_S, expected=0):
+        """Ends it once it has no calls: with one that is just ending, its record would tell of the stop."""
+        self.wait_until_idle()
         self.signal()
+        self.check_end(seconds, expected)
+
+    def check_end(self, seconds=DEADLINE_S, expected=0):
         code = self.wait(seconds)
         check(code == expected, f"exit code {code}, {expected} expected\n{self.printed()}")
         self.check_printed()
+
+    def wait_until_idle(self, seconds=DEADLINE_S):
+        deadline = time.monotonic() + seconds
+        while calls := json.loads(self.http("/api/calls")[1]):
+            check(time.monotonic() < deadline, f"{len(calls)} calls are left, the first is {calls[0]}")
+            time.sleep(0.02)
 
     def check_printed(self):
         """Sanitizers report there what does not end the program."""

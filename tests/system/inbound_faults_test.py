@@ -9,7 +9,7 @@ import sys
 from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parent))
-from harness import Gateway, check, run  # noqa: E402
+from harness import Gateway, check, free_port, run  # noqa: E402
 from inbound_states_test import ROUTES, route  # noqa: E402
 from ladder import Ladder  # noqa: E402
 
@@ -55,7 +55,8 @@ def the_media_engine_fails(build):
 
 
 def ports_run_out(build):
-    with Gateway(build, {"quorvex.rtp": {"portRange": "21000-21003"}}) as gateway:
+    first = next(port for port in iter(free_port, None) if free_port() == port + 2)
+    with Gateway(build, {"quorvex.rtp": {"portRange": f"{first}-{first + 3}"}}) as gateway:
         with Ladder(gateway, "echo") as one, Ladder(gateway, "echo") as two, Ladder(gateway, "echo") as three:
             one.run(">INVITE 180 200+ >ACK")
             two.run(">INVITE 180 200+ >ACK")

@@ -8,7 +8,7 @@ import time
 from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parent))
-from harness import Failure, Gateway, check, run  # noqa: E402
+from harness import Failure, Gateway, bound_socket, check, run  # noqa: E402
 from ladder import Ladder  # noqa: E402
 from sipua import Message, RtpSocket, sdp, sdp_port, unique  # noqa: E402
 
@@ -99,9 +99,8 @@ class Crowd:
 
     def __init__(self, gateway_port, calls):
         self.remote = ("127.0.0.1", gateway_port)
-        self.socket = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+        self.socket = bound_socket()
         self.socket.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 8 << 20)
-        self.socket.bind(("127.0.0.1", 0))
         self.port = self.socket.getsockname()[1]
         self.calls = calls
         self.answered, self.ended = set(), set()
@@ -131,7 +130,7 @@ class Crowd:
     def call(self):
         """Places the calls, a few unanswered at a time."""
         for number in range(self.calls):
-            self.request("INVITE", unique("crowd"), f"<sip:echo@127.0.0.1:{self.remote[1]}>", 1, sdp("127.0.0.1", 40000))
+            self.request("INVITE", unique("crowd"), f"<sip:echo@127.0.0.1:{self.remote[1]}>", 1, sdp("127.0.0.1"))
             while number - len(self.answered) > 20:
                 self.take(10)
         self.until(lambda: len(self.answered) == self.calls)

@@ -8,7 +8,7 @@ import json
 import re
 import time
 
-from harness import Failure, check
+from harness import NO_RTP, Failure, check
 from sipua import Caller, Message, sdp
 
 LATE_OFFER = ("Supported: 100rel",)
@@ -18,7 +18,7 @@ STREAM = "m=audio {port} RTP/AVP 0\r\n"
 class Ladder(Caller):
     """One call of a gateway, driven by a ladder."""
 
-    def __init__(self, gateway, user, rtp_port=40000):
+    def __init__(self, gateway, user, rtp_port=NO_RTP):
         super().__init__(gateway.port, user)
         self.gateway = gateway
         self.rtp_port = rtp_port

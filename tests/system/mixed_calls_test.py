@@ -6,14 +6,13 @@ import collections
 import json
 import os
 import re
-import socket
 import subprocess
 import sys
 import time
 from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parent))
-from harness import Gateway, check, free_port, run, wait_until_bound  # noqa: E402
+from harness import Gateway, bound_socket, check, free_port, run, wait_until_bound  # noqa: E402
 
 SIPP = Path(__file__).resolve().parent / "sipp"
 CALLS = int(os.environ.get("QUORVEX_MIXED_CALLS", "1000"))
@@ -78,13 +77,6 @@ def samples(gateway):
     return plain, labelled
 
 
-def wait_until_nothing_is_left(gateway, seconds):
-    deadline = time.monotonic() + seconds
-    while calls := json.loads(gateway.http("/api/calls")[1]):
-        check(time.monotonic() < deadline, f"{len(calls)} calls are left, the first is {calls[0]}")
-        time.sleep(0.05)
-
-
 def check_records(records, kinds):
     """As many calls as were made, each with exactly the records of its kind, which say what there is to say."""
     calls = collections.defaultdict(list)
@@ -136,8 +128,7 @@ def calls_of_every_kind(build):
     kinds = kinds_of_calls()
     callee_port, caller_port = free_port(), free_port()
     timers = {"t1Ms": 40, "timerCMs": 3000, "credential": [{"realm": "callee.test", "user": "gw", "password": "secret"}]}
-    with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as silent:
-        silent.bind(("127.0.0.1", 0))
+    with bound_socket() as silent:
         with Gateway(build, {"quorvex.sip": timers}, routes(callee_port, silent.getsockname()[1]), level="WARN") as gateway:
             users = gateway.folder / "users.csv"
             users.write_text("SEQUENTIAL\n" + "".join(f"{kind};\n" for kind in kinds), encoding="utf-8")
@@ -149,7 +140,7 @@ def calls_of_every_kind(build):
                 code = caller.wait(60 + 2 * CALLS / RATE)
                 errors = [line for file in gateway.folder.glob("*.errors") for line in file.read_text().splitlines()[:20]]
                 check(code == 0, f"sipp ended with {code}; {errors}")
-                wait_until_nothing_is_left(gateway, 30)
+                gateway.wait_until_idle(30)
                 deadline = time.monotonic() + 5
                 while len(gateway.records()) < sum(len(KINDS[kind]) for kind in kinds) and time.monotonic() < deadline:
                     time.sleep(0.05)

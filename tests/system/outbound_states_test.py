@@ -122,7 +122,7 @@ class Row:
 
     def run(self, gateway):
         with Caller(gateway.port, f"r{self.number}") as caller:
-            caller.invite(sdp("127.0.0.1", 40000))
+            caller.invite(sdp("127.0.0.1"))
             for word in self.ladder.split():
                 try:
                     said = re.fullmatch(r"([bcd])>(\d+)([-+]?):?(\w*)", word)

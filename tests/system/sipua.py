@@ -3,7 +3,7 @@ import socket
 import struct
 import time
 
-from harness import Failure, check
+from harness import NO_RTP, Failure, bound_socket, check
 
 _number = 0
 
@@ -40,7 +40,7 @@ class Message:
         return [value for key, value in self.headers if key.lower() == name.lower()]
 
 
-def sdp(address, port, payloads="0 8", extra=""):
+def sdp(address, port=NO_RTP, payloads="0 8", extra=""):
     return (f"v=0\r\no=test 1 1 IN IP4 {address}\r\ns=-\r\nc=IN IP4 {address}\r\nt=0 0\r\n"
             f"m=audio {port} RTP/AVP {payloads}\r\n{extra}")
 
@@ -57,8 +57,7 @@ class Caller:
 
     def __init__(self, gateway_port, user="echo"):
         self.remote = ("127.0.0.1", gateway_port)
-        self.socket = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
-        self.socket.bind(("127.0.0.1", 0))
+        self.socket = bound_socket()
         self.port = self.socket.getsockname()[1]
         self.uri = f"sip:{user}@127.0.0.1:{gateway_port}"
         self.call_id = unique("call")
@@ -145,8 +144,7 @@ class RtpSocket:
     """An RTP port: sends G.711 frames and reads what comes."""
 
     def __init__(self):
-        self.socket = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
-        self.socket.bind(("127.0.0.1", 0))
+        self.socket = bound_socket()  # RTCP goes to the port above, which nobody else is given
         self.socket.settimeout(2)
         self.port = self.socket.getsockname()[1]
         self.sequence = 1000

@@ -5,6 +5,8 @@ import asyncio
 import random
 import socket
 
+from harness import NO_RTP, bound_socket
+
 T1_S = 0.05  # the gateway's quorvex.sip.t1Ms must say the same
 CALL_ENDED_S = 64 * T1_S
 
@@ -151,7 +153,7 @@ class Transaction:
 class Leg:
     """One party's side of a call. Scripts send and wait; what the protocol asks for besides is done here."""
 
-    def __init__(self, party, call_id, cut=None, media_port=40000):
+    def __init__(self, party, call_id, cut=None, media_port=NO_RTP):
         self.party, self.call_id, self.cut = party, call_id, cut
         self.media_port = media_port
         self.cseq = 0
@@ -379,9 +381,8 @@ class Party(asyncio.DatagramProtocol):
         self.tasks = set()
         self.stray = 0
         self.received_count = 0
-        self.socket = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+        self.socket = bound_socket(port=port)
         self.socket.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 8 << 20)
-        self.socket.bind(("127.0.0.1", port))
         self.socket.setblocking(False)
         self.port = self.socket.getsockname()[1]
         self.transport = None

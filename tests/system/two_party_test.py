@@ -122,7 +122,7 @@ def failures_reach_the_caller(build):
                            (408, "Request Timeout")):
         with Callee() as callee, Gateway(build, routes=[route(callee.uri)]) as gateway, \
                 Caller(gateway.port, "1") as caller:
-            caller.invite(sdp("127.0.0.1", 40000))
+            caller.invite(sdp("127.0.0.1"))
             callee.expect("INVITE")
             callee.answer(status, reason)
             callee.expect("ACK")
@@ -136,7 +136,7 @@ def unreachable_parties_end_in_a_failure(build):
     for uri, status in ((f"sip:x@127.0.0.1:{silent}", 480), ("sip:x@no-such-host.invalid", 500)):
         with Gateway(build, overrides={"quorvex.sip": {"t1Ms": 20}}, routes=[route(uri)]) as gateway, \
                 Caller(gateway.port, "1") as caller:
-            caller.invite(sdp("127.0.0.1", 40000))
+            caller.invite(sdp("127.0.0.1"))
             caller.ack(caller.expect(status, seconds=10))
             finish(gateway, 2)
 
@@ -263,7 +263,7 @@ def parties_that_behave_badly(build):
 def redirections_in_circles_end(build):
     with Callee() as one, Callee() as other, Gateway(build, routes=[route(one.uri)]) as gateway, \
             Caller(gateway.port, "1") as caller:
-        caller.invite(sdp("127.0.0.1", 40000))
+        caller.invite(sdp("127.0.0.1"))
         for here, there in ((one, other), (other, one)):
             here.expect("INVITE")
             here.answer(302, "Moved", headers=(f"Contact: <{there.uri}>",))
@@ -321,7 +321,7 @@ def names_that_are_slow_hold_up_no_other_call(build):
                      program=["env", f"LD_PRELOAD={library}", str(Path(build) / "bin" / "quorvex-gateway")]) as gateway:
             for user in ("slow", "moved"):
                 with Caller(gateway.port, user) as waiting, Caller(gateway.port, "quick") as caller:
-                    waiting.invite(sdp("127.0.0.1", 40000))
+                    waiting.invite(sdp("127.0.0.1"))
                     if user == "moved":
                         moved.expect("INVITE")
                         moved.answer(302, "Moved", headers=("Contact: <sip:x@two.slow.test>",))

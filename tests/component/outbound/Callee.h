@@ -9,7 +9,7 @@ namespace Quorvex::Test
 {
 
 inline const char* const kAnswer =
-    "v=0\r\no=callee 1 1 IN IP4 127.0.0.1\r\ns=-\r\nc=IN IP4 127.0.0.1\r\nt=0 0\r\nm=audio 40100 RTP/AVP "
+    "v=0\r\no=callee 1 1 IN IP4 127.0.0.1\r\ns=-\r\nc=IN IP4 127.0.0.1\r\nt=0 0\r\nm=audio 5996 RTP/AVP "
     "0\r\n"
     "a=rtpmap:0 PCMU/8000\r\na=ptime:20\r\na=sendrecv\r\n";
 

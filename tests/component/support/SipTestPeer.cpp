@@ -108,7 +108,7 @@ SipTestCall::SipTestCall(SipTestPeer& io_peer,
 std::string SipTestCall::sdp() const
 {
     return "v=0\r\no=peer 1 1 IN IP4 127.0.0.1\r\ns=-\r\nc=IN IP4 127.0.0.1\r\nt=0 0\r\n"
-           "m=audio 40000 RTP/AVP 0 101\r\na=rtpmap:0 PCMU/8000\r\na=rtpmap:101 telephone-event/8000\r\n"
+           "m=audio 5998 RTP/AVP 0 101\r\na=rtpmap:0 PCMU/8000\r\na=rtpmap:101 telephone-event/8000\r\n"
            "a=ptime:20\r\na=sendrecv\r\n";
 }
 

@@ -7,7 +7,6 @@ usage: flows_test.py BUILD [caller|callee [udp|tcp [NAME]]]
 import subprocess
 import sys
 import tempfile
-import threading
 import time
 from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
@@ -22,20 +21,6 @@ LOSSY_CALLS = 60
 # In these the layer repeats what sipp takes for a new message over TCP.
 NOT_OVER_TCP = {"lost ACK", "lost ACK of a re-INVITE", "never PRACKed", "re-INVITE without an ACK"}
 OPTIONS = ["--user", "agent", "--password", "secret", "--timer-c", "2500"]
-
-
-GIVEN_PORTS = set()
-PORTS_LOCK = threading.Lock()
-
-
-def own_port():
-    """A free port that no other flow of this run is given."""
-    with PORTS_LOCK:
-        while True:
-            port = free_port(both=True)
-            if port not in GIVEN_PORTS:
-                GIVEN_PORTS.add(port)
-                return port
 
 
 def sipp(folder, number, scenario, transport, *options):
@@ -59,7 +44,7 @@ def run_caller(build, transport, number, flow, folder, lossy):
         calls = LOSSY_CALLS if lossy else CALLS
         extra = ["-lost", "20", "-timeout_error"] if lossy else ["-timeout_error"]
         command, errors = sipp(folder, f"a{transport}{number}", scenario, transport, "-m", str(calls), "-r", "50",
-                               "-p", str(own_port()), "-s", script, *extra, f"127.0.0.1:{port}")
+                               "-p", str(free_port(both=True)), "-s", script, *extra, f"127.0.0.1:{port}")
         result = subprocess.run(command, cwd=folder, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
                                 timeout=60, check=False).returncode
         if not lossy:
@@ -74,7 +59,7 @@ def run_caller(build, transport, number, flow, folder, lossy):
 def run_callee(build, transport, number, flow, folder, lossy):
     name, script, scenario = flow
     with Agent(build, options=OPTIONS) as agent:
-        port = own_port()
+        port = free_port(both=True)
         calls = LOSSY_CALLS if lossy else CALLS
         extra = ["-lost", "20"] if lossy else []
         suffix = ";transport=tcp" if transport == "tcp" else ""

@@ -1,6 +1,6 @@
 """Writes sipp scenarios from a few words."""
 
-SDP = ("v=0\no=sipp 1 1 IN IP4 [local_ip]\ns=-\nc=IN IP4 [local_ip]\nt=0 0\nm=audio 40000 RTP/AVP 0\n")
+SDP = ("v=0\no=sipp 1 1 IN IP4 [local_ip]\ns=-\nc=IN IP4 [local_ip]\nt=0 0\nm=audio 5998 RTP/AVP 0\n")
 
 
 def scenario(*steps):

@@ -11,7 +11,7 @@ from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parents[1]))
 from agent import Agent  # noqa: E402
-from harness import Failure, check, run  # noqa: E402
+from harness import Failure, bound_socket, check, run  # noqa: E402
 from sipua import Caller, sdp  # noqa: E402
 from torture_messages import DROPPED_BELOW, INVALID, VALID  # noqa: E402
 
@@ -20,7 +20,7 @@ def good_call(agent, after):
     """A whole call over UDP."""
     try:
         with Caller(agent.udp, "answer") as call:
-            call.invite(sdp("127.0.0.1", 40000))
+            call.invite(sdp("127.0.0.1"))
             call.ack(call.expect(200))
             call.send("BYE")
             call.expect(200)
@@ -46,17 +46,11 @@ def statuses(peer, seconds):
             return found
 
 
-def udp_socket():
-    peer = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
-    peer.bind(("127.0.0.1", 0))
-    return peer
-
-
 def rfc_4475_over_udp(build):
     problems = []
     with Agent(build) as agent:
         for name, text, expected in VALID + INVALID:
-            with udp_socket() as peer:
+            with bound_socket() as peer:
                 me = f"127.0.0.1:{peer.getsockname()[1]}"
                 data = text.replace("NAME", name)
                 data = re.sub(r"\bME\b", me, data)
@@ -73,7 +67,7 @@ def rfc_4475_over_udp(build):
 
 
 def invite_text(me, agent_port, transport="UDP", extra=""):
-    body = sdp("127.0.0.1", 40000)
+    body = sdp("127.0.0.1")
     return (f"INVITE sip:answer@127.0.0.1:{agent_port} SIP/2.0\r\nVia: SIP/2.0/{transport} {me};branch=z9hG4bK{time.monotonic_ns()}\r\n"
             f"From: \"A, \\\"B\\\"\" <sip:a@{me}>;tag=1\r\nTo: <sip:answer@127.0.0.1:{agent_port}>\r\n"
             f"Call-ID: piece-{time.monotonic_ns()}\r\nCSeq: 1 INVITE\r\nContact: <sip:a@{me}>\r\nMax-Forwards: 70\r\n{extra}"
@@ -82,14 +76,14 @@ def invite_text(me, agent_port, transport="UDP", extra=""):
 
 def pieces_and_mutations(build):
     with Agent(build) as agent:
-        with udp_socket() as peer:
+        with bound_socket() as peer:
             me = f"127.0.0.1:{peer.getsockname()[1]}"
             text = invite_text(me, agent.udp)
             for length in range(0, len(text), 5):
                 peer.sendto(text[:length], ("127.0.0.1", agent.udp))
         good_call(agent, "truncated datagrams")
         generator = random.Random(4475)
-        with udp_socket() as peer:
+        with bound_socket() as peer:
             me = f"127.0.0.1:{peer.getsockname()[1]}"
             for number in range(1500):
                 data = bytearray(invite_text(me, agent.udp).replace(b"answer@", b"refuse486@"))
@@ -103,7 +97,7 @@ def pieces_and_mutations(build):
 
 def oversized_datagrams(build):
     with Agent(build) as agent:
-        with udp_socket() as peer:
+        with bound_socket() as peer:
             me = f"127.0.0.1:{peer.getsockname()[1]}"
             for extra in ("X-Long: " + "x" * 60000 + "\r\n", "X-Many: 1\r\n" * 5000,
                           "".join(f"Via: SIP/2.0/UDP h{n}.example.com;branch=z9hG4bK{n}\r\n" for n in range(1000)),
@@ -185,7 +179,7 @@ def bombs_over_tcp(build):
 
 def stun_and_scanners(build):
     with Agent(build) as agent:
-        with udp_socket() as peer:
+        with bound_socket() as peer:
             for kind in (b"\x00\x01", b"\x00\x03", b"\x01\x01", b"\x01\x11"):
                 for length in (b"\x00\x00", b"\x00\x08", b"\xff\xff"):
                     peer.sendto(kind + length + b"\x21\x12\xa4\x42" + os.urandom(12) + os.urandom(8),
