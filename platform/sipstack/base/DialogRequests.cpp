@@ -8,6 +8,7 @@
 #include "sipstack/DsSipServerTransaction.h"
 #include "sipstack/base/DialogCore.h"
 #include "sipstack/base/MessageBridge.h"
+#include "sipstack/base/MessageClass.h"
 #include "sipstack/base/ServerTransactionCore.h"
 #include "sipstack/base/SipAgent.h"
 
@@ -32,6 +33,10 @@ int DialogCore::onLegRequest(nta_leg_t*, nta_incoming_t* in_pIrq, const sip_t* i
     if (method == sip_method_cancel)
     {
         return 481;
+    }
+    if (isLateCancel(in_pSip))
+    {
+        return 200;
     }
     if (m_state == State::eEnded || m_pOwner == nullptr || m_pByeIrq != nullptr)
     {

@@ -11,6 +11,7 @@
 #include "sipstack/base/ClientTransactionCore.h"
 #include "sipstack/base/DialogCore.h"
 #include "sipstack/base/IncomingCallCore.h"
+#include "sipstack/base/MessageClass.h"
 #include "sipstack/base/PendingInvite.h"
 #include "sipstack/base/ServerTransactionCore.h"
 #include "sipstack/base/SipAgent.h"
@@ -46,6 +47,15 @@ int SipAgent::onLegRequest(nta_leg_t*, nta_incoming_t* in_pIrq, const sip_t* in_
     if (method == sip_method_ack)
     {
         return 481;  // nothing is sent for an ACK
+    }
+    if (isLateCancel(in_pSip))
+    {
+        // RFC 3261 9.2: with the To tag of the answer to the INVITE.
+        if (nta_incoming_t* const invite = cancelledInvite(m_pNta, in_pSip))
+        {
+            nta_incoming_tag(in_pIrq, nta_incoming_tag(invite, nullptr));
+        }
+        return 200;
     }
     if (method == sip_method_cancel || in_pSip->sip_to->a_tag != nullptr)
     {

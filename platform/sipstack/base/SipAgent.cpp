@@ -17,8 +17,8 @@
 #include "sipstack/DsSipResponse.h"
 #include "sipstack/base/ClientTransactionCore.h"
 #include "sipstack/base/DialogCore.h"
-#include "sipstack/base/FirstLine.h"
 #include "sipstack/base/IncomingCallCore.h"
+#include "sipstack/base/MessageClass.h"
 #include "sipstack/base/PendingInvite.h"
 #include "sipstack/base/ServerTransactionCore.h"
 #include "sipstack/base/SofiaLog.h"
@@ -89,6 +89,7 @@ bool SipAgent::open(su_root_t* in_pRoot, std::string& out_strError)
         }
     }
     m_pSrvResolver = std::make_unique<SrvResolver>(in_pRoot, m_thread, m_config.m_strResolverSettings);
+    setReceivingAgent(m_pNta);
     m_pDefaultLeg = nta_leg_tcreate(m_pNta, &LegHandler::callback, this, NTATAG_NO_DIALOG(1), TAG_END());
     for (tport_t* port = tport_primaries(nta_agent_tports(m_pNta)); port != nullptr; port = tport_next(port))
     {
@@ -129,7 +130,7 @@ bool SipAgent::addPort(su_root_t* in_pRoot, std::size_t in_iPort, std::string& o
                                   NTATAG_MERGE_482(1),
                                   NTATAG_MAXSIZE(m_config.m_uiMaxMessageBytes),
                                   NTATAG_SIPFLAGS(MSG_DO_EXTRACT_COPY),
-                                  NTATAG_MCLASS(tolerantMessageClass()),
+                                  NTATAG_MCLASS(messageClass()),
                                   NTATAG_UDP_MTU(65535),
                                   NTATAG_CLIENT_RPORT(1),
                                   NTATAG_SERVER_RPORT(1),
@@ -250,6 +251,7 @@ void SipAgent::close()
         nta_leg_destroy(m_pDefaultLeg);
         m_pDefaultLeg = nullptr;
     }
+    setReceivingAgent(nullptr);
     nta_agent_destroy(m_pNta);
     m_pNta = nullptr;
 }

@@ -140,23 +140,30 @@ TEST_F(IncomingCallTest, CancelIsAnsweredAndReportedThenClosed)
     expectEnd();
 }
 
+// RFC 3261 9.2: a CANCEL that crosses the 2xx is answered and changes nothing.
 TEST_F(IncomingCallTest, CancelAfterTheAnswerIsNotReported)
 {
+    const auto expectAnswered = [&]
     {
-        const Report called = invite();
-        called.m_hIn->answer(TestAgent::response(200, called.request()));
-        m_peer.learn(m_peer.expect("SIP/2.0 200"));
         m_peer.sendRequest("CANCEL");
         std::string answer = m_peer.expect("SIP/2.0 ");
         while (RawPeer::header(answer, "CSeq").find("INVITE") != std::string::npos)
         {
             answer = m_peer.expect("SIP/2.0 ");  // the 200 comes again until its ACK
         }
-        // The 2xx has ended the INVITE's server transaction (RFC 3261 17.2.1): there is nothing to cancel.
-        EXPECT_EQ(answer.substr(0, 11), "SIP/2.0 481");
+        EXPECT_EQ(answer.substr(0, 11), "SIP/2.0 200");
         EXPECT_NE(RawPeer::header(answer, "CSeq").find("CANCEL"), std::string::npos);
+        EXPECT_EQ(RawPeer::tagOf(RawPeer::header(answer, "To")), m_peer.m_strToTag);
+    };
+    {
+        const Report called = invite();
+        called.m_hIn->answer(TestAgent::response(200, called.request()));
+        m_peer.learn(m_peer.expect("SIP/2.0 200"));
+        expectAnswered();
+        expectAnswered();  // and again when it is sent again
         m_peer.sendRequest("ACK");
         reports().expect("callConfirmed");
+        expectAnswered();
         m_peer.sendRequest("BYE");
         reports().expect("terminated").m_hIn->hangup();
     }

@@ -1,4 +1,4 @@
-#include "sipstack/base/FirstLine.h"
+#include "sipstack/base/MessageClass.h"
 
 #include <cstring>
 
@@ -47,6 +47,25 @@ issize_t parseStatusLine(su_home_t* in_pHome, msg_header_t* out_pHeader, char* i
     return sip_status_class->hc_parse(in_pHome, out_pHeader, io_szLine, in_length);
 }
 
+thread_local nta_agent_t* t_pAgent = nullptr;
+
+// Runs when the headers of a message are there, for a message in pieces more than once.
+issize_t extractBody(msg_t* in_pMsg, msg_pub_t* io_pPublic, char* io_szText, isize_t in_length, int in_iEnd)
+{
+    auto* const sip = reinterpret_cast<sip_t*>(io_pPublic);
+    if (sip->sip_request != nullptr && sip->sip_request->rq_method == sip_method_cancel)
+    {
+        const nta_incoming_t* const invite = cancelledInvite(t_pAgent, sip);
+        const int status = invite == nullptr ? 0 : nta_incoming_status(invite);
+        if (status >= 200 && status < 300)
+        {
+            sip->sip_request->rq_method = sip_method_unknown;
+            sip->sip_cseq->cs_method = sip_method_unknown;
+        }
+    }
+    return sip_default_mclass()->mc_extract_body(in_pMsg, io_pPublic, io_szText, in_length, in_iEnd);
+}
+
 msg_mclass_t* makeMessageClass()
 {
     static msg_hclass_s s_request;
@@ -60,16 +79,44 @@ msg_mclass_t* makeMessageClass()
     {
         copy->mc_request->hr_class = &s_request;
         copy->mc_status->hr_class = &s_status;
+        copy->mc_extract_body = extractBody;
     }
     return copy;
 }
 
 }  // namespace
 
-const msg_mclass_t* tolerantMessageClass()
+const msg_mclass_t* messageClass()
 {
     static const msg_mclass_t* const s_pClass = makeMessageClass();
     return s_pClass != nullptr ? s_pClass : sip_default_mclass();
+}
+
+void setReceivingAgent(nta_agent_t* in_pAgent)
+{
+    t_pAgent = in_pAgent;
+}
+
+bool isLateCancel(const sip_t* in_pSip)
+{
+    return in_pSip->sip_request->rq_method == sip_method_unknown &&
+           std::strcmp(in_pSip->sip_request->rq_method_name, sip_method_name_cancel) == 0;
+}
+
+nta_incoming_t* cancelledInvite(const nta_agent_t* in_pAgent, const sip_t* in_pCancel)
+{
+    if (in_pAgent == nullptr || in_pCancel->sip_cseq == nullptr || in_pCancel->sip_call_id == nullptr ||
+        in_pCancel->sip_from == nullptr || in_pCancel->sip_to == nullptr || in_pCancel->sip_via == nullptr)
+    {
+        return nullptr;
+    }
+    // What the INVITE said where the two differ.
+    sip_cseq_t cseq = *in_pCancel->sip_cseq;
+    cseq.cs_method = sip_method_invite;
+    cseq.cs_method_name = sip_method_name_invite;
+    sip_t invite = *in_pCancel;
+    invite.sip_cseq = &cseq;
+    return nta_incoming_find(in_pAgent, &invite, invite.sip_via);
 }
 
 }  // namespace Quorvex

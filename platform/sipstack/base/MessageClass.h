@@ -1,0 +1,28 @@
+#pragma once
+
+#include "sipstack/base/Sofia.h"
+
+namespace Quorvex
+{
+
+/// The base library's class of SIP messages with what it lacks, as early as a message can be looked at. Lives
+/// as long as the process.
+///
+/// A first line may have line ends before it (RFC 3261 7.5). Together with MSG_DO_EXTRACT_COPY the base
+/// library's own reading of such a line keeps the line ends and loses as many characters of the line, so that
+/// the message is unreadable, and with it all that follows on a connection.
+///
+/// A CANCEL whose INVITE has its 2xx is taken for a request of its own, so that it reaches a leg: the base
+/// library answers it 481 before any leg sees it. isLateCancel() knows it there.
+const msg_mclass_t* messageClass();
+
+/// Whose transactions the messages that this thread receives belong to; null for none. SIP stack thread.
+void setReceivingAgent(nta_agent_t* in_pAgent);
+
+/// A CANCEL that came after the 2xx to its INVITE: RFC 3261 9.2 gives it 200, and the call goes on.
+bool isLateCancel(const sip_t* in_pSip);
+
+/// The INVITE that a CANCEL speaks of, or null.
+nta_incoming_t* cancelledInvite(const nta_agent_t* in_pAgent, const sip_t* in_pCancel);
+
+}  // namespace Quorvex
