@@ -60,7 +60,7 @@ std::string choose(const std::pair<const char*, Value> (&in_choices)[Size],
         }
         names.emplace_back(szName);
     }
-    return in_node.getName() + ": " + Text::alternatives(names) + " is expected, not \"" +
+    return std::string(in_node.getName()) + ": " + Text::alternatives(names) + " is expected, not \"" +
            in_node.getValue().toText() + "\"";
 }
 
@@ -84,7 +84,8 @@ std::string readMilliseconds(const ParameterTrieNode& in_node, unsigned int& out
     std::int64_t number = 0;
     if (!in_node.getValue().getInteger(number) || number < 0 || number > kDayMs)
     {
-        return in_node.getName() + ": an integer from 0 to 86400000 (milliseconds) is expected, not " +
+        return std::string(in_node.getName()) +
+               ": an integer from 0 to 86400000 (milliseconds) is expected, not " +
                in_node.getValue().toText();
     }
     out_uiMs = static_cast<unsigned int>(number);
@@ -99,8 +100,8 @@ bool Route::read(const ParameterTrieNode& in_node, const std::string& in_strFold
     m_strName = pName != nullptr ? pName->getValue().toText() : "";
     // Routes are counted from 1 by people.
     const std::string place =
-        "route " +
-        (m_strName.empty() ? std::to_string(std::stoul(in_node.getName()) + 1) : '"' + m_strName + '"');
+        "route " + (m_strName.empty() ? std::to_string(std::stoul(std::string(in_node.getName())) + 1)
+                                      : '"' + m_strName + '"');
     std::string error = readMatches(in_node);
     if (error.empty())
     {
@@ -298,7 +299,7 @@ std::vector<CallLegInfo> Route::makeLegs(const CallLegInfo& in_leg) const
 
 std::string Route::readOption(const ParameterTrieNode& in_node, const std::string& in_strFolder)
 {
-    const std::string& name = in_node.getName();
+    const std::string_view name = in_node.getName();
     if (name == "ringing")
     {
         return choose(kRingings, in_node, m_ringing);
@@ -337,7 +338,8 @@ std::string Route::readOption(const ParameterTrieNode& in_node, const std::strin
     std::vector<std::string> known(std::begin(kOptions), std::end(kOptions));
     return std::find(known.begin(), known.end(), name) != known.end()
                ? ""
-               : name + ": unknown option; the nearest known one is " + Text::nearest(name, known);
+               : std::string(name) + ": unknown option; the nearest known one is " +
+                     Text::nearest(name, known);
 }
 
 std::string Route::readReject(const ParameterTrieNode& in_node)

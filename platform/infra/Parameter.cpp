@@ -79,9 +79,25 @@ bool ParameterValue::getReal(double& out_fValue) const
 
 std::string ParameterValue::toText() const
 {
-    std::ostringstream text;
-    text << *this;
-    return std::move(text).str();
+    if (const auto* p = std::get_if<std::string>(&m_value))
+    {
+        return *p;
+    }
+    if (const auto* p = std::get_if<std::int64_t>(&m_value))
+    {
+        return std::to_string(*p);
+    }
+    if (const auto* p = std::get_if<bool>(&m_value))
+    {
+        return *p ? "true" : "false";
+    }
+    if (const auto* p = std::get_if<double>(&m_value))
+    {
+        std::ostringstream text;
+        text << *p;
+        return std::move(text).str();
+    }
+    return "";
 }
 
 bool ParameterValue::isPerlTrue(std::string_view in_text)
@@ -91,27 +107,7 @@ bool ParameterValue::isPerlTrue(std::string_view in_text)
 
 std::ostream& operator<<(std::ostream& out_stream, const ParameterValue& in_value)
 {
-    std::string strValue;
-    std::int64_t iValue = 0;
-    bool bValue = false;
-    double fValue = 0;
-    if (in_value.getString(strValue))
-    {
-        return out_stream << strValue;
-    }
-    if (in_value.getInteger(iValue))
-    {
-        return out_stream << iValue;
-    }
-    if (in_value.getBoolean(bValue))
-    {
-        return out_stream << (bValue ? "true" : "false");
-    }
-    if (in_value.getReal(fValue))
-    {
-        return out_stream << fValue;
-    }
-    return out_stream;
+    return out_stream << in_value.toText();
 }
 
 void Parameter::logUndefinedParameter(const std::string& in_strName, ParameterValue::Type in_type)

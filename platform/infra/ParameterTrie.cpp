@@ -8,12 +8,6 @@ namespace Quorvex
 namespace
 {
 
-std::string lastPart(const std::string& in_strFullName)
-{
-    const std::size_t dot = in_strFullName.rfind('.');
-    return dot == std::string::npos ? in_strFullName : in_strFullName.substr(dot + 1);
-}
-
 /// Splits the first part off a dotted key.
 std::string_view takePart(std::string_view& io_key)
 {
@@ -26,7 +20,8 @@ std::string_view takePart(std::string_view& io_key)
 }  // namespace
 
 ParameterTrieNode::ParameterTrieNode(std::string in_strFullName)
-    : m_strFullName(std::move(in_strFullName)), m_strName(lastPart(m_strFullName))
+    // The part behind the last dot; npos, when there is none, becomes 0.
+    : m_strFullName(std::move(in_strFullName)), m_namePos(m_strFullName.rfind('.') + 1)
 {
 }
 
@@ -36,7 +31,7 @@ const ParameterTrieNode* ParameterTrieNode::getChild(std::string_view in_name) c
 {
     for (const auto& pChild : m_vChildren)
     {
-        if (pChild->m_strName == in_name)
+        if (pChild->getName() == in_name)
         {
             return pChild.get();
         }
@@ -54,46 +49,30 @@ const ParameterTrieNode* ParameterTrieNode::find(std::string_view in_key) const
     return pNode;
 }
 
-ParameterTrie::ParameterTrie() : m_pRoot(std::make_unique<ParameterTrieNode>(""))
+std::unique_ptr<ParameterTrieNode> ParameterTrieNode::clone() const
 {
-}
-
-ParameterTrie::ParameterTrie(const ParameterTrie& in_other) : ParameterTrie()
-{
-    *this = in_other;
-}
-
-ParameterTrie::ParameterTrie(ParameterTrie&& in_other) noexcept : m_pRoot(std::move(in_other.m_pRoot))
-{
-    in_other.m_pRoot = std::make_unique<ParameterTrieNode>("");
-}
-
-ParameterTrie& ParameterTrie::operator=(const ParameterTrie& in_other)
-{
-    if (this != &in_other)
+    auto pClone = std::make_unique<ParameterTrieNode>(m_strFullName);
+    pClone->m_value = m_value;
+    pClone->m_vChildren.reserve(m_vChildren.size());
+    for (const auto& pChild : m_vChildren)
     {
-        clear();
-        in_other.forEach([this](const ParameterTrieNode& in_node)
-                         { set(in_node.getFullName(), in_node.getValue()); });
+        pClone->m_vChildren.push_back(pChild->clone());
     }
-    return *this;
+    return pClone;
 }
 
-ParameterTrie& ParameterTrie::operator=(ParameterTrie&& in_other) noexcept
+const ParameterTrieNode& ParameterTrie::root() const
 {
-    m_pRoot.swap(in_other.m_pRoot);
-    return *this;
-}
-
-ParameterTrie::~ParameterTrie() = default;
-
-void ParameterTrie::clear()
-{
-    m_pRoot = std::make_unique<ParameterTrieNode>("");
+    static const ParameterTrieNode s_nothing("");
+    return m_pRoot.isNull() ? s_nothing : *m_pRoot;
 }
 
 ParameterTrieNode& ParameterTrie::obtain(std::string_view in_key)
 {
+    if (!m_pRoot.unique())
+    {
+        m_pRoot = root().clone();
+    }
     ParameterTrieNode* pNode = m_pRoot.get();
     while (!in_key.empty())
     {

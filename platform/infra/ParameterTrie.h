@@ -1,11 +1,13 @@
 #pragma once
 
+#include <cstddef>
 #include <iosfwd>
 #include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "infra/CountedObjPtr.h"
 #include "infra/Parameter.h"
 
 namespace Quorvex
@@ -23,7 +25,7 @@ public:
     ~ParameterTrieNode();
 
     /// The last part of the key ("audio" of "media.rtp.audio").
-    const std::string& getName() const { return m_strName; }
+    std::string_view getName() const { return std::string_view(m_strFullName).substr(m_namePos); }
     /// The whole dotted key.
     const std::string& getFullName() const { return m_strFullName; }
 
@@ -39,24 +41,20 @@ public:
 private:
     friend class ParameterTrie;
 
+    std::unique_ptr<ParameterTrieNode> clone() const;
+
     const std::string m_strFullName;
-    const std::string m_strName;
+    const std::size_t m_namePos;
     ParameterValue m_value;
     Children m_vChildren;
 };
 
 /// A tree of parameters, addressed by dotted keys: "media.rtp.audio" is the child "audio" of "media.rtp".
-/// Copyable; one thread at a time, or any number of readers.
+/// Copies are independent, and cheap: they share the nodes until one of them is changed. One thread at a
+/// time, or any number of readers; copies may be in different threads.
 class ParameterTrie
 {
 public:
-    ParameterTrie();
-    ParameterTrie(const ParameterTrie& in_other);
-    ParameterTrie(ParameterTrie&&) noexcept;
-    ParameterTrie& operator=(const ParameterTrie& in_other);
-    ParameterTrie& operator=(ParameterTrie&&) noexcept;
-    ~ParameterTrie();
-
     /// Sets the value of a key, making the nodes on the way. An empty key is ignored.
     void set(std::string_view in_key, ParameterValue in_value);
     /// Makes a node without a value, so that an empty table or list is seen.
@@ -65,9 +63,9 @@ public:
     const ParameterTrieNode* find(std::string_view in_key) const { return root().find(in_key); }
     /// The value of a key, or null when there is no node or it has none.
     const ParameterValue* findValue(std::string_view in_key) const;
-    const ParameterTrieNode& root() const { return *m_pRoot; }
+    const ParameterTrieNode& root() const;
     bool empty() const { return root().getChildren().empty(); }
-    void clear();
+    void clear() { m_pRoot = nullptr; }
 
     /// Every key with a value, depth first, in the order of the children.
     template <class Visitor>
@@ -91,7 +89,8 @@ public:
 private:
     ParameterTrieNode& obtain(std::string_view in_key);
 
-    std::unique_ptr<ParameterTrieNode> m_pRoot;
+    // Null while there is nothing.
+    CountedObjPtr<ParameterTrieNode, TSReferenceCount> m_pRoot;
 };
 
 /// One "key=value" per line.

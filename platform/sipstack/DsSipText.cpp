@@ -56,7 +56,8 @@ std::string_view trim(std::string_view in_text)
 
 std::string unfold(std::string_view in_text)
 {
-    if (in_text.find_first_of("\r\n") == std::string_view::npos)
+    // Nearly every text: two searches that the processor does in wide steps.
+    if (in_text.find('\r') == std::string_view::npos && in_text.find('\n') == std::string_view::npos)
     {
         return std::string(in_text);
     }

@@ -107,6 +107,14 @@ TEST(ParameterTrieTest, NodesKeepValuesChildrenAndOrder)
     ParameterTrie copy(trie);
     copy.set("media.rtp.audio", "sendonly");
     EXPECT_EQ(trie.findValue("media.rtp.audio")->toText(), "sendrecv");
+    ParameterTrie third;
+    third = trie;
+    trie.set("media.rtp.video.codec", 1.5);  // nor does a change of the original reach its copies
+    EXPECT_EQ(third.find("media.rtp.video.codec"), nullptr);
+    EXPECT_EQ(trie.find("media.rtp")->getChildren()[0]->getChild("codec")->getValue().toText(), "1.5");
+    trie.clear();
+    EXPECT_TRUE(trie.empty());
+    EXPECT_EQ(third.find("media.rtp")->getChildren()[1]->getValue().toText(), "sendrecv");
     ParameterTrie moved(std::move(copy));
     copy.set("a.b", 1);  // a moved-from trie is empty and usable
     EXPECT_EQ(moved.findValue("media.rtp.audio")->toText(), "sendonly");
