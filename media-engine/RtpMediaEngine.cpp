@@ -261,9 +261,9 @@ std::vector<StreamStatistics> RtpMediaEngine::getStreamStatistics(const std::str
     return vStatistics;
 }
 
-bool RtpMediaEngine::ping(std::function<void()> in_done)
+bool RtpMediaEngine::ping(const std::function<void()>& in_done)
 {
-    return m_pQueue->post([done = std::move(in_done)](MediaThread&) { done(); });
+    return m_pQueue->post([done = in_done](MediaThread&) { done(); });
 }
 
 MediaTotals RtpMediaEngine::getTotals()

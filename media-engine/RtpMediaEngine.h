@@ -64,7 +64,7 @@ public:
     void setMediaObserver(LimitedObjPtr<MediaObserver> in_pObserver) override;
     std::vector<StreamStatistics> getStreamStatistics(const std::string& in_strCallId) override;
     MediaTotals getTotals() override;
-    bool ping(std::function<void()> in_done) override;
+    bool ping(const std::function<void()>& in_done) override;
 
 private:
     /// Runs a callable on the media thread and waits for it; false when no thread runs.

@@ -89,7 +89,7 @@ public:
     virtual MediaTotals getTotals() = 0;
     /// Has the media thread call the function, later; returns at once. False when there is no such thread.
     /// For watchdogs.
-    virtual bool ping(std::function<void()> /*in_done*/) { return false; }
+    virtual bool ping(const std::function<void()>& /*in_done*/) { return false; }
 };
 
 }  // namespace Quorvex

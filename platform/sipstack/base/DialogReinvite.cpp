@@ -206,7 +206,7 @@ void DialogCore::sendReinvite(const DsHandle<DsSipInviteMessage>& in_hInvite)
 // RFC 3261 14.1: the owner of the Call-ID waits 2.1 to 4 s, the other side 0 to 2 s.
 void DialogCore::retryReinvite(const DsHandle<DsSipInviteMessage>& in_hInvite)
 {
-    const unsigned int wait = m_pOwner->isInbound() ? 10 * randomUpTo(200) : 2100 + 10 * randomUpTo(190);
+    const unsigned int wait = m_pOwner->isInbound() ? 10 + 10 * randomUpTo(199) : 2100 + 10 * randomUpTo(190);
     m_retryTimer.start(m_agent.thread(), wait, [this, in_hInvite] { sendReinvite(in_hInvite); });
 }
 

@@ -75,7 +75,8 @@ def invite_text(me, agent_port, transport="UDP", extra=""):
 
 
 def pieces_and_mutations(build):
-    with Agent(build) as agent:
+    # A mutation may leave no word of what the user agent shall do: then timer C ends the call.
+    with Agent(build, options=["--timer-c", "2500"]) as agent:
         with bound_socket() as peer:
             me = f"127.0.0.1:{peer.getsockname()[1]}"
             text = invite_text(me, agent.udp)
