@@ -85,6 +85,8 @@ public:
     void alerted() { m_alerted = m_alerted.value_or(std::chrono::system_clock::now()); }
     /// The leg is over: what its INVITE was really answered with (0: nothing), and who ended it.
     void answeredFinally(unsigned int in_uiStatus, CallOutInterface::Ending in_ending);
+    /// Whether a 3xx has ended the leg without naming a target.
+    bool isRedirectedNowhere() const { return m_uiFinalStatus / 100 == 3 && !m_bRedirected; }
     CallRecord record() const;
 
     OutboundParty& m_party;
@@ -94,6 +96,7 @@ public:
     std::unique_ptr<OutCallLeg> m_pLeg;
     State m_state = State::eCALLING;
     bool m_bVerdict = false;
+    bool m_bRedirected = false;
     bool m_bMedia = false;
     const std::chrono::system_clock::time_point m_invited;
     std::string m_strSipCallId;
@@ -190,7 +193,7 @@ public:
     void ended(unsigned int in_uiStatus, Ending in_ending) override
     {
         post([in_uiStatus, in_ending](Attempt& io_attempt)
-             { io_attempt.answeredFinally(in_uiStatus, in_ending); });
+             { io_attempt.m_party.ended(io_attempt, in_uiStatus, in_ending); });
     }
 
 private:
@@ -420,18 +423,44 @@ void OutboundParty::failed(Attempt& io_attempt, const ConnectionFailureType& in_
     }
     if ((m_targetsLeft > 0 || !m_pending.empty()) && m_uiTried < kMaxAttempts)
     {
-        QLOG_INFO(m_logger,
-                  "leg " << io_attempt.m_uiLeg << " failed (" << io_attempt.m_uiStatus
-                         << "), the next one is tried");
-        next();
+        m_pFailed = &io_attempt;
+        if (m_targetsLeft == 0)
+        {
+            tryNextAfter(io_attempt);
+        }
         return;
     }
     m_bVerdict = true;
     m_listener.partyFailed(in_failure);
 }
 
+void OutboundParty::tryNextAfter(const Attempt& in_attempt)
+{
+    if (m_pFailed != &in_attempt)
+    {
+        return;
+    }
+    m_pFailed = nullptr;
+    if (in_attempt.isRedirectedNowhere())
+    {
+        // The network interface has noted them as tried; it takes none of them twice.
+        m_tried = CallInfo();
+    }
+    QLOG_INFO(m_logger,
+              "leg " << in_attempt.m_uiLeg << " failed (" << in_attempt.record().m_uiStatus
+                     << "), the next one is tried");
+    next();
+}
+
+void OutboundParty::ended(Attempt& io_attempt, unsigned int in_uiStatus, CallOutInterface::Ending in_ending)
+{
+    io_attempt.answeredFinally(in_uiStatus, in_ending);
+    tryNextAfter(io_attempt);
+}
+
 void OutboundParty::redirected(Attempt& io_attempt, const CallInfo& in_targets)
 {
+    io_attempt.m_bRedirected = true;
     if (io_attempt.m_callInfo.getCurrentLeg().getParameterOr(kRedirectOutKey, "").empty())
     {
         m_redirectedLeg = io_attempt.m_callInfo.getCurrentLeg();
@@ -479,12 +508,13 @@ void OutboundParty::gone(Attempt& io_attempt)
     {
         const std::optional<CallRecord::EndedBy> endedBy = io_attempt.m_endedBy;
         failed(io_attempt, ConnectionFailureType(eNO_ANSWER_FAILURE));
-        if (io_attempt.m_uiFinalStatus >= 300 && io_attempt.m_uiFinalStatus < 400)
+        if (io_attempt.isRedirectedNowhere())
         {
             io_attempt.m_endedBy = endedBy;
             io_attempt.m_strReason = "redirected to no other target";
         }
     }
+    tryNextAfter(io_attempt);
     m_listener.partyLegEnded(io_attempt.record(), io_attempt.m_bMedia);
     const auto it =
         std::find_if(m_vAttempts.begin(),
@@ -501,6 +531,7 @@ void OutboundParty::hangup()
 {
     m_bEnding = true;
     m_pConnected = nullptr;
+    m_pFailed = nullptr;
     m_pending.clear();
     m_targetsLeft = 0;
     for (const auto& pAttempt : m_vAttempts)

@@ -103,11 +103,13 @@ private:
     friend class Attempt;
 
     void next();
+    void tryNextAfter(const Attempt& in_attempt);
     void ringing(RingType in_ringType);
     void connected(Attempt& io_attempt, Call::ConnectionType in_type);
     void failed(Attempt& io_attempt, const ConnectionFailureType& in_failure);
     void redirected(Attempt& io_attempt, const CallInfo& in_targets);
     void disconnected(Attempt& io_attempt);
+    void ended(Attempt& io_attempt, unsigned int in_uiStatus, CallOutInterface::Ending in_ending);
     void transferRequested(Attempt& io_attempt, const CallLegInfo& in_leg);
     void gone(Attempt& io_attempt);
     CallInfo takeTarget();
@@ -126,6 +128,8 @@ private:
     CallLegInfo m_redirectedLeg;
     std::vector<std::unique_ptr<Attempt>> m_vAttempts;
     Attempt* m_pConnected = nullptr;
+    // The next target is tried when this leg has ended: only then it shows whether its own still counts.
+    const Attempt* m_pFailed = nullptr;
     unsigned int m_uiNextLeg = 0;
     unsigned int m_uiTried = 0;
     bool m_bEnding = false;

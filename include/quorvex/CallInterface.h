@@ -137,7 +137,9 @@ public:
     virtual void inviteSent(const std::string& in_strSipCallId);
     /// The far end named other targets: one leg each, the least preferred first. This attempt is over; a
     /// target is tried by placing a call on its leg, with "sip.in.redirect.Contact" carried over to
-    /// "sip.out.redirect.Contact", behind the legs of the targets tried before it. False: none is tried.
+    /// "sip.out.redirect.Contact", behind the legs of the targets tried since. Those are counted when such a
+    /// leg ends with a 3xx, even one that leads nowhere (connectFailed, then ended): they may not stand
+    /// before the next target again. False: none is tried.
     virtual bool redirected(const CallInfo& in_targets) = 0;
     /// The far end has answered provisionally.
     virtual void proceeding() = 0;

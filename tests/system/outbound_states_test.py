@@ -56,6 +56,8 @@ ROWS = {
                             [(300, "remote"), (486, "remote"), (486, "remote")], {}),
     "moved again": ("b:INVITE b>302:choice b:ACK d:INVITE d>302:again d:ACK c:INVITE c>486 c:ACK 486", (486, "local"),
                     [(302, "remote"), (302, "remote"), (486, "remote")], {}),
+    "moved by one of two to nothing": ("b:INVITE b>302:choice b:ACK d:INVITE d>302 d:ACK c:INVITE c>302:e c:ACK e:INVITE e>486 e:ACK 486",
+                                       (486, "local"), [(302, "remote")] * 3 + [(486, "remote")], {}),
     "moved with headers": ("b:INVITE b>302:headers b:ACK c:INVITE=Subject:moved c>486 c:ACK 486", (486, "local"),
                            [(302, "remote"), (486, "remote")], {}),
     "moved to itself": ("b:INVITE b>302:itself b:ACK 480", (480, "local"), [(302, "remote")], {}),
@@ -76,17 +78,17 @@ class Row:
     def __init__(self, number, name):
         self.number, self.name = number, name
         self.ladder, self.incoming, self.outgoing, self.parameters = ROWS[name]
-        self.parties = {letter: Callee() for letter in "bcd"}
+        self.parties = {letter: Callee() for letter in "bcde"}
 
     def route(self):
         return {"name": f"r{self.number}", "match": {"sip.in.requestUri": f"^sip:r{self.number}@"},
                 "leg": {"sip.out.requestUri": self.parties["b"].uri, **self.parameters}}
 
     def headers(self, name):
-        b, c, d = (self.parties[letter].uri for letter in "bcd")
+        b, c, d, e = (self.parties[letter].uri for letter in "bcde")
         digest = 'Digest realm="{}", nonce="' + f"n{self.number}" + '", algorithm=MD5'
         return {
-            "": (), "c": (f"Contact: <{c}>",), "choice": (f"Contact: <{c}>;q=0.2, <{d}>;q=0.7",), "star": ("Contact: *",),
+            "": (), "c": (f"Contact: <{c}>",), "e": (f"Contact: <{e}>",), "choice": (f"Contact: <{c}>;q=0.2, <{d}>;q=0.7",), "star": ("Contact: *",),
             "again": (f"Contact: <{b}>, <{d}>;q=1, <{c}>",),
             "itself": (f"Contact: <{b}>, <{b};transport=udp>",), "tel": ("Contact: <tel:+15551234>",),
             "method": (f"Contact: <{c};method=SUBSCRIBE>",), "garbage": ("Contact: <<<<",),
@@ -125,8 +127,8 @@ class Row:
             caller.invite(sdp("127.0.0.1"))
             for word in self.ladder.split():
                 try:
-                    said = re.fullmatch(r"([bcd])>(\d+)([-+]?):?(\w*)", word)
-                    heard = re.fullmatch(r"([bcd]):(\w+)=?(\S*)", word)
+                    said = re.fullmatch(r"([b-e])>(\d+)([-+]?):?(\w*)", word)
+                    heard = re.fullmatch(r"([b-e]):(\w+)=?(\S*)", word)
                     if said:
                         self.say(self.parties[said[1]], *said.groups()[1:])
                     elif heard:
