@@ -221,6 +221,12 @@ void GatewayCall::refused(const CallLegInfo& in_leg)
     }
 }
 
+void GatewayCall::notOffered(const CallLegInfo& in_leg)
+{
+    m_pCaller->setOffer(in_leg);
+    QLOG_INFO(m_logger, "call from " << getFrom() << " to " << getTo() << ": over before it was offered");
+}
+
 void GatewayCall::refuse(const ConnectionFailureType& in_failure,
                          std::string in_strReason,
                          unsigned int in_uiStatus)

@@ -50,6 +50,11 @@ public:
             });
     }
 
+    void notOffered(const CallLegInfo& in_leg) override
+    {
+        post([leg = in_leg](GatewayCall& io_call) { io_call.notOffered(leg); });
+    }
+
     bool transfer(const CallLegInfo& in_leg) override
     {
         return post([leg = in_leg](GatewayCall& io_call) { io_call.transferRequested(leg); });

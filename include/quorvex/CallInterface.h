@@ -121,6 +121,9 @@ public:
     virtual void disconnected() = 0;
     /// An INFO request came: its unknown headers, "Content-Type" and "body". False when it is not wanted.
     virtual bool infoReceived(const std::vector<Parameter>& in_vParameters) = 0;
+    /// A call that is over before it could be offered: who called whom, as invite() would have said it,
+    /// without canonical forms. ended() follows. Does nothing by default.
+    virtual void notOffered(const CallLegInfo& in_leg);
     /// The call is over: the SIP status that its INVITE was answered with finally (0: none), and who ended
     /// it. The last word, but for a call that was never taken. Does nothing by default.
     virtual void ended(unsigned int in_uiStatus, Ending in_ending);

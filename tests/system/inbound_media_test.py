@@ -79,7 +79,8 @@ def taken_over_by_another_caller(build):
             to_tag, from_tag = (value.split("tag=")[1].split(";")[0] for value in (call.to_header, call.from_header))
             for replaces, status in (("nobody@x;to-tag=1;from-tag=2", 481), (f"{call.call_id};to-tag=1;from-tag={from_tag}", 481),
                                      (f"{call.call_id};to-tag={to_tag};from-tag={from_tag};early-only", 486),
-                                     (f"{call.call_id};to-tag={to_tag}", "400|481")):
+                                     (f"{call.call_id};to-tag={to_tag}", 400), (f"{call.call_id};from-tag={from_tag}", 400),
+                                     ("", 400), (f";to-tag={to_tag};from-tag={from_tag}", 400)):
                 with Ladder(gateway, "echo") as other:
                     other.headers = (f"Replaces: {replaces}",)
                     other.run(f">INVITEreplaces {status} >ACK")

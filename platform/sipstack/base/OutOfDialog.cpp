@@ -24,6 +24,23 @@ namespace
 
 constexpr const char* kAllow = "INVITE, ACK, BYE, CANCEL, NOTIFY, INFO, OPTIONS, REFER";
 
+// One that the base library could not read and put aside, or that lacks a tag (RFC 3891 6.1).
+bool hasBadReplaces(const sip_t* in_pSip)
+{
+    for (const msg_error_t* bad = in_pSip->sip_error; bad != nullptr; bad = bad->er_next)
+    {
+        const auto* const header = reinterpret_cast<const sip_header_t*>(bad);
+        const char* const name =
+            header->sh_class == sip_error_class ? bad->er_name : header->sh_class->hc_name;
+        if (name != nullptr && su_casematch(name, "Replaces") != 0)
+        {
+            return true;
+        }
+    }
+    const sip_replaces_t* const replaces = in_pSip->sip_replaces;
+    return replaces != nullptr && (replaces->rp_to_tag == nullptr || replaces->rp_from_tag == nullptr);
+}
+
 }  // namespace
 
 int SipAgent::refuse(nta_incoming_t* in_pIrq, int in_iStatus, const char* in_szPhrase, bool in_bRetryAfter)
@@ -124,6 +141,10 @@ int SipAgent::onInvite(nta_incoming_t* in_pIrq, const sip_t* in_pSip)
     if (in_pSip->sip_contact == nullptr || in_pSip->sip_contact->m_url->url_type == url_any)
     {
         return refuse(in_pIrq, 400, "Missing Contact Header");
+    }
+    if (hasBadReplaces(in_pSip))
+    {
+        return refuse(in_pIrq, 400, "Bad Replaces Header");
     }
     if (const int status = nta_check_session_expires(in_pIrq, in_pSip, m_config.m_uiMinSES, TAG_END());
         status != 0)

@@ -140,20 +140,14 @@ bool InSipLeg::createAndSend(const std::string& in_strWhat, Create in_create, Se
 }
 
 DsHandle<DsSipResponse> InSipLeg::createResponse(unsigned int in_uiResponseCode,
-                                                 const std::string& in_strSdp) const
+                                                 const std::string& in_strSdp,
+                                                 std::string_view in_strReason) const
 {
-    return makeDs<DsSipResponse>(
-        in_uiResponseCode, getInitialInviteMsg(), std::string_view(), in_strSdp, kSdpType);
+    return makeDs<DsSipResponse>(in_uiResponseCode, getInitialInviteMsg(), in_strReason, in_strSdp, kSdpType);
 }
 
-bool InSipLeg::send100Trying(const DsHandle<DsSipIncomingCall>& in_hCall,
-                             const DsHandle<DsSipInviteMessage>& in_hInvite)
+bool InSipLeg::noteParties(const DsHandle<DsSipInviteMessage>& in_hInvite)
 {
-    TRACE_SCOPE(getLogger(), "InSipLeg::send100Trying");
-    if (!QUORVEX_ASSERT(getLogger(), !(in_hCall.isNil() || in_hInvite.isNil())))
-    {
-        return false;
-    }
     try
     {
         m_strRequestURI = in_hInvite->getRequestURI();
@@ -171,6 +165,17 @@ bool InSipLeg::send100Trying(const DsHandle<DsSipIncomingCall>& in_hCall,
     catch (const DsException& exception)
     {
         QLOG_ERROR(getLogger(), "Exception occured: " << exception);
+        return false;
+    }
+    return true;
+}
+
+bool InSipLeg::send100Trying(const DsHandle<DsSipIncomingCall>& in_hCall,
+                             const DsHandle<DsSipInviteMessage>& in_hInvite)
+{
+    TRACE_SCOPE(getLogger(), "InSipLeg::send100Trying");
+    if (!QUORVEX_ASSERT(getLogger(), !(in_hCall.isNil() || in_hInvite.isNil())) || !noteParties(in_hInvite))
+    {
         return false;
     }
     QUORVEX_ASSERT(getLogger(), m_hInCall == in_hCall);
@@ -303,13 +308,14 @@ bool InSipLeg::send200Ok(const Fallible<Call::ConnectionType>& in_connType)
 }
 
 DsHandle<DsSipResponse> InSipLeg::createRejection(unsigned int in_uiResponseCode,
-                                                  const DsHandle<DsSipHeader>& in_hHeader)
+                                                  const DsHandle<DsSipHeader>& in_hHeader,
+                                                  std::string_view in_strReason)
 {
     if (!QUORVEX_ASSERT(getLogger(), (in_uiResponseCode / 100) >= 4))
     {
         return {};
     }
-    DsHandle<DsSipResponse> hResponse = createResponse(in_uiResponseCode, std::string());
+    DsHandle<DsSipResponse> hResponse = createResponse(in_uiResponseCode, std::string(), in_strReason);
     addIdentification(*hResponse);
     if (!in_hHeader.isNil())
     {
@@ -318,20 +324,23 @@ DsHandle<DsSipResponse> InSipLeg::createRejection(unsigned int in_uiResponseCode
     return hResponse;
 }
 
-bool InSipLeg::rejectIncomingCall(unsigned int in_uiResponseCode, const DsHandle<DsSipHeader>& in_hHeader)
+bool InSipLeg::rejectIncomingCall(unsigned int in_uiResponseCode,
+                                  const DsHandle<DsSipHeader>& in_hHeader,
+                                  std::string_view in_strReason)
 {
     TRACE_SCOPE(getLogger(), "InSipLeg::rejectIncomingCall");
     m_bEndedHere = true;
     return createAndSend(
         std::string(),
-        [&] { return createRejection(in_uiResponseCode, in_hHeader); },
+        [&] { return createRejection(in_uiResponseCode, in_hHeader, in_strReason); },
         [this](const DsHandle<DsSipResponse>& in_hResponse) { m_hInCall->answer(in_hResponse); });
 }
 
-bool InSipLeg::rejectIncomingCall(const ConnectionFailureType& in_failType)
+bool InSipLeg::rejectIncomingCall(const ConnectionFailureType& in_failType, std::string_view in_strReason)
 {
     return rejectIncomingCall(Sip::getResponseCode(in_failType),
-                              newCPDResultHeader(Call::getCPDResultString(in_failType)));
+                              newCPDResultHeader(Call::getCPDResultString(in_failType)),
+                              in_strReason);
 }
 
 DsHandle<DsSipHeader> InSipLeg::newCPDResultHeader(const std::string& in_strResult)

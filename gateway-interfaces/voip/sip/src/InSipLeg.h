@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "SipLeg.h"
@@ -34,7 +35,9 @@ public:
     /// Reads "quorvex.sip.in.doNotSend180After183" and "quorvex.sip.in.override1XXWithSDP". Always true.
     bool initialize() override;
 
-    /// Also notes what the INVITE says about its parties, for the getters below.
+    /// Notes what the INVITE says about its parties, for the getters below. False when that cannot be read.
+    bool noteParties(const DsHandle<DsSipInviteMessage>& in_hInvite);
+    /// Also notes the parties.
     bool send100Trying(const DsHandle<DsSipIncomingCall>& in_hCall,
                        const DsHandle<DsSipInviteMessage>& in_hInvite);
     bool send180Ringing(bool in_bWithSDP) { return sendProvisionalResponse(180, in_bWithSDP); }
@@ -52,10 +55,13 @@ public:
     /// other than none goes along as "CPD-Result".
     bool send200Ok(const Fallible<Call::ConnectionType>& in_connType);
 
-    /// Refuses the call with a code from 400 on. The extra header may be nil.
-    bool rejectIncomingCall(unsigned int in_uiResponseCode, const DsHandle<DsSipHeader>& in_hHeader);
+    /// Refuses the call with a code from 400 on. The extra header may be nil; an empty reason is the code's
+    /// own.
+    bool rejectIncomingCall(unsigned int in_uiResponseCode,
+                            const DsHandle<DsSipHeader>& in_hHeader,
+                            std::string_view in_strReason = {});
     /// The same with the code and "CPD-Result" that belong to the failure.
-    bool rejectIncomingCall(const ConnectionFailureType& in_failType);
+    bool rejectIncomingCall(const ConnectionFailureType& in_failType, std::string_view in_strReason = {});
 
     static DsHandle<DsSipHeader> newCPDResultHeader(const std::string& in_strResult);
 
@@ -73,7 +79,7 @@ public:
     /// The INVITE's Call-ID; valid as long as the leg.
     const char* getCallID() const;
 
-    // Empty before send100Trying, and where the INVITE says nothing.
+    // Empty before the parties are noted, and where the INVITE says nothing.
     const char* getRequestURI() const { return m_strRequestURI.c_str(); }
     const char* getFromURI() const { return m_strFromURI.c_str(); }
     const char* getToURI() const { return m_strToURI.c_str(); }
@@ -91,13 +97,15 @@ public:
     DsHandle<DsSipResponse> createReliableProvisionalResponse(unsigned int in_uiResponseCode);
     DsHandle<DsSipResponse> create200Ok(const Fallible<Call::ConnectionType>& in_connType);
     DsHandle<DsSipResponse> createRejection(unsigned int in_uiResponseCode,
-                                            const DsHandle<DsSipHeader>& in_hHeader);
+                                            const DsHandle<DsSipHeader>& in_hHeader,
+                                            std::string_view in_strReason = {});
 
 private:
     void construct(const DsHandle<DsSipInviteMessage>& in_hInvite);
     bool isSuppressed180(unsigned int in_uiResponseCode) const;
     DsHandle<DsSipResponse> createResponse(unsigned int in_uiResponseCode,
-                                           const std::string& in_strSdp) const;
+                                           const std::string& in_strSdp,
+                                           std::string_view in_strReason = {}) const;
     unsigned int takeCodeWithSDP(unsigned int in_uiResponseCode);
     template <class Create, class Send>
     bool createAndSend(const std::string& in_strWhat, Create in_create, Send in_send);

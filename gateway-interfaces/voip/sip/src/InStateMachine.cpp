@@ -8,6 +8,7 @@
 #include "SipEvents.h"
 #include "VoipMedia.h"
 #include "calleng/Call.h"
+#include "calleng/CallLegInfo.h"
 #include "infra/Assertion.h"
 #include "infra/TraceScope.h"
 #include "sip/SipFailure.h"
@@ -51,6 +52,7 @@ bool InStateMachine::initialize(TimerScheduler& in_timers, const CallIfPtr& in_p
     m_pCallIf = in_pCallIf;
     m_remoteConnectionType.invalidate();
     m_bTimedOut = false;
+    m_bOffered = false;
     TimeoutStateMachine::initialize(&in_timers, this);
     // Empties the queue and cancels a running timer first.
     return goToInitialState(VoipEvent(EventType::eINVALID));
@@ -75,9 +77,21 @@ bool InStateMachine::processEvent(const VoipEvent& in_event)
 
 void InStateMachine::done()
 {
-    const auto* pSipLeg = dynamic_cast<const InSipLeg*>(getSipLeg());
+    auto* pSipLeg = dynamic_cast<InSipLeg*>(getSipLeg());
     if (pSipLeg != nullptr && !m_pCallIf.isNull())
     {
+        const DsHandle<DsSipInviteMessage>& hInvite = pSipLeg->getInitialInviteMsg();
+        if (!m_bOffered && !hInvite.isNil() && pSipLeg->noteParties(hInvite))
+        {
+            CallLegInfo legInfo;
+            legInfo.setParameter("sip.in.requestUri", pSipLeg->getRequestURI());
+            legInfo.setParameter("sip.in.from.uri", pSipLeg->getFromURI());
+            legInfo.setParameter("sip.in.from.displayName", pSipLeg->getFromDisplayName());
+            legInfo.setParameter("sip.in.to.uri", pSipLeg->getToURI());
+            legInfo.setParameter("sip.in.to.displayName", pSipLeg->getToDisplayName());
+            pSipLeg->fillInLegInfoFromKnownHeaders(hInvite, legInfo);
+            m_pCallIf->notOffered(legInfo);
+        }
         m_pCallIf->ended(pSipLeg->getFinalStatus(),
                          pSipLeg->isEndedHere() ? CallInInterface::Ending::NEAR_END
                          : m_bTimedOut          ? CallInInterface::Ending::TIMEOUT

@@ -48,6 +48,9 @@ public:
     /// Tells the call engine how the INVITE was answered, then ends the call. Repeatable.
     void done() override;
 
+    /// The call engine has been asked to take the call, and so told who calls whom.
+    void noteOffered() { m_bOffered = true; }
+
     /// How the far end was connected, from the call engine's word until our 200 says it.
     Fallible<Call::ConnectionType>& getRemoteConnectionType() { return m_remoteConnectionType; }
 
@@ -58,6 +61,7 @@ protected:
 private:
     Fallible<Call::ConnectionType> m_remoteConnectionType;
     bool m_bTimedOut = false;
+    bool m_bOffered = false;
 };
 
 /// What the states of inbound calls share. Actions are named for what the caller or the call engine notices.

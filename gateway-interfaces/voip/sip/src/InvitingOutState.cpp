@@ -7,6 +7,7 @@
 #include "calleng/CallLegInfo.h"
 #include "infra/Assertion.h"
 #include "infra/TraceScope.h"
+#include "sip/SipFailure.h"
 
 namespace Quorvex
 {
@@ -41,7 +42,12 @@ void InvitingOut::entryAction(const VoipEvent& in_event, std::string& out_strSta
     if (!media.setSdpOffer(m_hInvite))
     {
         QLOG_ERROR(getLogger(), "Media error while processing SIP incoming call. Rejecting the call.");
-        static_cast<void>(sipLeg.rejectIncomingCall(ConnectionFailureType(eOTHER_FAILURE)));
+        static_cast<void>(
+            media.isOfferUnreadable()
+                ? sipLeg.rejectIncomingCall(
+                      ConnectionFailureType(eOTHER_FAILURE, new Sip::SipConnectionFailureType(400)),
+                      "Unreadable SDP")
+                : sipLeg.rejectIncomingCall(ConnectionFailureType(eOTHER_FAILURE)));
         out_strStateName = "IDLE";
         return;
     }
@@ -53,6 +59,7 @@ void InvitingOut::entryAction(const VoipEvent& in_event, std::string& out_strSta
         return;
     }
     const CallLegInfo& legInfo = fillLegInfo(m_hInvite);
+    getMachine().noteOffered();
     if (!pCallIf->invite(legInfo))
     {
         static_cast<void>(sipLeg.rejectIncomingCall(ConnectionFailureType(eOTHER_FAILURE)));

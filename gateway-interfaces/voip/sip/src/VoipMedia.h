@@ -66,6 +66,8 @@ public:
     /// Takes the far end's offer out of an INVITE; an INVITE without one asks for ours, which is well. Makes
     /// streams for sections that have none yet; their capacities then have to be waited for.
     bool setSdpOffer(const DsHandle<DsSipMessage>& in_hMsg);
+    /// Whether the offer taken last was no SDP, so that the far end is at fault when it was refused.
+    bool isOfferUnreadable() const { return m_bOfferUnreadable; }
 
     /// Negotiates the offer taken. False when not a single stream of it can be used.
     bool isSdpOfferValid(const ROConfiguration& in_config);
@@ -173,6 +175,7 @@ private:
     bool m_bAgreedOnce = false;
     /// The far end's offer still waits for our answer.
     bool m_bOfferUnanswered = false;
+    bool m_bOfferUnreadable = false;
     bool m_bCpaEnabled = false;
     bool m_bRecordCallHeader = false;
     bool m_bStopped = false;

@@ -73,6 +73,7 @@ bool VoipMedia::setSdpOffer(const DsHandle<DsSipMessage>& in_hMsg)
 
 bool VoipMedia::takeOffer(const DsHandle<DsSipMessage>& in_hMsg)
 {
+    m_bOfferUnreadable = false;
     configureRecordingFromHeaders(*in_hMsg);
     if (!QUORVEX_ASSERT(getLogger(), allCapacitiesReceived()))
     {
@@ -90,6 +91,7 @@ bool VoipMedia::takeOffer(const DsHandle<DsSipMessage>& in_hMsg)
     if (!m_sdp.initRemoteSdp(in_hMsg))
     {
         QUORVEX_SDP_SUMMARY(eINFO_LEVEL, "Invalid remote SDP offer : \n" << in_hMsg->getBody());
+        m_bOfferUnreadable = true;
         return false;
     }
     while (m_vMediaStreams.size() < m_sdp.getRemoteSdp().size())
