@@ -4,6 +4,8 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <random>
+
 #include "SocketAddress.h"
 
 namespace Quorvex
@@ -14,6 +16,10 @@ PortPool::PortPool(const std::string& in_strAddress, unsigned in_uiFirstPort, un
       m_uiFirstPort((in_uiFirstPort + 1) & ~1U),
       m_vTaken((in_uiLastPort + 1 - m_uiFirstPort) / 2)
 {
+    if (!m_vTaken.empty())
+    {
+        m_uiNext = std::random_device{}() % getPairs();
+    }
 }
 
 bool PortPool::acquire(int& out_iSocket, unsigned& out_uiPort)

@@ -7,7 +7,8 @@ namespace Quorvex
 {
 
 /// The engine's UDP ports. Pairs are handed out round the range, so that a port that was given back rests
-/// before its next call and late packets of the last one find nobody. One thread.
+/// before its next call and late packets of the last one find nobody; the first at random, so that after a
+/// restart calls do not begin with the ports of those that were cut off. One thread.
 class PortPool
 {
 public:

@@ -17,6 +17,7 @@ class Callee:
         self.invite = None
         self.remote = None
         self.cseq = 0
+        self.taken = set()
 
     def __enter__(self):
         return self
@@ -25,7 +26,8 @@ class Callee:
         self.socket.close()
 
     def expect(self, *wanted, seconds=5.0, skip=(100,)):
-        """The next message that is one of `wanted` (status codes or methods); anything else fails, but for `skip`."""
+        """The next message that is one of `wanted` (status codes or methods); anything else fails, but for `skip`
+        and retransmissions."""
         deadline = time.monotonic() + seconds
         while True:
             self.socket.settimeout(max(0.01, deadline - time.monotonic()))
@@ -34,6 +36,9 @@ class Callee:
             except socket.timeout:
                 raise Failure(f"the callee received none of {wanted} within {seconds} s") from None
             message = Message(data)
+            if message.identity() in self.taken:
+                continue
+            self.taken.add(message.identity())
             what = message.status if message.is_response else message.method
             if what in wanted:
                 if what == "INVITE":

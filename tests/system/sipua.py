@@ -36,6 +36,10 @@ class Message:
                 return value
         return None
 
+    def identity(self):
+        """The same for a message and its retransmissions, for nothing else."""
+        return self.start, self.get("Via"), self.get("CSeq"), self.get("To"), self.get("RSeq")
+
     def all(self, name):
         return [value for key, value in self.headers if key.lower() == name.lower()]
 
@@ -67,6 +71,7 @@ class Caller:
         self.cseq = 0
         self.invite_branch = None
         self.pending = []
+        self.taken = set()
 
     def __enter__(self):
         return self
@@ -108,11 +113,15 @@ class Caller:
             raise Failure(f"nothing received within {seconds} s") from None
 
     def expect(self, *wanted, seconds=5.0, skip=(100,)):
-        """The next message that is one of `wanted` (status codes or methods); anything else fails, but for `skip`."""
+        """The next message that is one of `wanted` (status codes or methods); anything else fails, but for `skip`
+        and retransmissions."""
         deadline = time.monotonic() + seconds
         while True:
             message = self.receive(max(0.01, deadline - time.monotonic()))
             what = message.status if message.is_response else message.method
+            if message.identity() in self.taken:
+                continue
+            self.taken.add(message.identity())
             if what in wanted:
                 return message
             check(what in skip, f"{what} received, one of {wanted} expected:\n{message.start}")
