@@ -23,7 +23,7 @@ void EngineLoop::stop()
         const std::lock_guard guard(m_mutex);
         m_bRunning = false;
     }
-    m_work.notify_one();
+    m_pBell->ring();
     if (m_thread.joinable())
     {
         m_thread.join();
@@ -44,7 +44,7 @@ bool EngineLoop::post(Job in_job)
             return true;  // the loop has been woken for the first one
         }
     }
-    m_work.notify_one();
+    Bell::ringWithBatch(m_pBell);
     return true;
 }
 
@@ -71,24 +71,29 @@ void EngineLoop::cancel(TimerId& io_id)
 void EngineLoop::run()
 {
     nameThisThread("call-engine");
+    const Bell::Batch bells;
     std::deque<Job> jobs;
     std::unique_lock lock(m_mutex);
     while (m_bRunning || !m_jobs.empty())
     {
-        const auto hasWork = [this] { return !m_bRunning || !m_jobs.empty(); };
-        if (m_timers.empty())
+        if (m_jobs.empty())
         {
-            m_work.wait(lock, hasWork);
-        }
-        else
-        {
-            m_work.wait_until(lock, m_timers.begin()->first.first, hasWork);
+            lock.unlock();
+            m_pBell->wait(m_timers.empty() ? nullptr : &m_timers.begin()->first.first);
+            lock.lock();
         }
         jobs.swap(m_jobs);
         lock.unlock();
+        // A long batch must not keep the others waiting.
+        constexpr unsigned kMostBeforeRing = 16;
+        unsigned uiSinceRing = 0;
         for (Job& job : jobs)
         {
             job();
+            if (++uiSinceRing % kMostBeforeRing == 0)
+            {
+                Bell::Batch::ring();
+            }
         }
         jobs.clear();
         while (!m_timers.empty() && m_timers.begin()->first.first <= Clock::now())
@@ -97,6 +102,7 @@ void EngineLoop::run()
             m_timerTimes.erase(node.key().second);
             node.mapped()();
         }
+        Bell::Batch::ring();
         lock.lock();
     }
     lock.unlock();

@@ -1,14 +1,16 @@
 #pragma once
 
 #include <chrono>
-#include <condition_variable>
 #include <cstdint>
 #include <deque>
 #include <functional>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <thread>
 #include <utility>
+
+#include "infra/Bell.h"
 
 namespace Quorvex
 {
@@ -53,7 +55,7 @@ private:
 
     std::thread m_thread;
     mutable std::mutex m_mutex;
-    std::condition_variable m_work;
+    const std::shared_ptr<FutexBell> m_pBell = std::make_shared<FutexBell>();
     std::deque<Job> m_jobs;
     bool m_bRunning = false;
     // The loop's own: no lock.

@@ -1,24 +1,7 @@
 #include "CommandQueue.h"
 
-#include <sys/eventfd.h>
-#include <unistd.h>
-
-#include <cstdint>
-
 namespace Quorvex
 {
-
-CommandQueue::CommandQueue() : m_iWake(::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC))
-{
-}
-
-CommandQueue::~CommandQueue()
-{
-    if (m_iWake >= 0)
-    {
-        ::close(m_iWake);
-    }
-}
 
 bool CommandQueue::post(std::unique_ptr<MediaCommand> in_pCommand)
 {
@@ -34,16 +17,14 @@ bool CommandQueue::post(std::unique_ptr<MediaCommand> in_pCommand)
     }
     if (bWake)
     {
-        const std::uint64_t ui64One = 1;
-        static_cast<void>(::write(m_iWake, &ui64One, sizeof ui64One));
+        Bell::ringWithBatch(m_pBell);
     }
     return true;
 }
 
 void CommandQueue::take(std::vector<std::unique_ptr<MediaCommand>>& out_vCommands)
 {
-    std::uint64_t ui64Count = 0;
-    static_cast<void>(::read(m_iWake, &ui64Count, sizeof ui64Count));
+    static_cast<void>(m_pBell->clear());
     const std::lock_guard<std::mutex> lock(m_mutex);
     out_vCommands.swap(m_vCommands);
 }

@@ -5,6 +5,7 @@
 #include <utility>
 #include <vector>
 
+#include "infra/Bell.h"
 #include "infra/CountedObjPtr.h"
 #include "infra/MemAccount.h"
 
@@ -32,10 +33,9 @@ public:
 class CommandQueue
 {
 public:
-    CommandQueue();
+    CommandQueue() = default;
     CommandQueue(const CommandQueue&) = delete;
     CommandQueue& operator=(const CommandQueue&) = delete;
-    ~CommandQueue();
 
     /// False when the queue is closed; the command is deleted then.
     bool post(std::unique_ptr<MediaCommand> in_pCommand);
@@ -48,7 +48,7 @@ public:
     }
 
     /// Becomes readable when something was posted.
-    int getWakeDescriptor() const { return m_iWake; }
+    int getWakeDescriptor() const { return m_pBell->getDescriptor(); }
     /// Takes what was posted; leaves the descriptor unreadable.
     void take(std::vector<std::unique_ptr<MediaCommand>>& out_vCommands);
 
@@ -68,7 +68,7 @@ private:
         F m_function;
     };
 
-    const int m_iWake;
+    const std::shared_ptr<EventBell> m_pBell = std::make_shared<EventBell>();
     std::mutex m_mutex;
     std::vector<std::unique_ptr<MediaCommand>> m_vCommands;
     bool m_bOpen = false;

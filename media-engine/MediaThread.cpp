@@ -9,6 +9,8 @@
 #include <ctime>
 #include <system_error>
 
+#include "infra/Bell.h"
+
 namespace Quorvex
 {
 
@@ -84,8 +86,10 @@ void MediaThread::run()
         QLOG_INFO(s_logger, "The media thread runs at normal priority: the system allows no other one");
     }
     std::array<epoll_event, EVENTS> events{};
+    const Bell::Batch bells;
     while (!m_bStop)
     {
+        Bell::Batch::ring();
         const int iCount = wait(nextDeadline(), events.data(), EVENTS);
         const std::int64_t i64Now = now();
         bool bCommands = false;

@@ -4,6 +4,7 @@
 #include <ace/Method_Request.h>
 #include <ace/OS_NS_sys_time.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <limits>
 #include <memory>
@@ -54,7 +55,7 @@ int TaskMessageQueue::enqueue_prio(ACE_Message_Block* in_pItem, ACE_Time_Value* 
     }
     if (bWake)
     {
-        m_notEmpty.notify_one();
+        Bell::ringWithBatch(m_pBell);
     }
     return iCount;
 }
@@ -71,23 +72,15 @@ int TaskMessageQueue::enqueue(ACE_Message_Block* in_pItem, ACE_Time_Value* in_pT
 
 int TaskMessageQueue::dequeue_head(ACE_Message_Block*& out_pItem, ACE_Time_Value* in_pTimeout)
 {
-    std::unique_lock<std::mutex> lock(m_mutex);
-    const auto bReady = [this] { return !m_messages.empty() || m_bRefusing; };
-    const auto wait = [&]
+    Clock::time_point deadline;
+    if (in_pTimeout != nullptr)
     {
-        if (in_pTimeout == nullptr)
-        {
-            m_notEmpty.wait(lock, bReady);
-            return;
-        }
         // ACE's deadline is a time of day.
         const ACE_Time_Value left = *in_pTimeout - ACE_OS::gettimeofday();
-        m_notEmpty.wait_for(
-            lock, std::chrono::seconds(left.sec()) + std::chrono::microseconds(left.usec()), bReady);
-    };
-    m_bWaiting = true;
-    wait();
-    m_bWaiting = false;
+        deadline = Clock::now() + std::chrono::seconds(left.sec()) + std::chrono::microseconds(left.usec());
+    }
+    std::unique_lock<std::mutex> lock(m_mutex);
+    waitForMessage(lock, in_pTimeout != nullptr ? &deadline : nullptr, false);
     if (m_messages.empty())
     {
         errno = m_bRefusing ? ESHUTDOWN : EWOULDBLOCK;
@@ -108,7 +101,7 @@ int TaskMessageQueue::deactivate()
     const std::lock_guard<std::mutex> lock(m_mutex);
     const int iFormer = m_bRefusing ? DEACTIVATED : ACTIVATED;
     m_bRefusing = true;
-    m_notEmpty.notify_all();
+    m_pBell->ring();
     return iFormer;
 }
 
@@ -120,24 +113,27 @@ int TaskMessageQueue::activate()
     return iFormer;
 }
 
+void TaskMessageQueue::waitForMessage(std::unique_lock<std::mutex>& io_lock,
+                                      const Clock::time_point* in_pDeadline,
+                                      bool in_bEvenRefusing)
+{
+    while (m_messages.empty() && (in_bEvenRefusing || !m_bRefusing) &&
+           (in_pDeadline == nullptr || Clock::now() < *in_pDeadline))
+    {
+        // Set anew for each wait: a wake-up clears it.
+        m_bWaiting = true;
+        io_lock.unlock();
+        m_pBell->wait(in_pDeadline);
+        io_lock.lock();
+    }
+    m_bWaiting = false;
+}
+
 void TaskMessageQueue::takeAll(std::deque<ACE_Message_Block*>& io_messages,
                                const Clock::time_point* in_pDeadline)
 {
     std::unique_lock<std::mutex> lock(m_mutex);
-    while (m_messages.empty() && (in_pDeadline == nullptr || Clock::now() < *in_pDeadline))
-    {
-        // Set anew for each wait: a wake-up clears it.
-        m_bWaiting = true;
-        if (in_pDeadline == nullptr)
-        {
-            m_notEmpty.wait(lock);
-        }
-        else
-        {
-            m_notEmpty.wait_until(lock, *in_pDeadline);
-        }
-    }
-    m_bWaiting = false;
+    waitForMessage(lock, in_pDeadline, true);
     if (io_messages.empty())
     {
         io_messages.swap(m_messages);
@@ -159,6 +155,13 @@ TaskQueue::~TaskQueue()
 
 ACE_Method_Request* TaskQueue::next(const Clock::time_point* in_pDeadline)
 {
+    // A long batch must not keep the others waiting.
+    constexpr unsigned kMostBeforeRing = 16;
+    if (m_batch.empty() || ++m_uiSinceRing >= kMostBeforeRing)
+    {
+        m_uiSinceRing = 0;
+        Bell::Batch::ring();
+    }
     if (m_batch.empty())
     {
         m_messageQueue.takeAll(m_batch, in_pDeadline);

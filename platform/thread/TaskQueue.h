@@ -5,10 +5,12 @@
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <cstddef>
 #include <deque>
+#include <memory>
 #include <mutex>
+
+#include "infra/Bell.h"
 
 class ACE_Method_Request;
 
@@ -49,10 +51,15 @@ public:
     void taken() { m_uiCount.fetch_sub(1, std::memory_order_relaxed); }
 
 private:
+    void waitForMessage(std::unique_lock<std::mutex>& io_lock,
+                        const Clock::time_point* in_pDeadline,
+                        bool in_bEvenRefusing);
+
     std::mutex m_mutex;
-    std::condition_variable m_notEmpty;
     std::deque<ACE_Message_Block*> m_messages;
     std::atomic<std::size_t> m_uiCount{0};
+    // Rung for the first message that comes while the consumer waits.
+    const std::shared_ptr<FutexBell> m_pBell = std::make_shared<FutexBell>();
     bool m_bWaiting = false;
     bool m_bRefusing = false;
 };
@@ -75,7 +82,8 @@ public:
     std::size_t length() { return m_messageQueue.message_count(); }
 
     /// The next method object, waiting for it until the deadline (null: for ever); null when the deadline
-    /// passed. The caller deletes it.
+    /// passed. The caller deletes it. Rings the bells of the thread's batch before it waits, and now and
+    /// then.
     ACE_Method_Request* next(const Clock::time_point* in_pDeadline);
 
     /// What next() gave has been run.
@@ -90,6 +98,7 @@ private:
     ACE_Activation_Queue m_queue;
     // Taken from the message queue in one go, run one by one.
     std::deque<ACE_Message_Block*> m_batch;
+    unsigned m_uiSinceRing = 0;
 };
 
 }  // namespace Quorvex

@@ -7,6 +7,7 @@
 #include <memory>
 #include <utility>
 
+#include "infra/Bell.h"
 #include "infra/Logger.h"
 #include "infra/ThreadName.h"
 #include "infra/TraceScope.h"
@@ -276,7 +277,9 @@ void UserDefHandlerTaskManager::svc()
     nameThisThread(getTaskName());
     m_threadId.store(std::this_thread::get_id(), std::memory_order_release);
     m_bStopCompleted = false;
+    const Bell::Batch bells;
     onSvcEntry();
+    Bell::Batch::ring();
     runQueue();
     if (!m_bAbandon.load())
     {

@@ -1,8 +1,6 @@
 #include "sipstack/base/StackThread.h"
 
 #include <poll.h>
-#include <sys/eventfd.h>
-#include <unistd.h>
 
 #include <future>
 
@@ -25,12 +23,10 @@ thread_local std::uint64_t s_ulEvents = 0;
 constexpr long kRestNs = 250000;
 constexpr std::int64_t kForeverMs = 3600000;
 
-int drainWakeFd(su_root_magic_t*, su_wait_t*, su_wakeup_arg_t* in_pFd)
+int clearBell(su_root_magic_t*, su_wait_t*, su_wakeup_arg_t* in_pBell)
 {
-    const int fd = *reinterpret_cast<const int*>(in_pFd);
-    std::uint64_t count = 0;
     StackThread::countEvent();
-    return ::read(fd, &count, sizeof count) > 0 ? 0 : -1;
+    return reinterpret_cast<EventBell*>(in_pBell)->clear() ? 0 : -1;
 }
 
 }  // namespace
@@ -70,8 +66,7 @@ std::int64_t StackThread::nowNs()
 
 bool StackThread::start(const std::function<bool(su_root_t*)>& in_init, std::function<void()> in_exit)
 {
-    m_iWakeFd = ::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
-    if (m_iWakeFd < 0)
+    if (m_pBell->getDescriptor() < 0)
     {
         return false;
     }
@@ -116,18 +111,14 @@ void StackThread::join()
             const std::lock_guard<std::mutex> lock(m_mutex);
             m_bEnd = true;
         }
-        wake();
+        m_pBell->ring();
         m_thread.join();
-    }
-    if (m_iWakeFd >= 0)
-    {
-        ::close(m_iWakeFd);
-        m_iWakeFd = -1;
     }
 }
 
 bool StackThread::post(std::function<void()> in_job)
 {
+    bool bWake = false;
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
         if (!m_bOpen)
@@ -135,22 +126,13 @@ bool StackThread::post(std::function<void()> in_job)
             return false;
         }
         m_vJobs.push_back(std::move(in_job));
-        // Under the lock: the descriptor is closed only after m_bOpen was cleared under it.
-        if (m_bAsleep.exchange(false))
-        {
-            wake();
-        }
+        bWake = m_bAsleep.exchange(false);
+    }
+    if (bWake)
+    {
+        Bell::ringWithBatch(m_pBell);
     }
     return true;
-}
-
-void StackThread::wake()
-{
-    const std::uint64_t one = 1;
-    if (::write(m_iWakeFd, &one, sizeof one) < 0)
-    {
-        // The counter is full, so the thread is going to wake anyway.
-    }
 }
 
 void StackThread::run(const std::function<bool(su_root_t*)>& in_init, const std::function<void()>& in_exit)
@@ -164,9 +146,9 @@ void StackThread::run(const std::function<bool(su_root_t*)>& in_init, const std:
         return;
     }
     su_wait_t wait[1] = {SU_WAIT_INIT};
-    su_wait_create(wait, m_iWakeFd, SU_WAIT_IN);
+    su_wait_create(wait, m_pBell->getDescriptor(), SU_WAIT_IN);
     const int registration =
-        su_root_register(root, wait, drainWakeFd, reinterpret_cast<su_wakeup_arg_t*>(&m_iWakeFd), 0);
+        su_root_register(root, wait, clearBell, reinterpret_cast<su_wakeup_arg_t*>(m_pBell.get()), 0);
     if (registration > 0 && in_init(root))
     {
         loop(root);
@@ -189,6 +171,7 @@ void StackThread::run(const std::function<bool(su_root_t*)>& in_init, const std:
 
 void StackThread::loop(su_root_t* in_pRoot)
 {
+    const Bell::Batch bells;
     for (;;)
     {
         runTimers();
@@ -201,15 +184,16 @@ void StackThread::loop(su_root_t* in_pRoot)
             }
             m_bAsleep.store(m_vJobs.empty());
         }
+        Bell::Batch::ring();
         const std::int64_t wait = m_bAsleep.load() && !worked ? msToNextTimer() : 0;
         const std::uint64_t seen = s_ulEvents;
         const su_duration_t next = su_root_step(in_pRoot, static_cast<su_duration_t>(wait));
         const bool close = next <= 0 || (!m_timers.empty() && msToNextTimer() <= 0);
         if (close && !worked && seen == s_ulEvents && m_bAsleep.load())
         {
-            pollfd wakeFd = {m_iWakeFd, POLLIN, 0};
+            pollfd bell = {m_pBell->getDescriptor(), POLLIN, 0};
             const timespec rest = {0, kRestNs};
-            ::ppoll(&wakeFd, 1, &rest, nullptr);
+            ::ppoll(&bell, 1, &rest, nullptr);
         }
         m_bAsleep.store(false);
     }

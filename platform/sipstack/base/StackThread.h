@@ -5,9 +5,12 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <thread>
 #include <vector>
+
+#include "infra/Bell.h"
 
 struct su_root_s;  // the base library's su_root_t
 
@@ -77,12 +80,11 @@ private:
     bool runJobs();
     void runTimers();
     std::int64_t msToNextTimer() const;
-    void wake();
     static std::int64_t nowNs();
 
     std::thread m_thread;
     std::atomic<std::thread::id> m_id{};
-    int m_iWakeFd = -1;
+    const std::shared_ptr<EventBell> m_pBell = std::make_shared<EventBell>();
 
     std::mutex m_mutex;  // guards the three below
     std::vector<std::function<void()>> m_vJobs;
