@@ -123,6 +123,7 @@ constexpr KeySpec kKeys[] = {
     {"quorvex.sip.productName",                   kText,   0,      0,        nullptr,           false},
     {"quorvex.sip.productVersion",                kText,   0,      0,        nullptr,           false},
     {"quorvex.sip.getHostByNameTimeoutMs",        kNumber, 1,      60000,    nullptr,           false},
+    {"quorvex.sip.resolverFile",                  kText,   0,      0,        nullptr,           false},
     {"quorvex.sip.t1Ms",                          kNumber, 1,      10000,    nullptr,           false},
     {"quorvex.sip.timerCMs",                      kNumber, 100,    3600000,  nullptr,           false},
     {"quorvex.sip.tcpIdleMs",                     kNumber, 1000,   86400000, nullptr,           false},
@@ -157,7 +158,7 @@ constexpr KeySpec kKeys[] = {
 };
 
 constexpr const char* kPathKeys[] = {
-    "quorvex.gateway.cdrFile", "quorvex.log.file", "quorvex.media.recordingDir"};
+    "quorvex.gateway.cdrFile", "quorvex.log.file", "quorvex.media.recordingDir", "quorvex.sip.resolverFile"};
 
 bool isNumber(std::string_view in_part)
 {

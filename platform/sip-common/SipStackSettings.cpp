@@ -152,6 +152,7 @@ bool SipStackSettings::read(const ROConfiguration& in_config,
         stack.m_strProduct += "/" + settings.m_strProductVersion;
     }
     reader.readUnsigned("quorvex.sip.getHostByNameTimeoutMs", 0, kMaxMs, stack.m_uiNameTimeoutMs);
+    reader.readString("quorvex.sip.resolverFile", stack.m_strResolverSettings);
     reader.readUnsigned("quorvex.sip.t1Ms", 1, 10000, stack.m_uiT1Ms);
     reader.readUnsigned("quorvex.sip.timerCMs", 100, 3600000, stack.m_uiTimerCMs);
     reader.readUnsigned("quorvex.sip.tcpIdleMs", 1000, kMaxMs, stack.m_uiTcpIdleMs);

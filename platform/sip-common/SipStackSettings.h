@@ -14,10 +14,10 @@ namespace Quorvex
 ///
 /// Keys, with their defaults: listen ("udp:127.0.0.1:5060"), contactUser ("gateway"), outboundProxy (""),
 /// productName
-/// ("Quorvex"), productVersion (""), getHostByNameTimeoutMs (250), t1Ms (500), timerCMs (180000), tcpIdleMs
-/// (600000), maxMessageBytes (65536), sessionExpiresS (0: no session timer asked for), minSES (90),
-/// retryAfterS (5), and credential, a list of tables with realm ("": every realm without an entry), user and
-/// password.
+/// ("Quorvex"), productVersion (""), getHostByNameTimeoutMs (250), resolverFile ("": the system's), t1Ms
+/// (500), timerCMs (180000), tcpIdleMs (600000), maxMessageBytes (65536), sessionExpiresS (0: no session
+/// timer asked for), minSES (90), retryAfterS (5), and credential, a list of tables with realm ("": every
+/// realm without an entry), user and password.
 struct SipStackSettings
 {
     std::vector<Sip::AddressPortTransport> m_vListen;

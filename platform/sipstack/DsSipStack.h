@@ -49,13 +49,15 @@ struct DsSipStackConfig
     std::string m_strContactUser;          ///< user part of the Contact in the layer's own messages
     unsigned int m_uiT1Ms = 500;           ///< RFC 3261 T1; T2 is 8 * T1, T4 10 * T1. 1 to 10,000
     unsigned int m_uiTimerCMs = 180000;    ///< how long an INVITE may stay unanswered. 100 to 3,600,000
-    unsigned int m_uiNameTimeoutMs = 250;  ///< how long a host name is looked up before a request fails
+    unsigned int m_uiNameTimeoutMs = 250;  ///< for a host name, or for the servers of a SIP domain
     std::size_t m_uiMaxMessageBytes = 65536;
     unsigned int m_uiTcpIdleMs = 600000;  ///< an idle TCP connection is closed after this
     unsigned int m_uiSessionExpiresS =
         0;                         ///< RFC 4028 interval that we ask for; 0: only what the far end asks for
     unsigned int m_uiMinSES = 90;  ///< the shortest session interval accepted
-    std::string m_strResolverSettings;  ///< a file in resolv.conf's form for SRV look-ups; "": the system's
+    /// A file in resolv.conf's form: the name servers that are asked for the servers of SIP domains (NAPTR,
+    /// SRV and the addresses of what they name); "" for the system's.
+    std::string m_strResolverSettings;
     /// Asked on the SIP stack thread for every new INVITE: true refuses it with 503 and Retry-After.
     std::function<bool()> m_overloaded;
     unsigned int m_uiRetryAfterS = 5;

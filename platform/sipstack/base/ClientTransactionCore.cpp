@@ -45,32 +45,33 @@ void ClientTransactionCore::begin()
     }
     const std::weak_ptr<ClientTransactionCore> weak = shared_from_this();
     m_agent.resolveDestination(m_hRequest,
-                               [weak, agent = m_pAgent](const std::string& in_strRoute)
+                               [weak, agent = m_pAgent](const std::vector<std::string>& in_vRoutes)
                                {
                                    if (const auto locked = agent.lock())
                                    {
                                        locked->post(
-                                           [weak, in_strRoute]
+                                           [weak, in_vRoutes]
                                            {
                                                if (const auto core = weak.lock())
                                                {
-                                                   core->send(in_strRoute);
+                                                   core->m_vRoutes = in_vRoutes;
+                                                   core->send();
                                                }
                                            });
                                    }
                                });
 }
 
-void ClientTransactionCore::send(const std::string& in_strRoute)
+void ClientTransactionCore::send()
 {
     if (m_bDone)
     {
         return;
     }
-    m_strRoute = in_strRoute;
     bool made = false;
-    if (!m_strRoute.empty())
+    if (!m_vRoutes.empty())
     {
+        const std::string& route = m_vRoutes.front();
         m_pRequest = std::make_unique<ClientRequest>([this](const sip_t* in_pSip) { onResponse(in_pSip); });
         su_home_t home[1] = {SU_HOME_INIT(home)};
         const OutgoingParts parts(home, m_hRequest, std::string(), OutgoingParts::Routes::eKeep);
@@ -78,12 +79,12 @@ void ClientTransactionCore::send(const std::string& in_strRoute)
         const std::string uri = m_hRequest->getRequestURI();
         const std::string to = m_hRequest->getHeaderValue("To");
         const std::string cseq = std::to_string(m_uiCSeq) + " " + method;
-        const std::string port = m_agent.portFor(m_hRequest, m_strRoute);
+        const std::string port = m_agent.portFor(m_hRequest, route);
         made = m_pRequest->take(nta_outgoing_tcreate(
             m_agent.defaultLeg(),
             &OutgoingHandler::callback,
             m_pRequest.get(),
-            URL_STRING_MAKE(m_strRoute.c_str()),
+            URL_STRING_MAKE(route.c_str()),
             sip_method_code(method.c_str()),
             method.c_str(),
             URL_STRING_MAKE(uri.c_str()),
@@ -109,6 +110,12 @@ void ClientTransactionCore::send(const std::string& in_strRoute)
 void ClientTransactionCore::onResponse(const sip_t* in_pSip)
 {
     const auto self = shared_from_this();
+    if (m_agent.nextRoute(m_vRoutes, in_pSip))
+    {
+        ++m_uiCSeq;
+        send();
+        return;
+    }
     if (ClientRequest::isInternal(in_pSip))
     {
         finish(DsHandle<DsSipResponse>());
@@ -123,7 +130,7 @@ void ClientTransactionCore::onResponse(const sip_t* in_pSip)
             response, m_hRequest->getMethod(), m_hRequest->getRequestURI(), m_agent.config().m_vCredentials))
     {
         ++m_uiCSeq;
-        send(m_strRoute);
+        send();
         return;
     }
     finish(response);

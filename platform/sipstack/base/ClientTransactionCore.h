@@ -4,6 +4,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <vector>
 
 #include "sipstack/DsHandle.h"
 #include "sipstack/DsSipClientTransaction.h"
@@ -34,7 +35,7 @@ public:
     void close() { finish(DsHandle<DsSipResponse>()); }
 
 private:
-    void send(const std::string& in_strRoute);
+    void send();
     void onResponse(const sip_t* in_pSip);
     void finish(const DsHandle<DsSipResponse>& in_hResponse);
 
@@ -45,7 +46,7 @@ private:
     DsSipClientTransaction::Callback m_callback;
     std::unique_ptr<ClientRequest> m_pRequest;
     Challenges m_challenges;
-    std::string m_strRoute;
+    std::vector<std::string> m_vRoutes;  // the first is in use, the others are still to be tried
     std::string m_strCallId;
     std::string m_strFrom;
     std::uint32_t m_uiCSeq = 1;

@@ -61,20 +61,21 @@ void OutgoingCallCore::begin(const DsHandle<DsSipOutgoingCall>& in_hCall)
     std::weak_ptr<CallCore> weak = self;
     m_agent.resolveDestination(
         in_hCall->getInvite(),
-        [weak, agent = m_pAgent](const std::string& in_strRoute)
+        [weak, agent = m_pAgent](const std::vector<std::string>& in_vRoutes)
         {
-            // On a thread of the resolver, or inside this very call.
+            // On another thread, or inside this very call.
             const auto locked = agent.lock();
             if (!locked)
             {
                 return;
             }
             locked->post(
-                [weak, in_strRoute]
+                [weak, in_vRoutes]
                 {
                     if (const auto core = std::static_pointer_cast<OutgoingCallCore>(weak.lock()))
                     {
-                        core->send(in_strRoute);
+                        core->m_vRoutes = in_vRoutes;
+                        core->send();
                     }
                 });
         });
@@ -83,8 +84,6 @@ void OutgoingCallCore::begin(const DsHandle<DsSipOutgoingCall>& in_hCall)
 void OutgoingCallCore::openLeg()
 {
     const auto& invite = m_hCall->getInvite();
-    m_strPort = m_agent.portFor(invite, m_strRoute);
-    m_strContact = m_agent.contactFor(m_strPort, m_strRoute);
     m_uiSessionExpires = m_agent.config().m_uiSessionExpiresS;
     std::string from = invite->getHeaderValue("From");
     if (invite->getFromTag().empty())
@@ -101,7 +100,7 @@ void OutgoingCallCore::openLeg()
                              TAG_END());
 }
 
-void OutgoingCallCore::send(const std::string& in_strRoute)
+void OutgoingCallCore::send()
 {
     if (m_state != State::eResolving && m_state != State::eCalling)
     {
@@ -109,13 +108,15 @@ void OutgoingCallCore::send(const std::string& in_strRoute)
     }
     const auto self = shared_from_this();
     const auto& invite = m_hCall->getInvite();
-    if (in_strRoute.empty())
+    if (m_vRoutes.empty())
     {
         QLOG_INFO(s_logger, "no address for " << invite->getRequestURI());
         fail();
         return;
     }
-    m_strRoute = in_strRoute;
+    const std::string& route = m_vRoutes.front();
+    m_strPort = m_agent.portFor(invite, route);
+    m_strContact = m_agent.contactFor(m_strPort, route);
     if (m_pLeg == nullptr)
     {
         openLeg();
@@ -138,7 +139,7 @@ void OutgoingCallCore::send(const std::string& in_strRoute)
             m_pLeg,
             &OutgoingHandler::callback,
             m_pInvite.get(),
-            URL_STRING_MAKE(m_strRoute.c_str()),
+            URL_STRING_MAKE(route.c_str()),
             SIP_METHOD_INVITE,
             URL_STRING_MAKE(uri.c_str()),
             SIPTAG_CSEQ_STR(cseq.c_str()),
@@ -166,6 +167,14 @@ void OutgoingCallCore::onResponse(const sip_t* in_pSip)
         return;
     }
     const auto self = shared_from_this();
+    // Once somebody has been reached, the call is his to accept or refuse. The CSeq counts up: if the servers
+    // share what is behind them, the second INVITE must not pass there for a merged copy of the first.
+    if (!m_bCancelled && m_vDialogs.empty() && m_agent.nextRoute(m_vRoutes, in_pSip))
+    {
+        ++m_uiCSeq;
+        send();
+        return;
+    }
     if (ClientRequest::isInternal(in_pSip))
     {
         fail();
@@ -325,7 +334,7 @@ void OutgoingCallCore::onFailure(int in_iStatus,
         ++m_uiCSeq;
         m_lastRSeq.clear();
         forgetDialogs();
-        send(m_strRoute);
+        send();
         return;
     }
     if (in_iStatus == 422 && !m_bCancelled && !m_bIntervalRaised && in_pSip->sip_min_se != nullptr &&
@@ -337,7 +346,7 @@ void OutgoingCallCore::onFailure(int in_iStatus,
             std::max(m_uiSessionExpires, static_cast<unsigned int>(in_pSip->sip_min_se->min_delta));
         ++m_uiCSeq;
         forgetDialogs();
-        send(m_strRoute);
+        send();
         return;
     }
     if (in_iStatus < 400)

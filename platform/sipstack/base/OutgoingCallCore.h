@@ -48,7 +48,7 @@ private:
         eClosed
     };
 
-    void send(const std::string& in_strRoute);
+    void send();
     void openLeg();
     void onResponse(const sip_t* in_pSip);
     void onProvisional(const sip_t* in_pSip, const DsHandle<DsSipResponse>& in_hResponse);
@@ -105,7 +105,7 @@ private:
     nta_leg_t* m_pLeg = nullptr;  // of the INVITE, before there is a dialog
     std::unique_ptr<ClientRequest> m_pInvite;
     std::string m_strPort;
-    std::string m_strRoute;
+    std::vector<std::string> m_vRoutes;  // the first is in use, the others are still to be tried
     std::string m_strContact;
     unsigned int m_uiSessionExpires = 0;
     bool m_bIntervalRaised = false;

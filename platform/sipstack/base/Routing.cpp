@@ -2,20 +2,24 @@
 
 #include <algorithm>
 #include <array>
+#include <optional>
 #include <random>
 
+#include "infra/Logger.h"
 #include "net/HostResolver.h"
 #include "net/Net.h"
 #include "sipstack/DsInetAddress.h"
 #include "sipstack/DsSipRequest.h"
+#include "sipstack/base/ServerLocator.h"
 #include "sipstack/base/SipAgent.h"
-#include "sipstack/base/SrvResolver.h"
 
 namespace Quorvex
 {
 
 namespace
 {
+
+StaticLogger s_logger("quorvex.sip.Routing");
 
 // A SIP URI taken apart, as far as sending is concerned.
 struct Target
@@ -37,7 +41,8 @@ struct Target
             value = {};
             if (url_param(url->url_params, "transport", value.data(), value.size()) > 0)
             {
-                m_bTcp = su_casematch(value.data(), "tcp") != 0;
+                m_transport =
+                    su_casematch(value.data(), "tcp") != 0 ? DsSipTransport::eTCP : DsSipTransport::eUDP;
             }
             if (m_strHost.size() > 2 && m_strHost.front() == '[' && m_strHost.back() == ']')
             {
@@ -47,34 +52,58 @@ struct Target
         su_home_deinit(home);
     }
 
-    std::string uri(const std::string& in_strAddress) const
+    DsSipTransport transport() const { return m_transport.value_or(DsSipTransport::eUDP); }
+
+    std::string route(const std::string& in_strAddress) const
     {
-        const bool v6 = in_strAddress.find(':') != std::string::npos;
-        return "sip:" + (v6 ? "[" + in_strAddress + "]" : in_strAddress) +
-               (m_strPort.empty() ? "" : ":" + m_strPort) + (m_bTcp ? ";transport=tcp" : ";transport=udp");
+        return ServerLocator::route(in_strAddress,
+                                    static_cast<std::uint16_t>(std::strtoul(m_strPort.c_str(), nullptr, 10)),
+                                    transport());
     }
 
     std::string m_strHost;
     std::string m_strPort;
-    bool m_bTcp = false;
+    std::optional<DsSipTransport> m_transport;  // when it is named
 };
 
 // Calls back from inside the call when nothing has to be looked up, else on a thread of the resolver.
-void resolveHost(const Target& in_target,
-                 unsigned int in_uiTimeoutMs,
-                 std::function<void(const std::string&)> in_callback)
+void resolveHost(const Target& in_target, unsigned int in_uiTimeoutMs, SipAgent::RoutesCallback in_callback)
 {
     Net::HostResolver::instance().prefetch(
         in_target.m_strHost,
         std::chrono::milliseconds(in_uiTimeoutMs),
         [in_target, callback = std::move(in_callback)](const std::string& in_strAddress)
-        { callback(in_strAddress.empty() ? std::string() : in_target.uri(in_strAddress)); });
+        {
+            callback(in_strAddress.empty() ? ServerLocator::Routes()
+                                           : ServerLocator::Routes{in_target.route(in_strAddress)});
+        });
 }
 
 }  // namespace
 
-void SipAgent::resolveDestination(const DsHandle<DsSipRequest>& in_hRequest,
-                                  std::function<void(const std::string&)> in_callback)
+std::unique_ptr<ServerLocator> SipAgent::makeServerLocator(su_root_t* in_pRoot)
+{
+    ServerLocator::Options options;
+    options.m_strSettings = m_config.m_strResolverSettings;
+    options.m_ulTimeoutMs = m_config.m_uiNameTimeoutMs;
+    options.m_bIPv4 = false;
+    for (const DsSipListenPort& port : m_config.m_vListenPorts)
+    {
+        (port.m_strAddress.find(':') != std::string::npos ? options.m_bIPv6 : options.m_bIPv4) = true;
+    }
+    for (const DsSipTransport transport : {DsSipTransport::eUDP, DsSipTransport::eTCP})
+    {
+        if (std::any_of(m_config.m_vListenPorts.begin(),
+                        m_config.m_vListenPorts.end(),
+                        [&](const DsSipListenPort& in_port) { return in_port.m_transport == transport; }))
+        {
+            options.m_vTransports.push_back(transport);
+        }
+    }
+    return std::make_unique<ServerLocator>(in_pRoot, m_thread, std::move(options));
+}
+
+void SipAgent::resolveDestination(const DsHandle<DsSipRequest>& in_hRequest, RoutesCallback in_callback)
 {
     const std::string uri = in_hRequest->getRequestURI();
     if (in_hRequest->getConnectionAddress().isValid())
@@ -82,41 +111,63 @@ void SipAgent::resolveDestination(const DsHandle<DsSipRequest>& in_hRequest,
         Target target(uri);
         const DsInetAddress& address = in_hRequest->getConnectionAddress();
         target.m_strPort = address.getPort() == 0 ? target.m_strPort : std::to_string(address.getPort());
-        in_callback(target.uri(address.getHostAddress()));
+        in_callback({target.route(address.getHostAddress())});
         return;
     }
-    Target target(m_config.m_strOutboundProxy.empty() ? uri : m_config.m_strOutboundProxy);
+    const Target target(m_config.m_strOutboundProxy.empty() ? uri : m_config.m_strOutboundProxy);
     if (target.m_strHost.empty())
     {
-        in_callback(std::string());
+        in_callback({});
         return;
     }
     // A domain without a port may have its SIP servers elsewhere; a name without a dot is a host's.
-    if (!target.m_strPort.empty() || m_pSrvResolver == nullptr ||
+    if (!target.m_strPort.empty() || m_pServerLocator == nullptr ||
         target.m_strHost.find('.') == std::string::npos || Net::HostResolver::isAddress(target.m_strHost))
     {
         resolveHost(target, m_config.m_uiNameTimeoutMs, std::move(in_callback));
         return;
     }
-    m_pSrvResolver->lookUp(target.m_strHost,
-                           target.m_bTcp,
-                           m_config.m_uiNameTimeoutMs,
-                           [this, target, callback = std::move(in_callback)](const std::string& in_strHost,
-                                                                             std::uint16_t in_uiPort) mutable
-                           {
-                               if (!in_strHost.empty())
-                               {
-                                   target.m_strHost = in_strHost;
-                                   target.m_strPort = std::to_string(in_uiPort);
-                               }
-                               resolveHost(target, m_config.m_uiNameTimeoutMs, std::move(callback));
-                           });
+    m_pServerLocator->locate(
+        target.m_strHost,
+        target.m_transport,
+        [this, target, callback = std::move(in_callback)](const ServerLocator::Routes& in_vRoutes) mutable
+        {
+            if (!in_vRoutes.empty())
+            {
+                callback(in_vRoutes);
+                return;
+            }
+            resolveHost(target, m_config.m_uiNameTimeoutMs, std::move(callback));
+        });
+}
+
+bool SipAgent::nextRoute(std::vector<std::string>& io_vRoutes, const sip_t* in_pSip)
+{
+    const bool silent = in_pSip == nullptr || nta_sip_is_internal(in_pSip) != 0;
+    if (io_vRoutes.size() < 2 || (!silent && in_pSip->sip_status->st_status != 503))
+    {
+        return false;
+    }
+    constexpr std::uint64_t kLongestMs = 300000;
+    const std::uint64_t retryAfterMs =
+        silent || in_pSip->sip_retry_after == nullptr
+            ? timeoutMs()
+            : std::uint64_t{1000} * static_cast<std::uint64_t>(in_pSip->sip_retry_after->af_delta);
+    QLOG_INFO(s_logger,
+              io_vRoutes.front() << (silent ? " cannot be reached" : " refuses service") << ": "
+                                 << io_vRoutes[1] << " is tried");
+    if (m_pServerLocator != nullptr)
+    {
+        m_pServerLocator->avoid(io_vRoutes.front(), std::min(retryAfterMs, kLongestMs));
+    }
+    io_vRoutes.erase(io_vRoutes.begin());
+    return true;
 }
 
 std::string SipAgent::portFor(const DsHandle<DsSipRequest>& in_hRequest, const std::string& in_strRoute) const
 {
     const Target route(in_strRoute);
-    const auto transport = route.m_bTcp ? DsSipTransport::eTCP : DsSipTransport::eUDP;
+    const auto transport = route.transport();
     const bool v6 = route.m_strHost.find(':') != std::string::npos;
     std::string contactPort;
     std::string contactHost;

@@ -1,5 +1,8 @@
 #include "sipstack/base/SipAgent.h"
 
+#include <sofia-sip/sresolv.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <condition_variable>
 #include <cstring>
@@ -20,9 +23,9 @@
 #include "sipstack/base/IncomingCallCore.h"
 #include "sipstack/base/MessageClass.h"
 #include "sipstack/base/PendingInvite.h"
+#include "sipstack/base/ServerLocator.h"
 #include "sipstack/base/ServerTransactionCore.h"
 #include "sipstack/base/SofiaLog.h"
-#include "sipstack/base/SrvResolver.h"
 
 namespace Quorvex
 {
@@ -76,6 +79,13 @@ bool SipAgent::open(su_root_t* in_pRoot, std::string& out_strError)
         out_strError = "no port to listen on: at least one is needed";
         return false;
     }
+    if (!m_config.m_strResolverSettings.empty() &&
+        ::access(m_config.m_strResolverSettings.c_str(), R_OK) != 0)
+    {
+        out_strError = "cannot read the name servers from " + m_config.m_strResolverSettings + ": " +
+                       std::generic_category().message(errno);
+        return false;
+    }
     for (std::size_t i = 0; i < m_config.m_vListenPorts.size(); ++i)
     {
         if (!addPort(in_pRoot, i, out_strError))
@@ -88,7 +98,7 @@ bool SipAgent::open(su_root_t* in_pRoot, std::string& out_strError)
             return false;
         }
     }
-    m_pSrvResolver = std::make_unique<SrvResolver>(in_pRoot, m_thread, m_config.m_strResolverSettings);
+    m_pServerLocator = makeServerLocator(in_pRoot);
     setReceivingAgent(m_pNta);
     m_pDefaultLeg = nta_leg_tcreate(m_pNta, &LegHandler::callback, this, NTATAG_NO_DIALOG(1), TAG_END());
     for (tport_t* port = tport_primaries(nta_agent_tports(m_pNta)); port != nullptr; port = tport_next(port))
@@ -141,6 +151,8 @@ bool SipAgent::addPort(su_root_t* in_pRoot, std::size_t in_iPort, std::string& o
                                   NTATAG_TIMER_C(m_config.m_uiTimerCMs + 64 * t1),
                                   NTATAG_USE_NAPTR(1),
                                   NTATAG_USE_SRV(1),
+                                  TAG_IF(!m_config.m_strResolverSettings.empty(),
+                                         SRESTAG_RESOLV_CONF(m_config.m_strResolverSettings.c_str())),
                                   TPTAG_UDP_RMEM(4 * 1024 * 1024),
                                   TPTAG_IDLE(m_config.m_uiTcpIdleMs),
                                   TPTAG_TIMEOUT(m_config.m_uiTcpIdleMs),
@@ -244,7 +256,7 @@ void SipAgent::close()
     {
         request->close();
     }
-    m_pSrvResolver.reset();
+    m_pServerLocator.reset();
     m_hNewCall = nullptr;
     if (m_pDefaultLeg != nullptr)
     {

@@ -24,7 +24,7 @@ class DsSipInviteMessage;
 class DsSipRequest;
 class PendingInvite;
 class ServerTransactionCore;
-class SrvResolver;
+class ServerLocator;
 
 /// The base library's agent with its ports, the requests that belong to no dialog, and the tables of what is
 /// alive. SIP stack thread, except where noted.
@@ -63,11 +63,15 @@ public:
     /// The name of the port that a request of ours leaves from: of those that reach the route the one of its
     /// Contact, else the first; "" when none reaches it.
     std::string portFor(const DsHandle<DsSipRequest>& in_hRequest, const std::string& in_strRoute) const;
-    /// Where a request of ours is sent: calls back once, with a SIP URI whose host is an address, or with an
-    /// empty text when there is none in time. From inside the call when nothing has to be looked up, else on
-    /// another thread.
-    void resolveDestination(const DsHandle<DsSipRequest>& in_hRequest,
-                            std::function<void(const std::string& in_strRoute)> in_callback);
+    /// SIP URIs whose hosts are addresses, in the order in which they are to be tried; none when there is
+    /// none in time.
+    using RoutesCallback = std::function<void(const std::vector<std::string>& in_vRoutes)>;
+    /// Where a request of ours is sent (RFC 3263): calls back once. From inside the call when nothing has to
+    /// be looked up, else later, possibly on another thread.
+    void resolveDestination(const DsHandle<DsSipRequest>& in_hRequest, RoutesCallback in_callback);
+    /// True when the answer to a request that went to the first of the routes, or null for none, says that
+    /// the next is to be tried (RFC 3263 section 4.3), which is the first then.
+    bool nextRoute(std::vector<std::string>& io_vRoutes, const sip_t* in_pSip);
     static std::string newTag();
     void countInviteSent() { ++m_ulInvitesSent; }
     /// The address that a port is bound to; left alone when the name is none of ours.
@@ -109,6 +113,7 @@ public:
 private:
     bool open(su_root_s* in_pRoot, std::string& out_strError);
     bool addPort(su_root_s* in_pRoot, std::size_t in_iPort, std::string& out_strError);
+    std::unique_ptr<ServerLocator> makeServerLocator(su_root_s* in_pRoot);
     void close();
     void checkEmpty();
 
@@ -124,7 +129,7 @@ private:
     MessageBridge m_bridge;
     nta_agent_t* m_pNta = nullptr;
     nta_leg_t* m_pDefaultLeg = nullptr;
-    std::unique_ptr<SrvResolver> m_pSrvResolver;
+    std::unique_ptr<ServerLocator> m_pServerLocator;
     std::atomic<bool> m_bDraining{false};
     std::function<void()> m_onEmpty;  // asked for while stopping
 

@@ -19,6 +19,8 @@ public:
     RawPeer& operator=(const RawPeer&) = delete;
 
     std::uint16_t port() const { return m_uiPort; }
+    /// Where messages go from now on.
+    void aimAt(std::uint16_t in_uiAgentPort) { m_uiAgentPort = in_uiAgentPort; }
 
     void send(const std::string& in_strText);
     /// The next datagram, or nothing after the time.

@@ -8,8 +8,6 @@
 #include <unistd.h>
 
 #include <array>
-#include <cstdio>
-#include <fstream>
 #include <thread>
 
 #include "RawPeer.h"
@@ -141,130 +139,10 @@ TEST(ListenTest, PortInUseIsToldInOneLine)
     config = TestAgent::defaults();
     config.m_uiT1Ms = 0;
     EXPECT_FALSE(second.start(config, nullptr, error));
-}
-
-TEST(RoutingTest, OutboundProxyGetsTheRequestWithoutARouteHeader)
-{
-    RawPeer proxy(1);
-    DsSipStackConfig config = TestAgent::defaults();
-    config.m_strOutboundProxy = "sip:127.0.0.1:" + std::to_string(proxy.port());
-    TestAgent agent(config);
-    {
-        const auto call = agent.call("sip:far@far.example");
-        const std::string invite = proxy.expect("INVITE sip:far@far.example SIP/2.0");
-        EXPECT_TRUE(RawPeer::header(invite, "Route").empty());
-        EXPECT_NE(RawPeer::header(invite, "Via").find("rport"), std::string::npos);
-        call->hangup();
-        agent.stack().stop(100);
-    }
-}
-
-// ---- SRV records
-// --------------------------------------------------------------------------------------------------
-
-/// A name server that knows one SRV record, for 127.0.0.1, or answers nothing at all.
-class NameServer
-{
-public:
-    explicit NameServer(std::uint16_t in_uiSipPort)
-        : m_uiSipPort(in_uiSipPort), m_fd(::socket(AF_INET, SOCK_DGRAM, 0))
-    {
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        EXPECT_EQ(::bind(m_fd, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-        socklen_t length = sizeof address;
-        ::getsockname(m_fd, reinterpret_cast<sockaddr*>(&address), &length);
-        m_strFile = testing::TempDir() + "resolv-" + std::to_string(ntohs(address.sin_port));
-        std::ofstream(m_strFile) << "port " << ntohs(address.sin_port) << "\nnameserver 127.0.0.1\n";
-        m_thread = std::thread([this] { run(); });
-    }
-    ~NameServer()
-    {
-        ::shutdown(m_fd, SHUT_RDWR);
-        m_thread.join();
-        ::close(m_fd);
-        std::remove(m_strFile.c_str());
-    }
-    NameServer(const NameServer&) = delete;
-    NameServer& operator=(const NameServer&) = delete;
-
-    const std::string& settings() const { return m_strFile; }
-
-private:
-    void run()
-    {
-        for (;;)
-        {
-            std::array<char, 512> query{};
-            sockaddr_in from{};
-            socklen_t length = sizeof from;
-            const ssize_t size =
-                ::recvfrom(m_fd, query.data(), query.size(), 0, reinterpret_cast<sockaddr*>(&from), &length);
-            if (size <= 0)
-            {
-                return;
-            }
-            if (m_uiSipPort == 0)
-            {
-                continue;
-            }
-            // The header with one answer, the question as it came, and the record under the question's name.
-            std::string answer(query.data(), 2);
-            answer += std::string("\x84\x00\x00\x01\x00\x01\x00\x00\x00\x00", 10);
-            std::size_t end = 12;
-            while (query.at(end) != 0)
-            {
-                end += static_cast<unsigned char>(query.at(end)) + 1U;
-            }
-            answer.append(query.data() + 12, end + 5 - 12);
-            answer += std::string("\xc0\x0c\x00\x21\x00\x01\x00\x00\x00\x3c", 10);
-            const std::string target =
-                std::string("\x03") + "127" + "\x01" + "0" + "\x01" + "0" + "\x01" + "1";
-            std::string data = std::string("\x00\x0a\x00\x14", 4);
-            data += static_cast<char>(m_uiSipPort >> 8);
-            data += static_cast<char>(m_uiSipPort & 255);
-            data += target + std::string(1, '\0');
-            answer += std::string(1, '\0') + static_cast<char>(data.size()) + data;
-            ::sendto(m_fd, answer.data(), answer.size(), 0, reinterpret_cast<sockaddr*>(&from), length);
-        }
-    }
-
-    const std::uint16_t m_uiSipPort;
-    const int m_fd;
-    std::string m_strFile;
-    std::thread m_thread;
-};
-
-TEST(RoutingTest, DomainWithoutAPortIsServedWhereItsRecordSays)
-{
-    RawPeer peer(1);
-    NameServer names(peer.port());
-    DsSipStackConfig config = TestAgent::defaults();
-    config.m_strResolverSettings = names.settings();
-    config.m_uiNameTimeoutMs = 5000;
-    TestAgent agent(config);
-    {
-        const auto call = agent.call("sip:far@domain.example");
-        EXPECT_FALSE(peer.expect("INVITE sip:far@domain.example SIP/2.0").empty());
-        agent.stack().stop(100);
-    }
-}
-
-TEST(RoutingTest, SilentNameServerCostsNoMoreThanItsTime)
-{
-    NameServer names(0);
-    DsSipStackConfig config = TestAgent::defaults();
-    config.m_strResolverSettings = names.settings();
-    config.m_uiNameTimeoutMs = 100;
-    TestAgent agent(config);
-    const auto begin = std::chrono::steady_clock::now();
-    agent.call("sip:far@no-such-host.invalid");
-    EXPECT_TRUE(agent.reports().expect("failedToConnect").m_hMessage.isNil());
-    EXPECT_LT(std::chrono::steady_clock::now() - begin, 3s);
-    agent.reports().expect("dialogTerminated");
-    agent.reports().expect("terminated");
-    agent.expectEmpty();
+    config = TestAgent::defaults();
+    config.m_strResolverSettings = "/no/such/file";
+    EXPECT_FALSE(second.start(config, nullptr, error));
+    EXPECT_NE(error.find("/no/such/file"), std::string::npos) << error;
 }
 
 TEST(OverloadTest, NewCallsAreRefusedWhileCallsGoOn)
