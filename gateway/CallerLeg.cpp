@@ -46,10 +46,29 @@ void CallerLeg::startEarlyMedia()
     }
 }
 
+template <class Verdict>
+void CallerLeg::say(Verdict in_verdict)
+{
+    in_verdict(*m_pLeg);
+    if (m_bEarlyMedia)
+    {
+        m_verdict = std::move(in_verdict);
+    }
+}
+
+void CallerLeg::sayAgain()
+{
+    if (m_verdict && m_pLeg != nullptr)
+    {
+        m_answered = m_state == CallState::ANSWERED ? std::optional(Clock::now()) : m_answered;
+        m_verdict(*m_pLeg);
+    }
+}
+
 bool CallerLeg::answer(Call::ConnectionType in_type)
 {
     m_uiStatus = Sip::getResponseCode(in_type);
-    m_pLeg->remoteConnected(in_type);
+    say([in_type](InCallLeg& io_leg) { io_leg.remoteConnected(in_type); });
     if (!Sip::isSuccessResponse(m_uiStatus))
     {
         m_state = CallState::ENDING;
@@ -73,14 +92,18 @@ void CallerLeg::refuse(const ConnectionFailureType& in_failure,
         in_uiStatus != 0 ? in_uiStatus : Call::getFailureEntry(in_failure.getFailure()).m_uiSipStatus;
     m_strReason = std::move(in_strReason);
     // A leg that has been accepted is refused as one whose far side failed.
-    if (bAccepted)
-    {
-        m_pLeg->remoteConnectionFailed(in_failure);
-    }
-    else
-    {
-        m_pLeg->inviteRejected(in_failure);
-    }
+    say(
+        [bAccepted, in_failure](InCallLeg& io_leg)
+        {
+            if (bAccepted)
+            {
+                io_leg.remoteConnectionFailed(in_failure);
+            }
+            else
+            {
+                io_leg.inviteRejected(in_failure);
+            }
+        });
 }
 
 void CallerLeg::disconnected()
@@ -104,6 +127,10 @@ void CallerLeg::answeredFinally(unsigned int in_uiStatus, CallInInterface::Endin
         // The network interface has decided otherwise, or a verdict came too late.
         m_uiStatus = in_uiStatus;
         m_strReason = DsSipResponse::getDefaultReason(in_uiStatus);
+    }
+    if (!Sip::isSuccessResponse(in_uiStatus))
+    {
+        m_answered.reset();
     }
     // "Disconnected" alone does not say whether the caller or a failure has ended the leg.
     if (m_endedBy == CallRecord::EndedBy::REMOTE && in_ending != CallInInterface::Ending::FAR_END)

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -50,6 +51,8 @@ public:
     void refuse(const ConnectionFailureType& in_failure,
                 std::string in_strReason,
                 unsigned int in_uiStatus = 0);
+    /// Repeats the verdict: answered or refused.
+    void sayAgain();
     /// The caller has hung up, or its leg has failed.
     void disconnected();
     /// What the INVITE was really answered with (0: nothing), and whether the caller kept silent for too
@@ -78,10 +81,15 @@ public:
     CallRecord record(CallRecord::EndedBy in_silently) const;
 
 private:
+    template <class Verdict>
+    void say(Verdict in_verdict);
+
     std::unique_ptr<InCallLeg> m_pLeg;
     CallLegInfo m_offer;
     CallState m_state = CallState::ARRIVED;
     bool m_bEarlyMedia = false;
+    // The verdict, kept where it may go unheard: after early media.
+    std::function<void(InCallLeg&)> m_verdict;
     const Clock::time_point m_arrived;
     std::optional<Clock::time_point> m_ringing;
     std::optional<Clock::time_point> m_answered;

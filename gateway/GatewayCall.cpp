@@ -221,6 +221,11 @@ void GatewayCall::refused(const CallLegInfo& in_leg)
     }
 }
 
+void GatewayCall::sayAgain()
+{
+    m_pCaller->sayAgain();
+}
+
 void GatewayCall::notOffered(const CallLegInfo& in_leg)
 {
     m_pCaller->setOffer(in_leg);

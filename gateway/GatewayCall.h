@@ -81,6 +81,8 @@ public:
     bool place(const CallLegInfo& in_leg, std::shared_ptr<const Route> in_pRoute);
     /// The call is offered while none is taken: refused as unavailable.
     void refused(const CallLegInfo& in_leg);
+    /// What was said of the caller's leg last was not heard.
+    void sayAgain();
     /// The call is over before it could be offered.
     void notOffered(const CallLegInfo& in_leg);
     /// The caller asks to be transferred away, to "sip.in.referTo".

@@ -50,6 +50,11 @@ public:
             });
     }
 
+    void sayAgain() override
+    {
+        post([](GatewayCall& io_call) { io_call.sayAgain(); });
+    }
+
     void notOffered(const CallLegInfo& in_leg) override
     {
         post([leg = in_leg](GatewayCall& io_call) { io_call.notOffered(leg); });

@@ -121,6 +121,10 @@ public:
     virtual void disconnected() = 0;
     /// An INFO request came: its unknown headers, "Content-Type" and "body". False when it is not wanted.
     virtual bool infoReceived(const std::vector<Parameter>& in_vParameters) = 0;
+    /// The engine's last word on an unanswered call (remoteConnected, inviteRejected, remoteConnectionFailed)
+    /// came while the caller's PRACK for an early offer of ours was waited for, and was not heard; it is now,
+    /// if it is said again. Does nothing by default.
+    virtual void sayAgain();
     /// A call that is over before it could be offered: who called whom, as invite() would have said it,
     /// without canonical forms. ended() follows. Does nothing by default.
     virtual void notOffered(const CallLegInfo& in_leg);

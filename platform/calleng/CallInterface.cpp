@@ -88,6 +88,10 @@ bool OutCallLeg::remoteConnectionFailed(ConnectionFailureType /*in_failure*/)
     return QUORVEX_ASSERT_TEXT(logger(), false, "Not implemented : OutCallLeg::remoteConnectionFailed");
 }
 
+void CallInInterface::sayAgain()
+{
+}
+
 void CallInInterface::notOffered(const CallLegInfo& /*in_leg*/)
 {
 }

@@ -20,6 +20,8 @@ ROUTES = [
     route("progress", progress=True, ringing="none", answerAfterMs=NEVER), route("progress-rings", progress=True, answerAfterMs=150),
     route("progress-atonce", progress=True, ringing="none", answerAfterMs=150),
     route("busy", "reject"), route("busy-later", "reject", answerAfterMs=60), route("hangs-up", hangupAfterMs=60),
+    route("progress-at-once", progress=True, ringing="none"),
+    route("progress-busy-at-once", "reject", progress=True, ringing="none", answerAfterMs=1),
     route("progress-busy", "reject", progress=True, answerAfterMs=150), route("early", ringing="earlyMedia"),
 ]
 
@@ -70,6 +72,14 @@ PROGRESSING_AND_EARLY_DIALOG = [
     ("progress-rings", ">INVITErel 183+ >PRACK 200 180 200+ >ACK >BYE 200", (200, "remote", True)),
     ("progress-atonce", ">INVITErel 183+ >PRACK 200 200+ >ACK >BYE 200", (200, "remote", True)),
     ("progress-busy", ">INVITErel 183+ >PRACK 200 180 486 >ACK", (486, "local", False)),
+    # What is decided before the PRACK holds after it, and a hang-up needs none.
+    ("progress-at-once", ">INVITErel 183+ >PRACK 200 200+ >ACK >BYE 200", (200, "remote", True)),
+    ("progress-at-once", ">INVITErel 183+ !answered !hangup 480 >ACK", (480, "local", False)),
+    ("progress-at-once", ">INVITErel 183+ !answered >CANCEL 200&487 >ACK", (487, "remote", False)),
+    ("progress-busy-at-once", ">INVITErel 183+ >PRACK 200 486 >ACK", (486, "local", False)),
+    ("progress", ">INVITErel 183+ !hangup >PRACK 200 480 >ACK", (480, "local", False)),
+    ("progress", ">INVITErel 183+ >BYE 487&200 >ACK", (487, "remote", False)),
+    ("progress", ">INVITErel 183+ >PRACK 200 >BYE 487&200 >ACK", (487, "remote", False)),
 ]
 ENDINGS = [
     # Hung up between the answer and its ACK: the BYE waits for it.
@@ -108,6 +118,7 @@ CLOCK = [
     ("echo", ">INVITE 180 200+ >ACK !hangup BYE", (200, "local", True)),
     ("echo", ">INVITE 180 200+ >ACK !hangup BYE >302", (200, "local", True)),
     ("progress", ">INVITErel 183+ 503 >ACK", (503, "timeout", False)),
+    ("progress-at-once", ">INVITErel 183+ 503 >ACK", (503, "timeout", False)),
     ("progress", ">INVITErel 183+ >PRACK 200 480 >ACK", (480, "timeout", False)),
 ]
 

@@ -140,11 +140,23 @@ class Ladder(Caller):
         call = self.id()
         if word == "seen":
             return
+        if word == "answered":
+            self.wait_until(call, word)
+            return
         if word == "hangup":
             status, text = self.gateway.http(f"/api/calls/{call}", "DELETE")
         elif word == "info":
             status, text = self.gateway.http(f"/api/calls/{call}/info", "POST", {"body": "hi"})
         check(status == 200, f"{word} answered {status} {text}")
+
+    def wait_until(self, call, state):
+        """Until the gateway lists the call as decided so, which may be before the caller hears of it."""
+        deadline = time.monotonic() + 5
+        while time.monotonic() < deadline:
+            if any(c["id"] == call and c["state"] == state for c in json.loads(self.gateway.http("/api/calls")[1])):
+                return
+            time.sleep(0.01)
+        raise Failure(f"the call is not listed as {state}")
 
     def id(self):
         """The call's identifier, found by the caller's port; the gateway may list it a moment later."""

@@ -85,6 +85,8 @@ public:
 
     /// Sends BYE, if the dialog stands; answers what is pending of the far end's.
     void hangup(const DsHandle<DsSipRequest>& in_hBye);
+    /// How long the user has to answer the far end's BYE before the layer does.
+    void answerByeWithin(unsigned int in_uiMs);
     /// Releases leg, transactions and the owner; nothing is reported any more.
     void end();
 

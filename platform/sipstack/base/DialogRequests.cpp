@@ -80,9 +80,14 @@ int DialogCore::onBye(nta_incoming_t* in_pIrq)
         }
         finishReinvite();
     }
-    m_byeTimer.start(m_agent.thread(), m_agent.timeoutMs(), [this] { answerBye(DsHandle<DsSipResponse>()); });
+    answerByeWithin(m_agent.timeoutMs());
     m_pOwner->onDialogBye(*this, m_agent.bridge().fromRequest(in_pIrq));
     return 0;
+}
+
+void DialogCore::answerByeWithin(unsigned int in_uiMs)
+{
+    m_byeTimer.start(m_agent.thread(), in_uiMs, [this] { answerBye(DsHandle<DsSipResponse>()); });
 }
 
 void DialogCore::answerBye(const DsHandle<DsSipResponse>& in_hResponse)

@@ -31,6 +31,8 @@ void IncomingCallCore::onDialogBye(DialogCore& in_dialog, const DsHandle<DsSipMe
         replyFinally(SIP_487_REQUEST_CANCELLED);
         m_timer.stop();
         m_state = State::eEnding;
+        // The user may have no use for it before the answer.
+        in_dialog.answerByeWithin(m_agent.config().m_uiT1Ms);
         reports().terminated(m_hCall, in_hBye);
         return;
     }

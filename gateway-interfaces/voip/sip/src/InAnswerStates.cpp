@@ -114,10 +114,16 @@ bool Answering::followMedia(const VoipEvent& in_event, std::string& out_strState
 // ------------------------------------------------------------------------------ DISCONNECTING PENDING
 // CONNECTION
 
-void DisconnectingPendingConnection::entryAction(const VoipEvent& /*in_event*/, std::string& out_strStateName)
+void DisconnectingPendingConnection::entryAction(const VoipEvent& in_event, std::string& out_strStateName)
 {
     out_strStateName = getName();
-    static_cast<void>(internal_assert(__FILE__, __LINE__));
+    if (!internal_assert(__FILE__, __LINE__) || getInSipLeg().getFinalStatus() != 0)
+    {
+        return;
+    }
+    // An INVITE that is not answered gets no ACK: refused, its transaction ends, and this state with it.
+    static_cast<void>(in_event.getType() == EventType::eAPI_STOP ? rejectStopped(in_event, out_strStateName)
+                                                                 : getInSipLeg().hangup());
 }
 
 std::span<const DisconnectingPendingConnection::Row> DisconnectingPendingConnection::rows()

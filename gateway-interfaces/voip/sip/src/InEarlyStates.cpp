@@ -103,6 +103,7 @@ void ProgressingWithSDPOffer::entryAction(const VoipEvent& /*in_event*/, std::st
 {
     TRACE_SCOPE(getLogger(), "ProgressingWithSDPOffer::entryAction");
     out_strStateName = getName();
+    m_bVerdictUnheard = false;
     if (internal_assert(__FILE__, __LINE__))
     {
         static_cast<void>(QUORVEX_ASSERT_TEXT(getLogger(),
@@ -133,6 +134,9 @@ std::span<const ProgressingWithSDPOffer::Row> ProgressingWithSDPOffer::rows()
 
 bool ProgressingWithSDPOffer::processEvent_i(const VoipEvent& in_event, std::string& out_strStateName)
 {
+    const EventType::eTYPE type = in_event.getType();
+    m_bVerdictUnheard = m_bVerdictUnheard || type == EventType::eAPI_REMOTE_CONNECTED ||
+                        type == EventType::eAPI_INVITE_REJECTED || type == EventType::eAPI_REMOTE_CONN_FAILED;
     return StateTable::walk(*this, in_event, out_strStateName);
 }
 
@@ -153,6 +157,10 @@ bool ProgressingWithSDPOffer::takeAnswerInPrack(const VoipEvent& in_event, std::
     {
         QLOG_DEBUG(getLogger(), "Valid SDP answer in PRACK");
         out_strStateName = "EARLY_DIALOG";
+        if (m_bVerdictUnheard && !m_pSM->getCallIf().isNull())
+        {
+            m_pSM->getCallIf()->sayAgain();
+        }
         return true;
     }
     QLOG_WARN(getLogger(), "Hanging-up following unacceptable SDP received in PRACK");

@@ -53,6 +53,7 @@ bool InStateMachine::initialize(TimerScheduler& in_timers, const CallIfPtr& in_p
     m_remoteConnectionType.invalidate();
     m_bTimedOut = false;
     m_bOffered = false;
+    m_bFarEndEnded = false;
     TimeoutStateMachine::initialize(&in_timers, this);
     // Empties the queue and cancels a running timer first.
     return goToInitialState(VoipEvent(EventType::eINVALID));
@@ -71,7 +72,10 @@ void InStateMachine::createInSipLeg(const DsHandle<DsSipIncomingCall>& in_hCall,
 
 bool InStateMachine::processEvent(const VoipEvent& in_event)
 {
-    m_bTimedOut = m_bTimedOut || in_event.getType() == EventType::eTERMINATED_UPON_TIMEOUT;
+    // What the far end ended is no time-out when the SIP stack then closes it.
+    const EventType::eTYPE type = in_event.getType();
+    m_bFarEndEnded = m_bFarEndEnded || type == EventType::eBYE || type == EventType::eCANCEL;
+    m_bTimedOut = !m_bFarEndEnded && (m_bTimedOut || type == EventType::eTERMINATED_UPON_TIMEOUT);
     return VoipStateMachine::processEvent(in_event);
 }
 

@@ -62,6 +62,7 @@ private:
     Fallible<Call::ConnectionType> m_remoteConnectionType;
     bool m_bTimedOut = false;
     bool m_bOffered = false;
+    bool m_bFarEndEnded = false;
 };
 
 /// What the states of inbound calls share. Actions are named for what the caller or the call engine notices.

@@ -120,6 +120,9 @@ public:
 private:
     bool takeAnswerInPrack(const VoipEvent& in_event, std::string& out_strStateName);
     bool endWithoutPrack(const VoipEvent& in_event, std::string& out_strStateName);
+
+    /// The call engine has said how the call goes on, which cannot be heard here.
+    bool m_bVerdictUnheard = false;
 };
 
 /// EARLY_DIALOG: offer and answer have been exchanged before the call is accepted.
