@@ -104,18 +104,19 @@ protected:
         m_engine.takeCalls(true);
     }
 
-    void setRoute(const std::string& in_strOptions)
+    static std::shared_ptr<const RouteTable> readRoute(const std::string& in_strOptions)
     {
         std::string strError;
         const auto hConfig = TomlConfiguration::parse(
             "[[route]]\nname = \"r\"\nmatch = { \"sip.in.requestUri\" = \"^sip:x@\" }\n" + in_strOptions,
             "test",
             strError);
-        ASSERT_FALSE(hConfig.isNull()) << strError;
+        EXPECT_FALSE(hConfig.isNull()) << strError;
         auto pRoutes = std::make_shared<RouteTable>();
-        ASSERT_TRUE(pRoutes->read(hConfig->getTrie(), "/", strError)) << strError;
-        m_engine.setRoutes(pRoutes);
+        EXPECT_TRUE(!hConfig.isNull() && pRoutes->read(hConfig->getTrie(), "/", strError)) << strError;
+        return pRoutes;
     }
+    void setRoute(const std::string& in_strOptions) { m_engine.setRoutes(readRoute(in_strOptions)); }
 
     std::unique_ptr<CallInInterface> call(const Told& in_told, const std::string& in_strId = "c1")
     {
@@ -298,6 +299,54 @@ TEST_F(RoutingCallEngineTest, ADrainedEngineRefusesNewCallsAndTellsWhenTheLastHa
     pFirst.reset();
     EXPECT_EQ(future.wait_for(std::chrono::seconds(10)), std::future_status::ready);
     EXPECT_TRUE(engine.isDrained());
+}
+
+TEST_F(RoutingCallEngineTest, CallsThatAreOlderThanTheirStateAllowsAreStuck)
+{
+    // Any age is more than the one, none more than the other.
+    constexpr std::chrono::milliseconds kTooLong{-1};
+    constexpr std::chrono::milliseconds kShort = std::chrono::hours(1);
+    const struct
+    {
+        const char* m_szOptions;
+        bool m_bEnded;
+        const char* m_szState;
+        std::chrono::milliseconds m_unanswered;
+        std::chrono::milliseconds m_ending;
+        const char* m_szStuck;
+    } rows[] = {
+        {"service = \"echo\"\nringing = \"none\"\nanswerAfterMs = 86400000",
+         false,                                                                     "arrived",
+         kTooLong,                                                                                        kShort,
+         "1"                                                                                                           },
+        {"service = \"ring\"",                                               false, "ringing",  kTooLong, kShort,   "1"},
+        {"service = \"ring\"",                                               false, "ringing",  kShort,   kTooLong, "0"},
+        {"service = \"echo\"",                                               false, "answered", kTooLong, kTooLong, "0"},
+        {"service = \"echo\"",                                               true,  "ending",   kShort,   kTooLong, "1"},
+        {"service = \"ring\"",                                               true,  "ending",   kTooLong, kShort,   "0"},
+    };
+    for (const auto& row : rows)
+    {
+        SCOPED_TRACE(std::string(row.m_szOptions) + ", " + row.m_szState);
+        RoutingCallEngine engine;
+        EngineControl control(engine);
+        engine.setPatience(row.m_unanswered, row.m_ending);
+        engine.setRoutes(readRoute(row.m_szOptions));
+        engine.start();
+        engine.takeCalls(true);
+        std::unique_ptr<CallInInterface> pCall(engine.newInCall(new FakeLeg(Told()), "c"));
+        pCall->invite(legTo("sip:x@h"));
+        if (row.m_bEnded)
+        {
+            EXPECT_EQ(control.hangUp("c").m_kind, CommandResult::DONE);
+        }
+        MetricsPage page;
+        engine.collect(page);
+        const auto has = [&page](const std::string& in_strLine)
+        { return page.getText().find(in_strLine + "\n") != std::string::npos; };
+        EXPECT_TRUE(has(std::string("quorvex_calls_by_state{state=\"") + row.m_szState + "\"} 1"));
+        EXPECT_TRUE(has(std::string("quorvex_calls_stuck ") + row.m_szStuck)) << page.getText();
+    }
 }
 
 TEST_F(RoutingCallEngineTest, AStoppedEngineRecordsWhatIsLeftAndRefusesWhatComes)
