@@ -22,6 +22,8 @@ struct LegView
     std::string m_strFrom;
     std::string m_strTo;
     std::chrono::milliseconds m_age{0};
+    /// What call-progress analysis has heard; empty without one, and until it has.
+    std::string m_strCpa = {};
 };
 
 /// One running call, as it was at one moment; the direction and the parties are those of its first leg.

@@ -330,10 +330,10 @@ CallEnd* GatewayCall::otherEnd(const CallEnd& in_end) const
 void GatewayCall::disconnected()
 {
     m_pCaller->disconnected();
-    ended(*m_pCaller);
+    ended(*m_pCaller, CallRecord::EndedBy::LOCAL);
 }
 
-void GatewayCall::ended(CallEnd& in_end)
+void GatewayCall::ended(CallEnd& in_end, CallRecord::EndedBy in_others)
 {
     if (m_pLeaving == &in_end)
     {
@@ -353,7 +353,7 @@ void GatewayCall::ended(CallEnd& in_end)
         m_transfer->m_pAsking = nullptr;
         return;
     }
-    end(CallRecord::EndedBy::LOCAL);
+    end(in_others);
 }
 
 CallRecord GatewayCall::released()
@@ -365,7 +365,8 @@ CallRecord GatewayCall::released()
     m_pCaller->release();
     if (bWordless)
     {
-        ended(*m_pCaller);
+        ended(*m_pCaller,
+              record.m_endedBy == CallRecord::EndedBy::STOP ? record.m_endedBy : CallRecord::EndedBy::LOCAL);
     }
     record.m_strCall = m_strCallId;
     record.m_strRoute = getRouteName();

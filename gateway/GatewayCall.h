@@ -157,7 +157,7 @@ private:
     /// Everybody who is left is hung up.
     void end(CallRecord::EndedBy in_endedBy);
     CallEnd* otherEnd(const CallEnd& in_end) const;
-    void ended(CallEnd& in_end);
+    void ended(CallEnd& in_end, CallRecord::EndedBy in_others);
 
     void ringing(Party& io_party, RingType in_ringType);
     void earlyMedia(Party& io_party);

@@ -24,7 +24,11 @@ public:
     OutboundParty& get() { return m_party; }
     const OutboundParty& get() const { return m_party; }
 
-    void hangup(CallRecord::EndedBy /*in_endedBy*/) override { m_party.hangup(); }
+    void hangup(CallRecord::EndedBy in_endedBy) override
+    {
+        // Whoever else has ended the call: of this party, it is the gateway that ends the leg.
+        m_party.hangup(in_endedBy == CallRecord::EndedBy::STOP ? in_endedBy : CallRecord::EndedBy::LOCAL);
+    }
     bool sendInfo(const std::vector<Parameter>& in_vParameters) override
     {
         return m_party.sendInfo(in_vParameters);
@@ -43,7 +47,7 @@ private:
     void partyEarlyMedia() override { m_call.earlyMedia(*this); }
     void partyConnected(Call::ConnectionType in_type) override { m_call.connected(*this, in_type); }
     void partyFailed(const ConnectionFailureType& in_failure) override { m_call.failed(*this, in_failure); }
-    void partyDisconnected() override { m_call.ended(*this); }
+    void partyDisconnected(CallRecord::EndedBy in_others) override { m_call.ended(*this, in_others); }
     void partyTransfer(const CallLegInfo& in_leg) override { m_call.transferRequested(*this, in_leg); }
     void partyInfo(const std::vector<Parameter>& in_vParameters) override
     {

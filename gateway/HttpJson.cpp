@@ -212,7 +212,11 @@ std::string calls(const std::vector<CallView>& in_vCalls)
         json["legs"] = Json::array();
         for (const LegView& leg : call.m_vLegs)
         {
-            json["legs"].push_back(viewOf(leg));
+            Json& view = json["legs"].emplace_back(viewOf(leg));
+            if (!leg.m_strCpa.empty())
+            {
+                view["cpa"] = leg.m_strCpa;
+            }
         }
         list.push_back(std::move(json));
     }

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "net/HostResolver.h"
+#include "sip/Sip.h"
 #include "sip/SipFailure.h"
 #include "sipstack/DsSipURL.h"
 
@@ -17,6 +18,7 @@ constexpr const char* kRequestUriKey = "sip.out.requestUri";
 constexpr const char* kRedirectInKey = "sip.in.redirect.Contact";
 constexpr const char* kRedirectOutKey = "sip.out.redirect.Contact";
 constexpr const char* kHeaderKey = "sip.out.header.";
+constexpr const char* kCpaKey = "sip.out.cpa.enabled";
 
 // Redirecting parties must not keep a call going for ever.
 constexpr unsigned int kMaxAttempts = 20;
@@ -41,6 +43,24 @@ std::string hostOf(const CallLegInfo& in_leg)
 {
     const DsHandle<DsSipURL> hUrl = DsSipURL::parse(destinationOf(in_leg));
     return hUrl.isNil() ? std::string() : hUrl->getHost();
+}
+
+/// What call-progress analysis has heard when it fails a call for this; empty when it fails none for it.
+const char* analysisOf(std::int32_t in_iFailure)
+{
+    switch (in_iFailure)
+    {
+        case eBUSY_FAILURE:
+            return "busy";
+        case eUNAVAILABLE_FAILURE:
+            return "reorder";
+        case eINVALID_NUMBER_FAILURE:
+            return "sit";
+        case eNO_ANSWER_FAILURE:
+            return "ringback";
+        default:
+            return "";
+    }
 }
 
 }  // namespace
@@ -80,13 +100,16 @@ public:
 
     void begin();
     void invite();
-    void hangup();
+    void hangup(CallRecord::EndedBy in_endedBy);
     /// There is something to hear, now if not before.
     void alerted() { m_alerted = m_alerted.value_or(std::chrono::system_clock::now()); }
     /// The leg is over: what its INVITE was really answered with (0: nothing), and who ended it.
     void answeredFinally(unsigned int in_uiStatus, CallOutInterface::Ending in_ending);
     /// Whether a 3xx has ended the leg without naming a target.
     bool isRedirectedNowhere() const { return m_uiFinalStatus / 100 == 3 && !m_bRedirected; }
+    bool isAnalysed() const { return m_callInfo.getCurrentLeg().isTrue(kCpaKey); }
+    /// What call-progress analysis has ended the leg for; empty when it has not.
+    std::string failedAnalysis() const;
     CallRecord record() const;
 
     OutboundParty& m_party;
@@ -108,6 +131,7 @@ public:
     unsigned int m_uiFinalStatus = 0;
     unsigned int m_uiStatus = 0;
     std::string m_strReason;
+    std::optional<std::int32_t> m_failure;
     std::string m_strCpa;
 };
 
@@ -249,12 +273,12 @@ void OutboundParty::Attempt::invite()
     }
 }
 
-void OutboundParty::Attempt::hangup()
+void OutboundParty::Attempt::hangup(CallRecord::EndedBy in_endedBy)
 {
     if (m_state != State::eENDING)
     {
         m_state = State::eENDING;
-        m_endedBy = m_endedBy.value_or(CallRecord::EndedBy::LOCAL);
+        m_endedBy = m_endedBy.value_or(in_endedBy);
         if (m_pLeg != nullptr)
         {
             m_pLeg->hangup();
@@ -275,12 +299,21 @@ void OutboundParty::Attempt::answeredFinally(unsigned int in_uiStatus, CallOutIn
             break;
         case CallOutInterface::Ending::NEAR_END:
             // A stop is none of the call's doing.
-            if (m_endedBy.has_value())
+            if (m_endedBy.value_or(CallRecord::EndedBy::STOP) != CallRecord::EndedBy::STOP)
             {
                 m_endedBy = CallRecord::EndedBy::LOCAL;
             }
             break;
     }
+}
+
+std::string OutboundParty::Attempt::failedAnalysis() const
+{
+    // It fails calls that the far end has answered.
+    return isAnalysed() && m_failure.has_value() && Sip::isSuccessResponse(m_uiFinalStatus) &&
+                   !m_answered.has_value()
+               ? analysisOf(*m_failure)
+               : "";
 }
 
 CallRecord OutboundParty::Attempt::record() const
@@ -304,6 +337,11 @@ CallRecord OutboundParty::Attempt::record() const
     record.m_uiStatus = m_uiFinalStatus != 0 ? m_uiFinalStatus : m_uiStatus;
     record.m_strReason = m_strReason;
     record.m_strCpa = m_strCpa;
+    if (const std::string strHeard = failedAnalysis(); !strHeard.empty())
+    {
+        record.m_strCpa = strHeard;
+        record.m_strReason = "call-progress analysis heard: " + strHeard;
+    }
     return record;
 }
 
@@ -380,7 +418,7 @@ void OutboundParty::connected(Attempt& io_attempt, Call::ConnectionType in_type)
     io_attempt.m_bVerdict = true;
     io_attempt.m_bMedia = true;
     io_attempt.m_uiStatus = 200;
-    if (in_type != Call::eCONNECTION_NONE)
+    if (in_type != Call::eCONNECTION_NONE || io_attempt.isAnalysed())
     {
         io_attempt.m_strCpa = Call::getConnectionTypeEntry(in_type).m_name;
     }
@@ -405,6 +443,7 @@ void OutboundParty::failed(Attempt& io_attempt, const ConnectionFailureType& in_
         io_attempt.m_uiStatus = Sip::getResponseCode(in_failure);
     }
     io_attempt.m_strReason = Call::getFailureEntry(in_failure.getFailure()).m_meaning;
+    io_attempt.m_failure = in_failure.getFailure();
     if (io_attempt.m_state != Attempt::State::eENDING)
     {
         io_attempt.m_endedBy = in_failure.getFailure() == eNO_ANSWER_FAILURE ? CallRecord::EndedBy::TIMEOUT
@@ -414,7 +453,7 @@ void OutboundParty::failed(Attempt& io_attempt, const ConnectionFailureType& in_
     if (bWasConnected)
     {
         m_pConnected = nullptr;
-        m_listener.partyDisconnected();
+        m_listener.partyDisconnected(CallRecord::EndedBy::LOCAL);
         return;
     }
     if (m_bEnding || m_bVerdict)
@@ -484,7 +523,7 @@ void OutboundParty::disconnected(Attempt& io_attempt)
     if (m_pConnected == &io_attempt)
     {
         m_pConnected = nullptr;
-        m_listener.partyDisconnected();
+        m_listener.partyDisconnected(CallRecord::EndedBy::LOCAL);
     }
 }
 
@@ -496,7 +535,8 @@ void OutboundParty::gone(Attempt& io_attempt)
         m_pConnected = nullptr;
         if (!m_bEnding)
         {
-            m_listener.partyDisconnected();
+            m_listener.partyDisconnected(io_attempt.m_endedBy.has_value() ? CallRecord::EndedBy::LOCAL
+                                                                          : CallRecord::EndedBy::STOP);
         }
     }
     else if (!io_attempt.m_bVerdict && m_bEnding)
@@ -527,7 +567,7 @@ void OutboundParty::gone(Attempt& io_attempt)
     }
 }
 
-void OutboundParty::hangup()
+void OutboundParty::hangup(CallRecord::EndedBy in_endedBy)
 {
     m_bEnding = true;
     m_pConnected = nullptr;
@@ -536,7 +576,7 @@ void OutboundParty::hangup()
     m_targetsLeft = 0;
     for (const auto& pAttempt : m_vAttempts)
     {
-        pAttempt->hangup();
+        pAttempt->hangup(in_endedBy);
     }
 }
 
@@ -597,13 +637,13 @@ void OutboundParty::addViews(std::vector<LegView>& io_vLegs) const
     {
         const CallRecord record = pAttempt->record();
         constexpr const char* kStates[] = {"calling", "ringing", "answered", "ending"};
-        io_vLegs.push_back(
-            {std::to_string(pAttempt->m_uiLeg),
-             "out",
-             kStates[static_cast<std::size_t>(pAttempt->m_state)],
-             record.m_strFrom,
-             record.m_strTo,
-             std::chrono::duration_cast<std::chrono::milliseconds>(now - pAttempt->m_invited)});
+        io_vLegs.push_back({std::to_string(pAttempt->m_uiLeg),
+                            "out",
+                            kStates[static_cast<std::size_t>(pAttempt->m_state)],
+                            record.m_strFrom,
+                            record.m_strTo,
+                            std::chrono::duration_cast<std::chrono::milliseconds>(now - pAttempt->m_invited),
+                            record.m_strCpa});
     }
 }
 

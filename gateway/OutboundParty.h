@@ -44,8 +44,9 @@ public:
         virtual void partyConnected(Call::ConnectionType in_type) = 0;
         /// No leg could be connected: why the last one could not. Instead of partyConnected().
         virtual void partyFailed(const ConnectionFailureType& in_failure) = 0;
-        /// The connected party has hung up, or its leg has failed.
-        virtual void partyDisconnected() = 0;
+        /// The connected party has hung up, or its leg has failed; or the gateway stops, and stops those too
+        /// who talk to it.
+        virtual void partyDisconnected(CallRecord::EndedBy in_others) = 0;
         virtual void partyInfo(const std::vector<Parameter>& in_vParameters) = 0;
         /// The connected party asks to be transferred away, to "sip.in.referTo".
         virtual void partyTransfer(const CallLegInfo& in_leg) = 0;
@@ -79,8 +80,8 @@ public:
     /// legs are counted in records.
     void place(std::vector<CallLegInfo> in_vLegs, unsigned int in_uiFirstLeg);
 
-    /// Gives the call up, or ends it, at any moment; nothing more is tried.
-    void hangup();
+    /// Gives the call up, or ends it, at any moment; nothing more is tried. `in_endedBy`: LOCAL or STOP.
+    void hangup(CallRecord::EndedBy in_endedBy);
     bool sendInfo(const std::vector<Parameter>& in_vParameters);
 
     /// The outcome of the transfer that the connected party asked for. Nothing happens without one.
