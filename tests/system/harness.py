@@ -30,9 +30,9 @@ def check(condition, text):
 
 
 # Ports of the tests: below the gateway's RTP range and the ones the kernel hands out. RTCP goes to the port above RTP's,
-# so a port from the kernel beside somebody's RTP would hear it.
-_ports = itertools.cycle(range(7000, 16384, 2))
-for _ in range(random.randrange(4692)):
+# so a port from the kernel beside somebody's RTP would hear it. The first thousands would meet the control ports of sipps.
+_ports = itertools.cycle(range(9000, 16384, 2))
+for _ in range(random.randrange(3692)):
     next(_ports)
 
 NO_RTP = 5998
@@ -41,7 +41,7 @@ NO_RTP = 5998
 
 def bound_socket(kind=socket.SOCK_DGRAM, port=None):
     """A socket on a port of 127.0.0.1: an even one whose upper neighbour nobody is given, or `port`."""
-    for port in [port] if port else itertools.islice(_ports, 4692):
+    for port in [port] if port else itertools.islice(_ports, 3692):
         taken = socket.socket(socket.AF_INET, kind)
         try:
             taken.bind(("127.0.0.1", port))

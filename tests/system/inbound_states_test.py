@@ -1,12 +1,13 @@
 #!/usr/bin/env python3
 """Every state of a call that arrives, and in each of them everything that a caller, an operator or the clock may cause: the
-messages of the call, and its record."""
+messages of the call, which sipp plays, and its record."""
 import sys
+import threading
 from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parent))
-from harness import Failure, Gateway, check, run  # noqa: E402
-from ladder import Ladder  # noqa: E402
+from harness import Gateway, check, run  # noqa: E402
+from sipp_ladder import call, operator, perform  # noqa: E402
 
 
 def route(user, service="echo", **options):
@@ -14,15 +15,16 @@ def route(user, service="echo", **options):
 
 
 NEVER = 600000
+LATER = 1000  # when what came first is over: a reliable 183 has its PRACK
 ROUTES = [
     route("echo"), route("atonce", ringing="none"), route("rings", answerAfterMs=NEVER),
     route("rings-early", answerAfterMs=NEVER, ringing="earlyMedia"), route("silent", ringing="none", answerAfterMs=NEVER),
-    route("progress", progress=True, ringing="none", answerAfterMs=NEVER), route("progress-rings", progress=True, answerAfterMs=150),
-    route("progress-atonce", progress=True, ringing="none", answerAfterMs=150),
+    route("progress", progress=True, ringing="none", answerAfterMs=NEVER), route("progress-rings", progress=True, answerAfterMs=LATER),
+    route("progress-atonce", progress=True, ringing="none", answerAfterMs=LATER),
     route("busy", "reject"), route("busy-later", "reject", answerAfterMs=60), route("hangs-up", hangupAfterMs=60),
     route("progress-at-once", progress=True, ringing="none"),
     route("progress-busy-at-once", "reject", progress=True, ringing="none", answerAfterMs=1),
-    route("progress-busy", "reject", progress=True, answerAfterMs=150), route("early", ringing="earlyMedia"),
+    route("progress-busy", "reject", progress=True, answerAfterMs=LATER), route("early", ringing="earlyMedia"),
 ]
 
 # Who is called, the ladder, and the call's record: final status, who ended it, whether it was answered.
@@ -123,36 +125,19 @@ CLOCK = [
 ]
 
 
-def check_stop(gateway, faults):
-    try:
-        gateway.stop()
-    except Failure as failure:
-        faults.append(str(failure))
-
-
 def go(build, cases, **sip):
     """Runs the cases on one gateway, all their faults reported; then it must stop clean."""
-    faults = []
     with Gateway(build, {"quorvex.sip": {"state.Disconnecting.timeoutMs": 1500, **sip}}, ROUTES) as gateway:
-        ladders = []
-        for user, ladder, expected in cases:
-            ladders.append((Ladder(gateway, user), ladder, expected))
-            try:
-                ladders[-1][0].run(ladder)
-            except Failure as failure:
-                faults.append(f"{user}: {failure}")
-        check_stop(gateway, faults)
+        plays = [call(gateway, number, user, ladder, operator(gateway)) for number, (user, ladder, _) in enumerate(cases)]
+        faults = perform(plays, gateway.stop)
         records = {record["sipCallId"]: record for record in gateway.records()}
-        for caller, ladder, expected in ladders:
-            record = records.pop(caller.call_id, None)
+        for play, (_, _, expected) in zip(plays, cases):
+            record = records.get(play.call_id)
             found = record and (record["status"], record["endedBy"], record["answered"] is not None)
+            caller = play.parties[-1]
             parties = (f"sip:tester@127.0.0.1:{caller.port}", caller.uri)
             if found != expected or (record["from"], record["to"]) != parties:
-                faults.append(f"{caller.uri} \"{ladder}\": recorded as {found}, {expected} expected: {record}")
-            left = caller.left()
-            if left:
-                faults.append(f"{caller.uri} \"{ladder}\": then came {left}")
-            caller.socket.close()
+                faults.append(f"{play.title}: recorded as {found}, {expected} expected: {record}")
         check(not faults, "\n        " + "\n        ".join(faults))
         gateway.check_accounts_are_zero()
 
@@ -182,22 +167,20 @@ def connected(build):
 
 
 def nothing_comes(build):
-    go(build, CLOCK, t1Ms=10, timerCMs=1000)
+    go(build, CLOCK, t1Ms=10, timerCMs=3000)
 
 
 def stopped(build):
     """A stop in every state: the caller gets its final response or BYE at once, and the gateway ends clean."""
-    cases = [("silent", ">INVITE !seen", "503 >ACK"), ("progress", ">INVITE 183+", "503 >ACK"), ("rings", ">INVITE 180", "503 >ACK"),
-             ("progress", ">INVITErel 183+", "503 >ACK"), ("progress", ">INVITErel 183+ >PRACK 200", "503 >ACK"),
-             ("echo", ">INVITE 180 200+", ">ACK BYE >200"), ("echo", ">INVITE 180 200+ >ACK", "BYE >200"),
-             ("echo", ">INVITE 180 200+ >ACK >INVITEhold 200+", "BYE >200")]
+    cases = [("silent", ">INVITE !seen !stop 503 >ACK"), ("progress", ">INVITE 183+ !stop 503 >ACK"),
+             ("rings", ">INVITE 180 !stop 503 >ACK"), ("progress", ">INVITErel 183+ !stop 503 >ACK"),
+             ("progress", ">INVITErel 183+ >PRACK 200 !stop 503 >ACK"), ("echo", ">INVITE 180 200+ !stop >ACK BYE >200"),
+             ("echo", ">INVITE 180 200+ >ACK !stop BYE >200"), ("echo", ">INVITE 180 200+ >ACK >INVITEhold 200+ !stop BYE >200")]
     with Gateway(build, routes=ROUTES) as gateway:
-        callers = [(Ladder(gateway, user), end) for user, before, end in cases]
-        for (caller, _), (_, before, _) in zip(callers, cases):
-            caller.run(before)
-        gateway.signal()
-        for caller, end in callers:
-            caller.run(end)
+        stop = threading.Barrier(len(cases), gateway.signal)
+        commands = {**operator(gateway), "stop": lambda _: stop.wait(20)}
+        faults = perform([call(gateway, number, *case, commands) for number, case in enumerate(cases)], gateway.wait)
+        check(not faults, "\n        " + "\n        ".join(faults))
         check(gateway.wait() == 0, "the exit code is not 0")
         found = sorted((record["status"], record["endedBy"]) for record in gateway.records())
         check(found == [(200, "stop")] * 3 + [(503, "stop")] * 5, f"recorded: {found}")

@@ -8,16 +8,16 @@ def scenario(*steps):
             "\n</scenario>\n")
 
 
-def message(lines, body=""):
+def message(lines, body="", content_type="application/sdp"):
     head = "\n".join(line for line in lines if line)
     if body:
-        head += "\nContent-Type: application/sdp"
+        head += f"\nContent-Type: {content_type}"
     return f"<![CDATA[\n{head}\nContent-Length: [len]\n\n{body}]]>"
 
 
-def send(lines, body="", retrans=0):
+def send(lines, body="", retrans=0, content_type="application/sdp"):
     attribute = f' retrans="{retrans}"' if retrans else ""
-    return f"<send{attribute}>{message(lines, body)}</send>"
+    return f"<send{attribute}>{message(lines, body, content_type)}</send>"
 
 
 def receive(what, optional=False, rrs=False, save=(), lookahead=""):
