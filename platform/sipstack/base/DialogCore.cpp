@@ -82,7 +82,8 @@ std::shared_ptr<DialogCore> DialogCore::fromInvite(SipAgent& in_agent,
     nta_leg_server_route(dialog->m_pLeg, in_pSip->sip_record_route, in_pSip->sip_contact);
     dialog->m_strCallId = in_pSip->sip_call_id->i_id;
     dialog->m_strRemoteTag = in_pSip->sip_from->a_tag != nullptr ? in_pSip->sip_from->a_tag : "";
-    dialog->m_strTarget = MessageBridge::urlText(in_pSip->sip_contact->m_url);
+    dialog->m_strTarget = MessageBridge::urlText(in_pSip->sip_contact != nullptr ? in_pSip->sip_contact->m_url
+                                                                                 : in_pSip->sip_from->a_url);
     dialog->m_hDialog = DsHandle<DsSipDialog>(new DsSipDialog(dialog));
     return dialog;
 }

@@ -1,6 +1,8 @@
 #include "sipstack/base/MessageClass.h"
 
+#include <cctype>
 #include <cstring>
+#include <string_view>
 
 namespace Quorvex
 {
@@ -35,10 +37,76 @@ void restoreLine(const msg_header_t* in_pHeader, char* out_szLine, isize_t in_le
     }
 }
 
+bool isToken(std::string_view in_text)
+{
+    constexpr std::string_view kOthers = "-.!%*_+`'~";
+    for (const char c : in_text)
+    {
+        if (std::isalnum(static_cast<unsigned char>(c)) == 0 && kOthers.find(c) == std::string_view::npos)
+        {
+            return false;
+        }
+    }
+    return !in_text.empty();
+}
+
+std::string_view trimmed(std::string_view in_text)
+{
+    while (!in_text.empty() && isBlank(in_text.front()))
+    {
+        in_text.remove_prefix(1);
+    }
+    while (!in_text.empty() && isBlank(in_text.back()))
+    {
+        in_text.remove_suffix(1);
+    }
+    return in_text;
+}
+
+// What the base library drops without an answer, though it begins with a method and ends in the version: a
+// method of characters that only RFC 3261 allows, or a Request-URI that is none. A request with such a URI is
+// answered 400.
+issize_t readOddRequestLine(su_home_t* in_pHome, msg_header_t* out_pHeader)
+{
+    const auto* const common = reinterpret_cast<const msg_common_t*>(out_pHeader);
+    auto* const request = reinterpret_cast<sip_request_t*>(out_pHeader);
+    constexpr std::string_view kVersion = " SIP/2.0";
+    if (common->h_data == nullptr)
+    {
+        return -1;
+    }
+    std::string_view line = trimmed({static_cast<const char*>(common->h_data), common->h_len});
+    const std::size_t blank = line.find(' ');
+    if (blank == std::string_view::npos || !isToken(line.substr(0, blank)) ||
+        line.size() < blank + kVersion.size() || line.substr(line.size() - kVersion.size()) != kVersion)
+    {
+        return -1;
+    }
+    const std::string_view method = line.substr(0, blank);
+    line.remove_suffix(kVersion.size());
+    const std::string_view uri = trimmed(line.substr(blank));
+    char* const name = su_strndup(in_pHome, method.data(), static_cast<isize_t>(method.size()));
+    char* const text = su_strndup(in_pHome, uri.data(), static_cast<isize_t>(uri.size()));
+    if (name == nullptr || text == nullptr)
+    {
+        return -1;
+    }
+    request->rq_method = sip_method_code(name);
+    request->rq_method_name = name;
+    request->rq_version = sip_version_2_0;
+    if (uri.empty() || uri.find_first_of(" \t") != std::string_view::npos || url_d(request->rq_url, text) < 0)
+    {
+        *request->rq_url = url_t();
+        request->rq_url->url_type = url_invalid;
+    }
+    return 0;
+}
+
 issize_t parseRequestLine(su_home_t* in_pHome, msg_header_t* out_pHeader, char* io_szLine, isize_t in_length)
 {
     restoreLine(out_pHeader, io_szLine, in_length);
-    return sip_request_class->hc_parse(in_pHome, out_pHeader, io_szLine, in_length);
+    const issize_t result = sip_request_class->hc_parse(in_pHome, out_pHeader, io_szLine, in_length);
+    return result >= 0 ? result : readOddRequestLine(in_pHome, out_pHeader);
 }
 
 issize_t parseStatusLine(su_home_t* in_pHome, msg_header_t* out_pHeader, char* io_szLine, isize_t in_length)
@@ -53,6 +121,10 @@ thread_local nta_agent_t* t_pAgent = nullptr;
 issize_t extractBody(msg_t* in_pMsg, msg_pub_t* io_pPublic, char* io_szText, isize_t in_length, int in_iEnd)
 {
     auto* const sip = reinterpret_cast<sip_t*>(io_pPublic);
+    if (sip->sip_request != nullptr && sip->sip_request->rq_url->url_type == url_invalid)
+    {
+        sip->sip_flags |= MSG_FLG_ERROR;
+    }
     if (sip->sip_request != nullptr && sip->sip_request->rq_method == sip_method_cancel)
     {
         const nta_incoming_t* const invite = cancelledInvite(t_pAgent, sip);

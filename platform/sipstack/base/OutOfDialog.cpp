@@ -41,6 +41,13 @@ bool hasBadReplaces(const sip_t* in_pSip)
     return replaces != nullptr && (replaces->rp_to_tag == nullptr || replaces->rp_from_tag == nullptr);
 }
 
+// RFC 2543 knew no branches with a cookie, and let the From header stand for the Contact.
+bool isOfRfc2543(const sip_t* in_pSip)
+{
+    const char* const branch = in_pSip->sip_via->v_branch;
+    return branch == nullptr || su_casenmatch(branch, "z9hG4bK", 7) == 0;
+}
+
 }  // namespace
 
 int SipAgent::refuse(nta_incoming_t* in_pIrq, int in_iStatus, const char* in_szPhrase, bool in_bRetryAfter)
@@ -138,7 +145,8 @@ int SipAgent::onInvite(nta_incoming_t* in_pIrq, const sip_t* in_pSip)
         ++m_ulOverloadRefused;
         return refuse(in_pIrq, SIP_503_SERVICE_UNAVAILABLE, true);
     }
-    if (in_pSip->sip_contact == nullptr || in_pSip->sip_contact->m_url->url_type == url_any)
+    const bool missing = in_pSip->sip_contact == nullptr;
+    if (missing ? !isOfRfc2543(in_pSip) : in_pSip->sip_contact->m_url->url_type == url_any)
     {
         return refuse(in_pIrq, 400, "Missing Contact Header");
     }

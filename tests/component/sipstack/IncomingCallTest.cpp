@@ -342,6 +342,26 @@ TEST_F(IncomingCallTest, InviteWithoutContactIsRefusedWithTheReason)
     expectEnd();
 }
 
+// RFC 2543: no branch with a cookie, no tag, and the From header is where the far end is.
+TEST_F(IncomingCallTest, InviteOfTheOldStandardNeedsNoContact)
+{
+    const std::string me = "127.0.0.1:" + std::to_string(m_peer.port());
+    const std::string headers = "Via: SIP/2.0/UDP " + me + "\r\nFrom: <sip:old@" + me + ">\r\nCall-ID: old-" +
+                                std::to_string(m_peer.port()) + "\r\nTo: <sip:b@127.0.0.1>";
+    m_peer.send("INVITE sip:b@127.0.0.1 SIP/2.0\r\n" + headers + "\r\nCSeq: 56 INVITE\r\n\r\n");
+    {
+        const Report called = reports().expect("called");
+        called.m_hIn->answer(TestAgent::response(200, called.request(), kSdp));
+        const std::string tag = RawPeer::tagOf(RawPeer::header(m_peer.expect("SIP/2.0 200"), "To"));
+        m_peer.send("ACK sip:b@127.0.0.1 SIP/2.0\r\n" + headers + ";tag=" + tag + "\r\nCSeq: 56 ACK\r\n\r\n");
+        reports().expect("callConfirmed");
+        called.m_hIn->hangup();
+        m_peer.respond(m_peer.expect("BYE sip:old@" + me + " SIP/2.0"), "200 OK");
+        reports().expect("terminated");
+    }
+    expectEnd();
+}
+
 TEST_F(IncomingCallTest, MergedInviteIsRefused)
 {
     const Report called = invite();
