@@ -240,10 +240,16 @@ void RegistrationImpl::onResponse(const DsHandle<DsSipResponse>& in_hResponse)
     {
         return;
     }
-    m_bAnsweredChallenge = false;
+    const bool answeredChallenge = std::exchange(m_bAnsweredChallenge, false);
     m_bRaisedExpires = false;
     if (!in_hResponse.isNil() && in_hResponse->getStatusCode() / 100 == 2)
     {
+        DsSipStack* const stack = SipStack::instance()->getStack();
+        if (answeredChallenge && stack != nullptr)
+        {
+            // What the registrar takes, its proxies ask calls for.
+            stack->addCredential({m_strRealm, m_config.m_strUser, m_config.m_strPassword});
+        }
         if (m_uiSentExpiresS == 0)
         {
             onWithdrawn();
@@ -286,6 +292,7 @@ bool RegistrationImpl::retryAtOnce(const DsSipResponse& in_response)
         m_bAnsweredChallenge = true;
         m_strAuthorizationName = answers.front().m_strName;
         m_strAuthorization = answers.front().m_strValue;
+        m_strRealm = answers.front().m_strRealm;
         send(m_uiSentExpiresS);
         return true;
     }

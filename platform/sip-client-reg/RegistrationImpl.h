@@ -78,6 +78,7 @@ private:
     unsigned int m_uiExpiresS;          // what to ask for: the configured time, or the registrar's minimum
     unsigned int m_uiFailures = 0;
     bool m_bAnsweredChallenge = false;
+    std::string m_strRealm;  // of the challenge that was answered
     bool m_bRaisedExpires = false;
     std::string m_strAuthorizationName;
     std::string m_strAuthorization;

@@ -57,16 +57,26 @@ bool DsSipStack::start(const DsSipStackConfig& in_config,
     {
         return false;
     }
-    auto agent = std::make_shared<SipAgent>(in_config, in_hNewCall);
-    if (!agent->start(out_strError))
+    // Calls may come, and use the stack, before this returns.
+    m_pAgent = std::make_shared<SipAgent>(in_config, in_hNewCall);
+    if (!m_pAgent->start(out_strError))
     {
+        m_pAgent.reset();
         return false;
     }
-    m_pAgent = std::move(agent);
     m_bRunning = true;
     DsSipStack* expected = nullptr;
     s_pInstance.compare_exchange_strong(expected, this);
     return true;
+}
+
+void DsSipStack::addCredential(DsSipCredential in_credential)
+{
+    if (m_pAgent)
+    {
+        m_pAgent->post([agent = m_pAgent, credential = std::move(in_credential)]
+                       { agent->addCredential(credential); });
+    }
 }
 
 void DsSipStack::drain()

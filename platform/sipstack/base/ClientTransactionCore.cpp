@@ -127,7 +127,7 @@ void ClientTransactionCore::onResponse(const sip_t* in_pSip)
     }
     const auto response = m_agent.bridge().fromResponse(m_pRequest->get()).dynamicCast<DsSipResponse>();
     if (m_challenges.answer(
-            response, m_hRequest->getMethod(), m_hRequest->getRequestURI(), m_agent.config().m_vCredentials))
+            response, m_hRequest->getMethod(), m_hRequest->getRequestURI(), m_agent.credentials()))
     {
         ++m_uiCSeq;
         send();

@@ -248,10 +248,8 @@ void DialogCore::sendBye(const DsHandle<DsSipRequest>& in_hBye)
             if (!internal)
             {
                 response = m_agent.bridge().fromResponse(m_pBye->get());
-                if (m_challenges.answer(response.dynamicCast<DsSipResponse>(),
-                                        "BYE",
-                                        target(),
-                                        m_agent.config().m_vCredentials))
+                if (m_challenges.answer(
+                        response.dynamicCast<DsSipResponse>(), "BYE", target(), m_agent.credentials()))
                 {
                     sendBye(m_hBye);
                     return;

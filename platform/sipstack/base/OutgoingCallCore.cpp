@@ -328,7 +328,7 @@ void OutgoingCallCore::onFailure(int in_iStatus,
 {
     const auto& invite = m_hCall->getInvite();
     if (!m_bCancelled &&
-        m_challenges.answer(in_hResponse, "INVITE", invite->getRequestURI(), m_agent.config().m_vCredentials))
+        m_challenges.answer(in_hResponse, "INVITE", invite->getRequestURI(), m_agent.credentials()))
     {
         // The same call once more, with credentials; what the first attempt made is forgotten.
         ++m_uiCSeq;

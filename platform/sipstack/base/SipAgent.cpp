@@ -48,7 +48,10 @@ std::string bracketed(const std::string& in_strAddress)
 }  // namespace
 
 SipAgent::SipAgent(DsSipStackConfig in_config, DsHandle<DsSipNewCallinterface> in_hNewCall)
-    : m_config(std::move(in_config)), m_hNewCall(std::move(in_hNewCall)), m_bridge(*this)
+    : m_config(std::move(in_config)),
+      m_hNewCall(std::move(in_hNewCall)),
+      m_bridge(*this),
+      m_vCredentials(m_config.m_vCredentials)
 {
 }
 
@@ -212,6 +215,24 @@ void SipAgent::stop(unsigned int in_uiTimeoutMs)
         wait->m_condition.wait_until(lock, deadline, [&] { return wait->m_bDone; });
     }
     m_thread.join();
+}
+
+void SipAgent::addCredential(const DsSipCredential& in_credential)
+{
+    constexpr std::size_t kMost = 1024;
+    const auto known = std::find_if(m_vCredentials.begin(),
+                                    m_vCredentials.end(),
+                                    [&](const DsSipCredential& in_other)
+                                    { return in_other.m_strRealm == in_credential.m_strRealm; });
+    if (known == m_vCredentials.end() && m_vCredentials.size() < kMost)
+    {
+        m_vCredentials.push_back(in_credential);
+    }
+    else if (known - m_vCredentials.begin() >= static_cast<std::ptrdiff_t>(m_config.m_vCredentials.size()) &&
+             known != m_vCredentials.end())
+    {
+        *known = in_credential;
+    }
 }
 
 void SipAgent::refuseUnanswered()

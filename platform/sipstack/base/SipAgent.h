@@ -43,6 +43,9 @@ public:
     void stop(unsigned int in_uiTimeoutMs);
     bool post(std::function<void()> in_job) { return m_thread.post(std::move(in_job)); }
     const DsSipStackConfig& config() const { return m_config; }
+    /// The configured ones, then those that were added.
+    const std::vector<DsSipCredential>& credentials() const { return m_vCredentials; }
+    void addCredential(const DsSipCredential& in_credential);
     DsSipStackStatistics statistics();
     bool isDraining() const { return m_bDraining.load(std::memory_order_relaxed); }
 
@@ -130,6 +133,7 @@ private:
     nta_agent_t* m_pNta = nullptr;
     nta_leg_t* m_pDefaultLeg = nullptr;
     std::unique_ptr<ServerLocator> m_pServerLocator;
+    std::vector<DsSipCredential> m_vCredentials;
     std::atomic<bool> m_bDraining{false};
     std::function<void()> m_onEmpty;  // asked for while stopping
 

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <future>
 #include <memory>
 #include <string>
 #include <thread>
@@ -11,6 +12,7 @@
 #include "sip-client-reg/ClientRegistrationFactory.h"
 #include "sip-client-reg/ClientRegistrator.h"
 #include "sip-common/SipStack.h"
+#include "sipstack/DsSipClientTransaction.h"
 #include "sipstack/DsSipDigest.h"
 #include "sipstack/DsSipNewCallinterface.h"
 
@@ -158,12 +160,29 @@ TEST_F(RegistrationTest, answersAChallengeOnce)
             DsSipDigest::Challenge::parse("Digest realm=\"its own name\", nonce=\"n1\", algorithm=SHA-256",
                                           challenge);
             return given == DsSipDigest::makeValue(
-                                challenge, "REGISTER", in_request.getRequestURI(), credential, "")
+                                challenge, in_request.getMethod(), in_request.getRequestURI(), credential, "")
                        ? okFor(in_request, "600")
                        : "SIP/2.0 403 Forbidden\r\n";
         });
     registerByConfiguration();
     EXPECT_TRUE(reaches(RegistrationState::eREGISTERED));
+    EXPECT_FALSE(m_pRegistrar->next().isNil());
+    EXPECT_FALSE(m_pRegistrar->next().isNil());
+    // Its realm is known now, to all requests of the stack.
+    const auto request =
+        DsSipRequest::create("REGISTER", "sip:127.0.0.1:" + std::to_string(m_pRegistrar->getPort()));
+    request->addHeader("From", "<sip:gw@example.test>");
+    request->addHeader("To", "<sip:gw@example.test>");
+    request->addHeader("Contact", "<sip:gw@127.0.0.1>");
+    std::promise<bool> promise;
+    const auto transaction = DsSipClientTransaction::send(
+        request,
+        [&](const DsHandle<DsSipResponse>& in_hResponse)
+        { promise.set_value(!in_hResponse.isNil() && in_hResponse->getStatusCode() == 200); },
+        SipStack::instance()->getStack());
+    auto accepted = promise.get_future();
+    ASSERT_EQ(accepted.wait_for(std::chrono::seconds(10)), std::future_status::ready);
+    EXPECT_TRUE(accepted.get());
     EXPECT_FALSE(m_pRegistrar->next().isNil());
     EXPECT_FALSE(m_pRegistrar->next().isNil());
     // The withdrawal is challenged as well.
