@@ -15,6 +15,7 @@ def route(user, service="echo", **options):
 
 
 NEVER = 600000
+UNHURRIED = {"t1Ms": 2000}  # what is sent again when a caller is late would not be what its ladder has next
 LATER = 1000  # when what came first is over: a reliable 183 has its PRACK
 ROUTES = [
     route("echo"), route("atonce", ringing="none"), route("rings", answerAfterMs=NEVER),
@@ -80,8 +81,8 @@ PROGRESSING_AND_EARLY_DIALOG = [
     ("progress-at-once", ">INVITErel 183+ !answered >CANCEL 200&487 >ACK", (487, "remote", False)),
     ("progress-busy-at-once", ">INVITErel 183+ >PRACK 200 486 >ACK", (486, "local", False)),
     ("progress", ">INVITErel 183+ !hangup >PRACK 200 480 >ACK", (480, "local", False)),
-    ("progress", ">INVITErel 183+ >BYE 487&200 >ACK", (487, "remote", False)),
-    ("progress", ">INVITErel 183+ >PRACK 200 >BYE 487&200 >ACK", (487, "remote", False)),
+    ("progress", ">INVITErel 183+ >BYE 487 >ACK 200", (487, "remote", False)),
+    ("progress", ">INVITErel 183+ >PRACK 200 >BYE 487 >ACK 200", (487, "remote", False)),
 ]
 ENDINGS = [
     # Hung up between the answer and its ACK: the BYE waits for it.
@@ -127,7 +128,7 @@ CLOCK = [
 
 def go(build, cases, **sip):
     """Runs the cases on one gateway, all their faults reported; then it must stop clean."""
-    with Gateway(build, {"quorvex.sip": {"state.Disconnecting.timeoutMs": 1500, **sip}}, ROUTES) as gateway:
+    with Gateway(build, {"quorvex.sip": {"state.Disconnecting.timeoutMs": 1500, **UNHURRIED, **sip}}, ROUTES) as gateway:
         plays = [call(gateway, number, user, ladder, operator(gateway)) for number, (user, ladder, _) in enumerate(cases)]
         faults = perform(plays, gateway.stop)
         records = {record["sipCallId"]: record for record in gateway.records()}
@@ -176,7 +177,7 @@ def stopped(build):
              ("rings", ">INVITE 180 !stop 503 >ACK"), ("progress", ">INVITErel 183+ !stop 503 >ACK"),
              ("progress", ">INVITErel 183+ >PRACK 200 !stop 503 >ACK"), ("echo", ">INVITE 180 200+ !stop >ACK BYE >200"),
              ("echo", ">INVITE 180 200+ >ACK !stop BYE >200"), ("echo", ">INVITE 180 200+ >ACK >INVITEhold 200+ !stop BYE >200")]
-    with Gateway(build, routes=ROUTES) as gateway:
+    with Gateway(build, {"quorvex.sip": UNHURRIED}, ROUTES) as gateway:
         stop = threading.Barrier(len(cases), gateway.signal)
         commands = {**operator(gateway), "stop": lambda _: stop.wait(20)}
         faults = perform([call(gateway, number, *case, commands) for number, case in enumerate(cases)], gateway.wait)
