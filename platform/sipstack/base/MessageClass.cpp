@@ -4,6 +4,10 @@
 #include <cstring>
 #include <string_view>
 
+#include "sipstack/base/OverloadRefusal.h"
+#include "sipstack/base/SofiaLog.h"
+#include "sipstack/base/StackThread.h"
+
 namespace Quorvex
 {
 
@@ -116,10 +120,12 @@ issize_t parseStatusLine(su_home_t* in_pHome, msg_header_t* out_pHeader, char* i
 }
 
 thread_local nta_agent_t* t_pAgent = nullptr;
+thread_local OverloadRefusal* t_pOverload = nullptr;
 
 // Runs when the headers of a message are there, for a message in pieces more than once.
 issize_t extractBody(msg_t* in_pMsg, msg_pub_t* io_pPublic, char* io_szText, isize_t in_length, int in_iEnd)
 {
+    StackThread::countEvent();  // or the loop would rest after a message that no handler sees
     auto* const sip = reinterpret_cast<sip_t*>(io_pPublic);
     if (sip->sip_request != nullptr && sip->sip_request->rq_url->url_type == url_invalid)
     {
@@ -134,6 +140,11 @@ issize_t extractBody(msg_t* in_pMsg, msg_pub_t* io_pPublic, char* io_szText, isi
             sip->sip_request->rq_method = sip_method_unknown;
             sip->sip_cseq->cs_method = sip_method_unknown;
         }
+    }
+    if (sip->sip_request != nullptr && t_pOverload != nullptr && t_pOverload->refuses(in_pMsg, sip))
+    {
+        sip->sip_request = nullptr;
+        muteNextGarbage();
     }
     return sip_default_mclass()->mc_extract_body(in_pMsg, io_pPublic, io_szText, in_length, in_iEnd);
 }
@@ -164,9 +175,10 @@ const msg_mclass_t* messageClass()
     return s_pClass != nullptr ? s_pClass : sip_default_mclass();
 }
 
-void setReceivingAgent(nta_agent_t* in_pAgent)
+void setReceiver(nta_agent_t* in_pAgent, OverloadRefusal* in_pOverload)
 {
     t_pAgent = in_pAgent;
+    t_pOverload = in_pOverload;
 }
 
 bool isLateCancel(const sip_t* in_pSip)

@@ -5,6 +5,8 @@
 namespace Quorvex
 {
 
+class OverloadRefusal;
+
 /// The base library's class of SIP messages with what it lacks, as early as a message can be looked at. Lives
 /// as long as the process.
 ///
@@ -14,10 +16,13 @@ namespace Quorvex
 ///
 /// A CANCEL whose INVITE has its 2xx is taken for a request of its own, so that it reaches a leg: the base
 /// library answers it 481 before any leg sees it. isLateCancel() knows it there.
+///
+/// What an overloaded agent turns away ends here; the base library then counts it as no SIP message.
 const msg_mclass_t* messageClass();
 
-/// Whose transactions the messages that this thread receives belong to; null for none. SIP stack thread.
-void setReceivingAgent(nta_agent_t* in_pAgent);
+/// Whose transactions the messages that this thread receives belong to, and who may refuse them before they
+/// have one; null for none. SIP stack thread.
+void setReceiver(nta_agent_t* in_pAgent, OverloadRefusal* in_pOverload);
 
 /// A CANCEL that came after the 2xx to its INVITE: RFC 3261 9.2 gives it 200, and the call goes on.
 bool isLateCancel(const sip_t* in_pSip);

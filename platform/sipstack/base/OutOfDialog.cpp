@@ -140,7 +140,7 @@ int SipAgent::onInvite(nta_incoming_t* in_pIrq, const sip_t* in_pSip)
     {
         return refuse(in_pIrq, SIP_503_SERVICE_UNAVAILABLE, true);
     }
-    if (m_config.m_overloaded && m_config.m_overloaded())
+    if (m_overload.isOverloaded())
     {
         ++m_ulOverloadRefused;
         return refuse(in_pIrq, SIP_503_SERVICE_UNAVAILABLE, true);

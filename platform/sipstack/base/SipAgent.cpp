@@ -102,7 +102,6 @@ bool SipAgent::open(su_root_t* in_pRoot, std::string& out_strError)
         }
     }
     m_pServerLocator = makeServerLocator(in_pRoot);
-    setReceivingAgent(m_pNta);
     m_pDefaultLeg = nta_leg_tcreate(m_pNta, &LegHandler::callback, this, NTATAG_NO_DIALOG(1), TAG_END());
     for (tport_t* port = tport_primaries(nta_agent_tports(m_pNta)); port != nullptr; port = tport_next(port))
     {
@@ -117,6 +116,8 @@ bool SipAgent::open(su_root_t* in_pRoot, std::string& out_strError)
             }
         }
     }
+    m_overload.open(m_config, m_pNta);
+    setReceiver(m_pNta, &m_overload);
     return true;
 }
 
@@ -284,7 +285,7 @@ void SipAgent::close()
         nta_leg_destroy(m_pDefaultLeg);
         m_pDefaultLeg = nullptr;
     }
-    setReceivingAgent(nullptr);
+    setReceiver(nullptr, nullptr);
     nta_agent_destroy(m_pNta);
     m_pNta = nullptr;
 }
@@ -426,12 +427,12 @@ DsSipStackStatistics SipAgent::statistics()
         {
             usize_t malformed = 0;
             nta_agent_get_stats(self->m_pNta, NTATAG_S_BAD_MESSAGE_REF(malformed), TAG_END());
-            self->m_ulMalformed = malformed;
+            self->m_ulMalformed = malformed - self->m_overload.getForgotten();
         });
     DsSipStackStatistics statistics;
-    statistics.m_ulInvitesReceived = m_ulInvitesReceived;
+    statistics.m_ulInvitesReceived = m_ulInvitesReceived + m_overload.getRefused();
     statistics.m_ulInvitesSent = m_ulInvitesSent;
-    statistics.m_ulOverloadRefused = m_ulOverloadRefused;
+    statistics.m_ulOverloadRefused = m_ulOverloadRefused + m_overload.getRefused();
     statistics.m_ulNoDialog481 = m_ulNoDialog;
     statistics.m_ulRefused = m_ulRefused;
     statistics.m_ulMalformed = m_ulMalformed;

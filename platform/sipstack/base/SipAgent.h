@@ -10,6 +10,7 @@
 #include "sipstack/DsHandle.h"
 #include "sipstack/DsSipStack.h"
 #include "sipstack/base/MessageBridge.h"
+#include "sipstack/base/OverloadRefusal.h"
 #include "sipstack/base/Sofia.h"
 #include "sipstack/base/StackThread.h"
 
@@ -134,6 +135,7 @@ private:
     nta_leg_t* m_pDefaultLeg = nullptr;
     std::unique_ptr<ServerLocator> m_pServerLocator;
     std::vector<DsSipCredential> m_vCredentials;
+    OverloadRefusal m_overload;
     std::atomic<bool> m_bDraining{false};
     std::function<void()> m_onEmpty;  // asked for while stopping
 

@@ -27,6 +27,8 @@ StaticLogger s_garbageLogger("quorvex.sip.Stack");
 // The base library's own words for what it drops without looking further; the source follows.
 constexpr const char* kGarbage = "nta_agent: received garbage from ";
 
+thread_local bool t_bMuted = false;
+
 constexpr std::chrono::seconds kGarbageInterval{60};
 constexpr std::size_t kGarbageSources = 1024;
 
@@ -85,6 +87,10 @@ void logLine(void*, const char* in_szFormat, va_list in_arguments)
 {
     const bool garbage = s_garbageLogger.isEnabled(eWARN_LEVEL) &&
                          std::strncmp(in_szFormat, kGarbage, std::strlen(kGarbage)) == 0;
+    if (garbage && std::exchange(t_bMuted, false))
+    {
+        return;
+    }
     if (!garbage && !s_logger.isEnabled(eDEBUG_LEVEL))
     {
         return;
@@ -124,6 +130,11 @@ void ignoreRequest(tport_stun_server_t*, su_socket_t, void*, ssize_t, void*, soc
 }
 
 }  // namespace
+
+void muteNextGarbage()
+{
+    t_bMuted = true;
+}
 
 void redirectSofiaLog()
 {

@@ -8,6 +8,10 @@ namespace Quorvex
 /// line.
 void redirectSofiaLog();
 
+/// The next message of this thread that the base library drops as no SIP message is none that anybody is
+/// warned of.
+void muteNextGarbage();
+
 /// Takes the base library's STUN server off the SIP ports, for which it writes a line to standard error for
 /// every such datagram; STUN requests get its short "not implemented" instead. Before the first agent is
 /// made.

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <future>
 #include <thread>
 
 #include "RawPeer.h"
@@ -170,6 +171,68 @@ TEST(OverloadTest, NewCallsAreRefusedWhileCallsGoOn)
     }
     EXPECT_EQ(agent.stack().getStatistics().m_ulOverloadRefused, 1U);
     agent.expectEmpty();
+}
+
+TEST(OverloadTest, NewCallsAreRefusedWhileMessagesPileUpAtThePort)
+{
+    std::promise<void> first;
+    std::promise<void> go;
+    DsSipStackConfig config = TestAgent::defaults();
+    config.m_overloaded = [&, calls = 0]() mutable
+    {
+        if (++calls == 1)
+        {
+            first.set_value();
+            go.get_future().wait();
+        }
+        return false;
+    };
+    TestAgent agent(config);
+    constexpr unsigned int kFlood = 2000;
+    RawPeer peer(agent.port());
+    peer.sendRequest("INVITE", kSdp);
+    first.get_future().wait();
+    RawPeer flood(agent.port());
+    flood.m_strExtra = "X-Padding: " + std::string(800, 'x') + "\r\n";
+    for (unsigned int i = 0; i < kFlood; ++i)
+    {
+        flood.m_strCallId = "flood-" + std::to_string(i);
+        flood.sendRequest("INVITE", kSdp);
+    }
+    go.set_value();
+    const std::string refused = flood.expect("SIP/2.0 503");
+    EXPECT_EQ(RawPeer::header(refused, "Retry-After"), "5");
+    EXPECT_EQ(RawPeer::header(refused, "Call-ID").rfind("flood-", 0), 0U);
+    EXPECT_FALSE(RawPeer::tagOf(RawPeer::header(refused, "To")).empty());
+    // Calls are taken again when the pile is small. Whoever is taken last comes after all of the flood.
+    RawPeer last(agent.port());
+    const auto deadline = std::chrono::steady_clock::now() + 20s;
+    unsigned int taken = 0;
+    for (bool over = false; !over && std::chrono::steady_clock::now() < deadline;)
+    {
+        last.m_strCallId += "-again";
+        last.sendRequest("INVITE", kSdp);
+        for (bool answered = false; !answered && !over && std::chrono::steady_clock::now() < deadline;)
+        {
+            const auto message = last.receive(10ms);
+            answered = message && message->rfind("SIP/2.0 503", 0) == 0;
+            while (!agent.reports().empty())
+            {
+                const Report report = agent.reports().next();
+                if (report.m_strName == "called")
+                {
+                    ++taken;
+                    over =
+                        over || RawPeer::header(report.request()->getText(), "Call-ID") == last.m_strCallId;
+                    report.m_hIn->answer(TestAgent::response(486, report.request()));
+                }
+            }
+        }
+    }
+    EXPECT_GE(taken, 2U);
+    EXPECT_GT(agent.stack().getStatistics().m_ulOverloadRefused, 0U);
+    agent.stack().ping(1000);
+    EXPECT_EQ(agent.stack().getStatistics().m_ulMalformed, 0U);
 }
 
 TEST(TimerCTest, UnansweredCallsEndInBothDirections)
