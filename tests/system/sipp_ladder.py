@@ -52,6 +52,15 @@ class Party:
         inverse = "" if has_sdp else "_inverse"
         return f'<ereg regexp="m=audio" search_in="body" check_it{inverse}="true" assign_to="sdp"/>'
 
+    def header(self, expected):
+        """Of "Name:value" or "": the header must have this value, or be missing."""
+        name, _, value = expected.partition(":")
+        if not name:
+            return []
+        if value:
+            return [self.keep(name, "header", f"^ *{value} *$")]
+        return [self.keep(name, "header", check_it=' check_it_inverse="true"')]
+
     def receive(self, what, actions=(), optional=False, label=None, condition=""):
         kind = "response" if what.isdigit() else "request"
         self.steps.append(f'<recv {kind}="{what}" timeout="{SECONDS * 1000}"' + ' optional="true"' * optional +
@@ -110,7 +119,7 @@ class Caller(Party):
             self.steps.append(f'<label id="{here}"/>')
             self.is_trying = False
 
-    def hear(self, word, passed_over=()):
+    def hear(self, word, passed_over=(), header=""):
         if self.is_trying:
             passed_over = ("100", *passed_over)
         for status in passed_over:
@@ -119,7 +128,7 @@ class Caller(Party):
         for choice in word.split("&"):
             whats = choice.split("|")
             answers = whats[0][0].isdigit() and self.answered_by(int(whats[0].rstrip("+")))
-            both.append([(what.rstrip("+"), self.actions(what, answers)) for what in whats])
+            both.append([(what.rstrip("+"), self.actions(what, answers) + self.header(header)) for what in whats])
         end, other = next(self.numbers), next(self.numbers)
         if len(both) == 1:
             *choices, last = both[0]
@@ -134,6 +143,7 @@ class Caller(Party):
             self.steps.append(f'<label id="{other}"/>')
             self.receive(*second)
         self.steps.append(f'<label id="{end}"/>')
+        return answers
 
     def answered_by(self, status):
         """The request that a response answers, method and number: the INVITE if it can be no other."""
@@ -201,6 +211,40 @@ class Caller(Party):
         return branch
 
 
+class Called(Party):
+    """Whom the gateway calls."""
+
+    def __init__(self):
+        super().__init__()
+        self.uri = f"sip:callee@127.0.0.1:{self.port}"
+        self.cseq = 0
+
+    def hear(self, what, status="", header=""):
+        """Receives a response, or a request, of which BYE, CANCEL and NOTIFY are answered."""
+        actions = self.header(header)
+        if what.isdigit():
+            self.receive("100", optional=True)
+        elif what == "INVITE":
+            actions += [*self.keep_request("invite"), self.keep("Contact", "contact", "sip:[^>]*")]
+        else:
+            actions += self.keep_request("request")
+        self.receive(what, actions)
+        if what in ("BYE", "CANCEL", "NOTIFY"):
+            self.respond(status or "200", "request", ";tag=[pid]b" if what == "CANCEL" else "")
+
+    def say(self, what, body="", headers=(), tag=";tag=[pid]b"):
+        """Answers the INVITE, or sends a request in the dialog."""
+        contact = [] if what[0] == "3" else [f"Contact: <{self.uri}>"]
+        if what.isdigit():
+            self.respond(what, "invite", tag, [*headers, *contact], body)
+            return
+        self.cseq += what != "ACK"
+        self.steps.append(send(
+            [f"{what} [$contact] SIP/2.0", f"Via: SIP/2.0/UDP 127.0.0.1:[local_port];branch=z9hG4bK[pid]x{next(self.numbers)}",
+             f"From: [$inviteTo]{tag}", "To: [$inviteFrom]", "Call-ID: [call_id]", f"CSeq: {self.cseq} {what}", "Max-Forwards: 70",
+             *contact, *headers], body))
+
+
 class Play:
     """The sipps of one ladder, and what they wait for. The caller is the last of its parties."""
 
@@ -222,7 +266,7 @@ class Play:
             listener.settimeout(SECONDS)
             command = ["sipp", "-sf", self.file(index, "xml"), "-i", "127.0.0.1", "-p", str(party.port), "-m", "1", "-nostdin",
                        "-3pcc", f"127.0.0.1:{listener.getsockname()[1]}", "-cid_str", f"ladder{self.number}-%u",
-                       "-timeout", "100", "-timeout_error", "-trace_err", "-error_file", self.file(index, "errors"),
+                       "-mi", f"127.0.{index + 1}.{self.number + 1}", "-timeout", "100", "-timeout_error", "-trace_err", "-error_file", self.file(index, "errors"),
                        "-trace_msg", "-message_file", self.file(index, "messages"), f"127.0.0.1:{self.gateway.port}"]
             with STARTING:
                 party.socket.close()
@@ -302,7 +346,7 @@ class Play:
 
 def perform(plays, stop):
     """Plays ladders side by side, then stops their gateway. What went wrong."""
-    with ThreadPoolExecutor(len(plays)) as pool:
+    with ThreadPoolExecutor(16) as pool:
         list(pool.map(Play.run, plays))
     faults = []
     try:
@@ -313,6 +357,19 @@ def perform(plays, stop):
         play.finish()
         faults += [f"{play.title}: {fault}" for fault in play.faults]
     return faults
+
+
+def turns(words):
+    """Of words, each with its party and whether the party speaks: the numbers of the words that must be done before word n, where
+    it is another party's turn."""
+    before, latest, known = {}, {}, {}
+    for number, (party, speaks) in enumerate(words):
+        needed = {at for other, at in latest.items() if other != party} - known.setdefault(party, set())
+        if speaks and needed:
+            before[number] = needed
+            known[party] |= needed
+        latest[party] = number
+    return before
 
 
 def operator(gateway):
