@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
 """What a called party can do in each state of an outbound call, written as ladders between a caller and the parties that the
-gateway calls for it.
+gateway calls for it: a sipp each.
 
 A word alone is what the caller receives next ("183+": with SDP); ">CANCEL" is what it sends. "b:INVITE" is what party b
 receives next, "b>183+" what it answers its INVITE with, "b>BYE" a request of its own: "+" with SDP, "-" with SDP that nobody
@@ -158,7 +158,8 @@ class Row:
                 self.caller_hears(party, what, header)
             if number in awaited and not speaks:
                 party.tell(f"done {number}")
-        return Play(gateway, self.number, f"{self.name}: {self.ladder[:120]}", [*list(parties.values())[1:], caller], commands, before)
+        return Play(gateway, self.number, f"{self.name}: {self.ladder[:120]}", [*list(parties.values())[1:], caller], commands,
+                    before)
 
     def check_uncalled(self):
         for letter, party in self.parties.items():

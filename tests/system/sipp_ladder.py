@@ -5,7 +5,11 @@ A word of the caller is "180" (received next: "+" with SDP, else without), "INFO
 are passed over. After its last word a party listens until the gateway has stopped: whatever else comes fails the ladder.
 
 A sipp tells over its 3PCC connection how far it is. So a command is given when the ladder has come to it, and a party that
-speaks after others waits until they have heard and said what the ladder has before."""
+speaks after others waits until they have heard and said what the ladder has before.
+
+What sipp cannot do: send a request while it awaits the answer to another one (the answer may come between the two), and pass
+over a retransmission that is not of the last two messages it received. So ladders hear what they have asked for before they go
+on, and a gateway's timers are slow where nothing has to run out. Audio in mid-ladder needs the scripted caller of ladder.py."""
 import itertools
 import json
 import re
@@ -266,7 +270,8 @@ class Play:
             listener.settimeout(SECONDS)
             command = ["sipp", "-sf", self.file(index, "xml"), "-i", "127.0.0.1", "-p", str(party.port), "-m", "1", "-nostdin",
                        "-3pcc", f"127.0.0.1:{listener.getsockname()[1]}", "-cid_str", f"ladder{self.number}-%u",
-                       "-mi", f"127.0.{index + 1}.{self.number + 1}", "-timeout", "100", "-timeout_error", "-trace_err", "-error_file", self.file(index, "errors"),
+                       "-mi", f"127.0.{index + 1}.{self.number + 1}",  # it takes media ports that it never uses
+                       "-timeout", "100", "-timeout_error", "-trace_err", "-error_file", self.file(index, "errors"),
                        "-trace_msg", "-message_file", self.file(index, "messages"), f"127.0.0.1:{self.gateway.port}"]
             with STARTING:
                 party.socket.close()
