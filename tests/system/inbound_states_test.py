@@ -24,7 +24,7 @@ ROUTES = [
     route("progress-atonce", progress=True, ringing="none", answerAfterMs=LATER),
     route("busy", "reject"), route("busy-later", "reject", answerAfterMs=60), route("hangs-up", hangupAfterMs=60),
     route("progress-at-once", progress=True, ringing="none"),
-    route("progress-busy-at-once", "reject", progress=True, ringing="none", answerAfterMs=1),
+    route("progress-busy-unheard", "reject", progress=True, ringing="none", answerAfterMs=LATER),
     route("progress-busy", "reject", progress=True, answerAfterMs=LATER), route("early", ringing="earlyMedia"),
 ]
 
@@ -76,10 +76,10 @@ PROGRESSING_AND_EARLY_DIALOG = [
     ("progress-atonce", ">INVITErel 183+ >PRACK 200 200+ >ACK >BYE 200", (200, "remote", True)),
     ("progress-busy", ">INVITErel 183+ >PRACK 200 180 486 >ACK", (486, "local", False)),
     # What is decided before the PRACK holds after it, and a hang-up needs none.
-    ("progress-at-once", ">INVITErel 183+ >PRACK 200 200+ >ACK >BYE 200", (200, "remote", True)),
-    ("progress-at-once", ">INVITErel 183+ !answered !hangup 480 >ACK", (480, "local", False)),
-    ("progress-at-once", ">INVITErel 183+ !answered >CANCEL 200&487 >ACK", (487, "remote", False)),
-    ("progress-busy-at-once", ">INVITErel 183+ >PRACK 200 486 >ACK", (486, "local", False)),
+    ("progress-atonce", ">INVITErel 183+ !answered >PRACK 200 200+ >ACK >BYE 200", (200, "remote", True)),
+    ("progress-atonce", ">INVITErel 183+ !answered !hangup 480 >ACK", (480, "local", False)),
+    ("progress-atonce", ">INVITErel 183+ !answered >CANCEL 200&487 >ACK", (487, "remote", False)),
+    ("progress-busy-unheard", ">INVITErel 183+ !ending >PRACK 200 486 >ACK", (486, "local", False)),
     ("progress", ">INVITErel 183+ !hangup >PRACK 200 480 >ACK", (480, "local", False)),
     ("progress", ">INVITErel 183+ >BYE 487 >ACK 200", (487, "remote", False)),
     ("progress", ">INVITErel 183+ >PRACK 200 >BYE 487 >ACK 200", (487, "remote", False)),

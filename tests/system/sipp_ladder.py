@@ -21,7 +21,7 @@ import time
 from concurrent.futures import ThreadPoolExecutor
 from xml.sax.saxutils import escape
 
-from harness import Failure, bound_socket, check
+from harness import Failure, check
 from sipua import sdp
 from siplayer.scenario import scenario, send
 
@@ -40,7 +40,9 @@ class Party:
     """The scenario of one sipp, made word by word."""
 
     def __init__(self):
-        self.socket = bound_socket()  # holds the port until sipp takes it
+        # Holds a port until sipp takes it: one of the kernel's, as other tests that look for ports in turn would take it before.
+        self.socket = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+        self.socket.bind(("127.0.0.1", 0))
         self.port = self.socket.getsockname()[1]
         self.steps = []
         self.variables = set()
@@ -395,7 +397,7 @@ def operator(gateway):
             check(status == 200, f"{request[0]} {path} answered {status} {text}")
         return give
 
-    return {"seen": listed, "answered": lambda play: listed(play, ["answered"]),
+    return {"seen": listed, "answered": lambda play: listed(play, ["answered"]), "ending": lambda play: listed(play, ["ending"]),
             "hangup": command("", "DELETE"), "info": command("/info", "POST", {"body": "hi"})}
 
 
