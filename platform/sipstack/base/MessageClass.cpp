@@ -121,6 +121,22 @@ issize_t parseStatusLine(su_home_t* in_pHome, msg_header_t* out_pHeader, char* i
 
 thread_local nta_agent_t* t_pAgent = nullptr;
 thread_local OverloadRefusal* t_pOverload = nullptr;
+thread_local const AnsweredInvites* t_pAnswered = nullptr;
+
+bool isOfFurtherFork(const sip_t* in_pSip)
+{
+    const sip_status_t* const status = in_pSip->sip_status;
+    if (t_pAnswered == nullptr || status == nullptr || status->st_status < 200 || status->st_status >= 300 ||
+        in_pSip->sip_cseq == nullptr || in_pSip->sip_cseq->cs_method != sip_method_invite ||
+        in_pSip->sip_via == nullptr || in_pSip->sip_via->v_branch == nullptr || in_pSip->sip_to == nullptr ||
+        in_pSip->sip_to->a_tag == nullptr)
+    {
+        return false;
+    }
+    const auto known = t_pAnswered->find(in_pSip->sip_via->v_branch);
+    return known != t_pAnswered->end() &&
+           su_casematch(known->second.m_strTag.c_str(), in_pSip->sip_to->a_tag) == 0;
+}
 
 // Runs when the headers of a message are there, for a message in pieces more than once.
 issize_t extractBody(msg_t* in_pMsg, msg_pub_t* io_pPublic, char* io_szText, isize_t in_length, int in_iEnd)
@@ -130,6 +146,10 @@ issize_t extractBody(msg_t* in_pMsg, msg_pub_t* io_pPublic, char* io_szText, isi
     if (sip->sip_request != nullptr && sip->sip_request->rq_url->url_type == url_invalid)
     {
         sip->sip_flags |= MSG_FLG_ERROR;
+    }
+    if (isOfFurtherFork(sip))
+    {
+        sip->sip_cseq->cs_method = sip_method_unknown;
     }
     if (sip->sip_request != nullptr && sip->sip_request->rq_method == sip_method_cancel)
     {
@@ -175,10 +195,11 @@ const msg_mclass_t* messageClass()
     return s_pClass != nullptr ? s_pClass : sip_default_mclass();
 }
 
-void setReceiver(nta_agent_t* in_pAgent, OverloadRefusal* in_pOverload)
+void setReceiver(nta_agent_t* in_pAgent, OverloadRefusal* in_pOverload, const AnsweredInvites* in_pAnswered)
 {
     t_pAgent = in_pAgent;
     t_pOverload = in_pOverload;
+    t_pAnswered = in_pAnswered;
 }
 
 bool isLateCancel(const sip_t* in_pSip)

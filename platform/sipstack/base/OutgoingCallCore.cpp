@@ -25,6 +25,8 @@ StaticLogger s_logger("quorvex.sip.OutgoingCall");
 
 // How long a 2xx that crossed our CANCEL waits for the user to end it before the layer does.
 constexpr unsigned int kCrossingGraceT1 = 4;
+constexpr std::size_t kMostFurtherDialogs =
+    64;  // of one INVITE; what a hostile proxy makes beyond is dropped
 constexpr unsigned long kLongestSession = 86400;  // s
 
 }  // namespace
@@ -294,13 +296,14 @@ void OutgoingCallCore::onSuccess(const sip_t* in_pSip, const DsHandle<DsSipRespo
     m_pDialog->refreshTarget(in_pSip, true);
     m_pDialog->confirm();
     const char* const branch = nta_outgoing_branch(m_pInvite->get());
-    m_pDialog->rememberInvite(
-        in_pSip->sip_cseq->cs_seq, branch != nullptr ? branch : "", m_challenges.getHeaders());
+    m_strBranch = branch != nullptr ? branch : "";
+    m_agent.addAnsweredInvite(m_strBranch, {m_pDialog->getRemoteTag(), this});
+    m_pDialog->rememberInvite(in_pSip->sip_cseq->cs_seq, m_strBranch, m_challenges.getHeaders());
     m_pDialog->rememberSdp(m_hCall->getInvite());
     m_pDialog->agreeSession(in_pSip);
     m_state = State::eConfirmed;
     m_pInvite.reset();
-    // The other early dialogs are over; a 2xx of theirs is acknowledged and ended by the base library.
+    // The other early dialogs are over; a 2xx of theirs makes one of its own.
     for (const auto& dialog : m_vDialogs)
     {
         if (dialog != m_pDialog)
@@ -320,6 +323,39 @@ void OutgoingCallCore::onSuccess(const sip_t* in_pSip, const DsHandle<DsSipRespo
                             [this] { hangup(); });
     }
     reports().succeeded(m_hCall, m_pDialog->getHandle(), in_hResponse);
+}
+
+void OutgoingCallCore::onFurtherAnswer(const sip_t* in_pSip, const DsHandle<DsSipResponse>& in_hResponse)
+{
+    const auto self = shared_from_this();
+    const std::string tag = in_pSip->sip_to->a_tag;
+    if (m_furtherDialogs.size() >= kMostFurtherDialogs && m_furtherDialogs.count(tag) == 0)
+    {
+        return;
+    }
+    auto& dialog = m_furtherDialogs[tag];
+    const bool copy = dialog != nullptr;
+    if (!copy)
+    {
+        dialog = DialogCore::fromResponse(m_agent, *this, in_pSip, m_strPort, m_strContact);
+    }
+    if (!dialog)
+    {
+        return;
+    }
+    dialog->rememberInvite(in_pSip->sip_cseq->cs_seq, m_strBranch, m_challenges.getHeaders());
+    if (copy)
+    {
+        dialog->sendAck(DsHandle<DsSipMessage>());
+        return;
+    }
+    QLOG_INFO(s_logger,
+              "call " << m_hCall->getCallID() << " was answered by a further far end (tag "
+                      << dialog->getRemoteTag() << "): its dialog is ended");
+    const auto handle = dialog->getHandle();
+    dialog->confirm();
+    dialog->hangup(DsHandle<DsSipRequest>());
+    reports().multipleResponse(m_hCall, handle, in_hResponse);
 }
 
 void OutgoingCallCore::onFailure(int in_iStatus,
@@ -454,6 +490,18 @@ void OutgoingCallCore::close()
     dropOffers();
     forgetDialogs();
     m_pDialog.reset();
+    if (!m_strBranch.empty())
+    {
+        m_agent.removeAnsweredInvite(m_strBranch);
+    }
+    for (const auto& [tag, dialog] : m_furtherDialogs)
+    {
+        if (dialog)
+        {
+            dialog->end();
+        }
+    }
+    m_furtherDialogs.clear();
     if (m_pLeg != nullptr)
     {
         nta_leg_destroy(m_pLeg);

@@ -31,6 +31,9 @@ public:
     /// Any thread, instead of begin(): the logger stays with whoever made the call.
     void giveLoggerBack();
 
+    /// A 2xx of another far end than the one whose 2xx came first: acknowledged and ended.
+    void onFurtherAnswer(const sip_t* in_pSip, const DsHandle<DsSipResponse>& in_hResponse);
+
     // Any thread, for DsSipOutgoingCall.
     void postHangup();
 
@@ -112,8 +115,10 @@ private:
     std::uint32_t m_uiCSeq = 1;
     Challenges m_challenges;
     std::vector<std::shared_ptr<DialogCore>> m_vDialogs;
-    std::shared_ptr<DialogCore> m_pDialog;            // the one of the 2xx
-    std::map<std::string, std::uint32_t> m_lastRSeq;  // by the far end's tag
+    std::shared_ptr<DialogCore> m_pDialog;                                // the one of the 2xx
+    std::map<std::string, std::uint32_t> m_lastRSeq;                      // by the far end's tag
+    std::map<std::string, std::shared_ptr<DialogCore>> m_furtherDialogs;  // the same, of further 2xx
+    std::string m_strBranch;                                              // of the INVITE that has its 2xx
     std::list<std::unique_ptr<ClientRequest>> m_vPracks;
     StackTimer m_timerC;
     StackTimer m_cancelTimer;

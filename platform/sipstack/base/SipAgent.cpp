@@ -22,6 +22,7 @@
 #include "sipstack/base/DialogCore.h"
 #include "sipstack/base/IncomingCallCore.h"
 #include "sipstack/base/MessageClass.h"
+#include "sipstack/base/OutgoingCallCore.h"
 #include "sipstack/base/PendingInvite.h"
 #include "sipstack/base/ServerLocator.h"
 #include "sipstack/base/ServerTransactionCore.h"
@@ -102,6 +103,7 @@ bool SipAgent::open(su_root_t* in_pRoot, std::string& out_strError)
         }
     }
     m_pServerLocator = makeServerLocator(in_pRoot);
+    m_pDefaultOutgoing = nta_outgoing_default(m_pNta, &OutgoingHandler::callback, this);
     m_pDefaultLeg = nta_leg_tcreate(m_pNta, &LegHandler::callback, this, NTATAG_NO_DIALOG(1), TAG_END());
     for (tport_t* port = tport_primaries(nta_agent_tports(m_pNta)); port != nullptr; port = tport_next(port))
     {
@@ -117,7 +119,7 @@ bool SipAgent::open(su_root_t* in_pRoot, std::string& out_strError)
         }
     }
     m_overload.open(m_config, m_pNta);
-    setReceiver(m_pNta, &m_overload);
+    setReceiver(m_pNta, &m_overload, &m_answeredInvites);
     return true;
 }
 
@@ -285,7 +287,12 @@ void SipAgent::close()
         nta_leg_destroy(m_pDefaultLeg);
         m_pDefaultLeg = nullptr;
     }
-    setReceiver(nullptr, nullptr);
+    if (m_pDefaultOutgoing != nullptr)
+    {
+        nta_outgoing_destroy(m_pDefaultOutgoing);
+        m_pDefaultOutgoing = nullptr;
+    }
+    setReceiver(nullptr, nullptr, nullptr);
     nta_agent_destroy(m_pNta);
     m_pNta = nullptr;
 }
@@ -385,6 +392,25 @@ void SipAgent::removeCall(const CallCore& in_call)
     {
         --m_ulCalls;
         checkEmpty();
+    }
+}
+
+void SipAgent::addAnsweredInvite(const std::string& in_strBranch, AnsweredInvite in_invite)
+{
+    m_answeredInvites[in_strBranch] = std::move(in_invite);
+}
+
+// A response to no request, or to one whose transaction is over.
+void SipAgent::onOutgoing(nta_outgoing_t* in_pOrq, const sip_t* in_pSip)
+{
+    const char* const branch =
+        in_pSip != nullptr && in_pSip->sip_via != nullptr ? in_pSip->sip_via->v_branch : nullptr;
+    const auto known = branch != nullptr ? m_answeredInvites.find(branch) : m_answeredInvites.end();
+    if (known != m_answeredInvites.end() && in_pSip->sip_status->st_status / 100 == 2 &&
+        in_pSip->sip_to->a_tag != nullptr)
+    {
+        known->second.m_pCall->onFurtherAnswer(in_pSip,
+                                               m_bridge.fromResponse(in_pOrq).dynamicCast<DsSipResponse>());
     }
 }
 

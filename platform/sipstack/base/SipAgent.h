@@ -10,6 +10,7 @@
 #include "sipstack/DsHandle.h"
 #include "sipstack/DsSipStack.h"
 #include "sipstack/base/MessageBridge.h"
+#include "sipstack/base/MessageClass.h"
 #include "sipstack/base/OverloadRefusal.h"
 #include "sipstack/base/Sofia.h"
 #include "sipstack/base/StackThread.h"
@@ -29,7 +30,9 @@ class ServerLocator;
 
 /// The base library's agent with its ports, the requests that belong to no dialog, and the tables of what is
 /// alive. SIP stack thread, except where noted.
-class SipAgent final : public LegHandler, public std::enable_shared_from_this<SipAgent>
+class SipAgent final : public LegHandler,
+                       public OutgoingHandler,
+                       public std::enable_shared_from_this<SipAgent>
 {
 public:
     SipAgent(DsSipStackConfig in_config, DsHandle<DsSipNewCallinterface> in_hNewCall);
@@ -105,6 +108,9 @@ public:
     void removeServerTransaction(const ServerTransactionCore& in_transaction);
     void addClientTransaction(const std::shared_ptr<ClientTransactionCore>& in_pTransaction);
     void removeClientTransaction(const ClientTransactionCore& in_transaction);
+    /// Until removeAnsweredInvite() the call hears of the 2xx of further forks.
+    void addAnsweredInvite(const std::string& in_strBranch, AnsweredInvite in_invite);
+    void removeAnsweredInvite(const std::string& in_strBranch) { m_answeredInvites.erase(in_strBranch); }
     void dialogCreated() { ++m_ulDialogs; }
     void dialogEnded() { --m_ulDialogs; }
 
@@ -113,6 +119,7 @@ public:
     void removePending(const PendingInvite& in_pending);
 
     int onLegRequest(nta_leg_t* in_pLeg, nta_incoming_t* in_pIrq, const sip_t* in_pSip) override;
+    void onOutgoing(nta_outgoing_t* in_pOrq, const sip_t* in_pSip) override;
 
 private:
     bool open(su_root_s* in_pRoot, std::string& out_strError);
@@ -133,6 +140,8 @@ private:
     MessageBridge m_bridge;
     nta_agent_t* m_pNta = nullptr;
     nta_leg_t* m_pDefaultLeg = nullptr;
+    nta_outgoing_t* m_pDefaultOutgoing = nullptr;
+    AnsweredInvites m_answeredInvites;
     std::unique_ptr<ServerLocator> m_pServerLocator;
     std::vector<DsSipCredential> m_vCredentials;
     OverloadRefusal m_overload;

@@ -292,7 +292,19 @@ TEST_F(OutgoingCallTest, FurtherForksAreAcknowledgedAndEnded)
         m_peer.m_strFromTag = "fork";
         m_peer.respond(m_strInvite, "200 OK", contact(), kSdp);
         EXPECT_EQ(RawPeer::tagOf(RawPeer::header(m_peer.expect("ACK"), "To")), "fork");
-        const std::string bye = m_peer.expect("BYE");
+        std::string bye = m_peer.expect("BYE");
+        EXPECT_EQ(RawPeer::tagOf(RawPeer::header(bye, "To")), "fork");
+        const Report further = reports().expect("multipleResponse");
+        EXPECT_EQ(further.response()->getStatusCode(), 200U);
+        EXPECT_NE(further.m_hDialog, answered.m_hDialog);
+        // Each 2xx that comes again gets its own ACK again, and a BYE that got lost comes again.
+        for (const char* const tag : {"fork", "peer"})
+        {
+            m_peer.m_strFromTag = tag;
+            m_peer.respond(m_strInvite, "200 OK", contact(), kSdp);
+            EXPECT_EQ(RawPeer::tagOf(RawPeer::header(m_peer.expect("ACK"), "To")), tag);
+        }
+        bye = m_peer.expect("BYE");
         EXPECT_EQ(RawPeer::tagOf(RawPeer::header(bye, "To")), "fork");
         m_peer.respond(bye, "200 OK");
         call->hangup();
