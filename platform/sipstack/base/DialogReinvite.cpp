@@ -196,7 +196,8 @@ void DialogCore::sendReinvite(const DsHandle<DsSipInviteMessage>& in_hInvite)
         m_pOurReinvite.reset();
         m_hOurReinvite = DsHandle<DsSipInviteMessage>();
         m_bOurReinvitePending = false;
-        if (m_pOwner != nullptr && !std::exchange(m_bRefreshing, false))
+        const bool refreshing = std::exchange(m_bRefreshing, false);
+        if (m_pOwner != nullptr && !refreshing && m_state == State::eConfirmed)
         {
             m_pOwner->onDialogReinviteTimeOut(*this, in_hInvite);
         }
@@ -263,9 +264,9 @@ void DialogCore::endReinvite(const sip_t* in_pAnswer,
     const bool accepted = in_pAnswer != nullptr && in_pAnswer->sip_status->st_status < 300;
     m_hOurReinvite = DsHandle<DsSipInviteMessage>();
     m_bOurReinvitePending = false;
-    if (m_pOwner == nullptr)
+    if (m_pOwner == nullptr || m_state != State::eConfirmed)
     {
-        return;
+        return;  // the end of the dialog has been, or will be, the last report
     }
     if (accepted)
     {
