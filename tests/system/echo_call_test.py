@@ -9,10 +9,7 @@ from pathlib import Path
 sys.path.insert(0, str(Path(__file__).resolve().parent))
 from baresip import Baresip  # noqa: E402
 from harness import ECHO_ROUTE, Gateway, check, free_port, run  # noqa: E402
-from sipua import Caller, RtpSocket, sdp, sdp_port  # noqa: E402
-
-# Every payload byte value, so that a codec step in the path would show.
-PATTERN = [bytes((frame * 7 + i * 3) & 0xff for i in range(160)) for frame in range(25)]
+from sipua import Caller, RtpSocket, heard, sdp, sdp_port  # noqa: E402
 
 
 def answered_call(gateway, rtp, caller):
@@ -25,28 +22,6 @@ def answered_call(gateway, rtp, caller):
     return answer
 
 
-def echoed(rtp, port):
-    """Sends the pattern at its pace; the share of it that came back unchanged."""
-    got = set()
-    rtp.socket.settimeout(0.02)
-    next_at = time.monotonic()
-    for frame in PATTERN:
-        rtp.send(port, frame)
-        next_at += 0.02
-        while (left := next_at - time.monotonic()) > 0:
-            rtp.socket.settimeout(left)
-            packet = rtp.receive()
-            if packet and packet[3] in PATTERN:
-                got.add(packet[3])
-    deadline = time.monotonic() + 1
-    while len(got) < len(set(PATTERN)) and time.monotonic() < deadline:
-        rtp.socket.settimeout(0.1)
-        packet = rtp.receive()
-        if packet and packet[3] in PATTERN:
-            got.add(packet[3])
-    return len(got) / len(set(PATTERN))
-
-
 def a_call_is_answered_and_its_audio_comes_back(build):
     with Gateway(build) as gateway:
         with Caller(gateway.port) as caller, RtpSocket() as rtp:
@@ -57,7 +32,7 @@ def a_call_is_answered_and_its_audio_comes_back(build):
             answer = caller.expect(200)
             caller.ack(answer)
             check(sdp_port(answer.body) % 2 == 0, "the RTP port is odd")
-            share = echoed(rtp, sdp_port(answer.body))
+            share = heard(rtp, sdp_port(answer.body), rtp)
             # The first packets may come before the echo is attached; later ones may not be lost on loopback.
             check(share > 0.8, f"{share:.0%} of the audio came back unchanged")
             caller.send("BYE")
@@ -126,7 +101,7 @@ def what_names_nothing_is_refused(build):
     cases = [
         ("nobody", sdp("127.0.0.1"), 404),
         ("echo", sdp("127.0.0.1", payloads="18 97"), 488),
-        ("echo", "v=0\r\nthis is no SDP\r\n", (488, 500)),
+        ("echo", "v=0\r\nthis is no SDP\r\n", 400),
     ]
     with Gateway(build) as gateway:
         for user, body, expected in cases:

@@ -10,24 +10,7 @@ from pathlib import Path
 sys.path.insert(0, str(Path(__file__).resolve().parent))
 from harness import Failure, Gateway, bound_socket, check, run  # noqa: E402
 from ladder import Ladder  # noqa: E402
-from sipua import Message, RtpSocket, sdp, sdp_port, unique  # noqa: E402
-
-FRAMES = [bytes((frame * 7 + i * 3) & 0xff for i in range(160)) for frame in range(20)]
-
-
-def echoed(rtp, port):
-    """Sends frames at their pace; the share of them that came back."""
-    got = set()
-    next_at = time.monotonic()
-    for frame in FRAMES:
-        rtp.send(port, frame)
-        next_at += 0.02
-        while (left := next_at - time.monotonic()) > 0:
-            rtp.socket.settimeout(left)
-            packet = rtp.receive()
-            if packet and packet[3] in FRAMES:
-                got.add(packet[3])
-    return len(got) / len(FRAMES)
+from sipua import FRAMES, Message, RtpSocket, heard, sdp, sdp_port, unique  # noqa: E402
 
 
 def answered_port(caller):
@@ -35,8 +18,8 @@ def answered_port(caller):
 
 
 def check_share(rtp, port, low, high, what):
-    echoed(rtp, port)  # what is on its way, and the way's beginning
-    share = echoed(rtp, port)
+    heard(rtp, port, rtp)  # what is on its way, and the way's beginning
+    share = heard(rtp, port, rtp)
     check(low <= share <= high, f"{what}: {share:.0%} of the audio comes back")
 
 
@@ -70,7 +53,7 @@ def taken_over_by_another_caller(build):
             second.run(">INVITEreplaces 200+ >ACK")
             first.run("BYE >200")
             check_share(other, answered_port(second), 0.9, 1, "taken over")
-            check(echoed(rtp, answered_port(first)) == 0, "the first caller still hears something")
+            check(heard(rtp, answered_port(first), rtp) == 0, "the first caller still hears something")
             second.run(">INFO 200 >BYE 200")
 
         # What cannot be replaced, and what of it says why (RFC 3891 section 3).

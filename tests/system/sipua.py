@@ -182,3 +182,29 @@ class RtpSocket:
             if len(data) >= 12 and data[0] >> 6 == 2 and not 200 <= data[1] <= 211:
                 _, kind, sequence, timestamp, _ = struct.unpack("!BBHII", data[:12])
                 return kind & 0x7f, sequence, timestamp, data[12:]
+
+
+# Every payload byte value, so that a codec step in the path would show.
+FRAMES = [bytes((frame * 7 + i * 3) & 0xff for i in range(160)) for frame in range(25)]
+
+
+def heard(sender, port, receiver):
+    """Sends the frames at their pace; the share of them that the receiver gets, the last within half a second."""
+    got = set()
+
+    def listen(seconds):
+        receiver.socket.settimeout(seconds)
+        packet = receiver.receive()
+        if packet and packet[3] in FRAMES:
+            got.add(packet[3])
+
+    next_at = time.monotonic()
+    for frame in FRAMES:
+        sender.send(port, frame)
+        next_at += 0.02
+        while (left := next_at - time.monotonic()) > 0:
+            listen(left)
+    deadline = time.monotonic() + 0.5
+    while len(got) < len(FRAMES) and (left := deadline - time.monotonic()) > 0:
+        listen(left)
+    return len(got) / len(FRAMES)

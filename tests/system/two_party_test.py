@@ -13,9 +13,7 @@ sys.path.insert(0, str(Path(__file__).resolve().parent))
 from baresip import Baresip  # noqa: E402
 from callee import Callee  # noqa: E402
 from harness import Failure, Gateway, check, free_port, run, wait_until_bound  # noqa: E402
-from sipua import Caller, Message, RtpSocket, sdp, sdp_port  # noqa: E402
-
-FRAMES = [bytes((frame * 7 + i * 3) & 0xff for i in range(160)) for frame in range(25)]
+from sipua import Caller, Message, RtpSocket, heard, sdp, sdp_port  # noqa: E402
 
 
 def route(*legs, **options):
@@ -45,21 +43,6 @@ def connect(caller, callee, rtp_caller, rtp_callee):
     caller.ack(answer)
     callee.expect("ACK")
     return sdp_port(answer.body), sdp_port(invite.body)
-
-
-def heard(sender, port, receiver):
-    """Sends the frames at their pace; the share of them that the receiver got."""
-    got = set()
-    next_at = time.monotonic()
-    for frame in FRAMES:
-        sender.send(port, frame)
-        next_at += 0.02
-        while (left := next_at - time.monotonic()) > 0:
-            receiver.socket.settimeout(left)
-            packet = receiver.receive()
-            if packet and packet[3] in FRAMES:
-                got.add(packet[3])
-    return len(got) / len(FRAMES)
 
 
 def both_hear_each_other_and_the_caller_hangs_up(build):
