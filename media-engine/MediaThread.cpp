@@ -381,11 +381,6 @@ bool MediaThread::addSocket(int in_iSocket, SocketSlot& in_slot)
     return ::epoll_ctl(m_iEpoll, EPOLL_CTL_ADD, in_iSocket, &event) == 0;
 }
 
-void MediaThread::removeSocket(int in_iSocket)
-{
-    static_cast<void>(::epoll_ctl(m_iEpoll, EPOLL_CTL_DEL, in_iSocket, nullptr));
-}
-
 CallGroup& MediaThread::groupOf(const std::string& in_strCallId)
 {
     std::unique_ptr<CallGroup>& pGroup = m_groups[in_strCallId];

@@ -63,10 +63,9 @@ public:
     PortPool& getPorts() { return m_ports; }
     PacketSender& getSender() { return m_sender; }
     std::uint32_t random() { return m_random(); }
-    /// Calls the endpoint when the socket has something to read. The slot stays where it is until
-    /// removeSocket.
+    /// Calls the endpoint when the socket has something to read, until the socket is closed. The slot stays
+    /// where it is until then.
     bool addSocket(int in_iSocket, SocketSlot& in_slot);
-    void removeSocket(int in_iSocket);
     /// Calls the endpoint's sendReport in 2.5 to 7.5 s (RFC 3550 section 6.2), and again as long as it says
     /// so.
     void scheduleReport(const RtpEndpoint& in_endpoint);

@@ -38,12 +38,10 @@ RtpEndpoint::~RtpEndpoint()
     {
         sendRtcp(true, MediaThread::now());
         m_thread.getSender().flush();
-        m_thread.removeSocket(m_pRtcp->getSocket());
         ::close(m_pRtcp->getSocket());
     }
     if (isOpen())
     {
-        m_thread.removeSocket(m_iSocket);
         m_thread.getPorts().release(m_iSocket, m_uiPort);
     }
 }

@@ -5,14 +5,18 @@
 #include <log4cplus/initializer.h>
 #include <log4cplus/layout.h>
 #include <log4cplus/logger.h>
+#include <log4cplus/spi/loggingevent.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <fstream>
 #include <map>
 #include <mutex>
+#include <utility>
 
 namespace Quorvex
 {
@@ -20,9 +24,63 @@ namespace Quorvex
 namespace
 {
 
-constexpr const char* kPattern = "%D{%Y-%m-%dT%H:%M:%S.%q} %-5p [%t] %c: %m%n";
-
 std::atomic<bool> s_bClosed{false};
+
+/// The thread's stream while no LogText uses it. Itself trivial, so that what is logged while the thread's
+/// other objects are destroyed finds it null.
+thread_local std::ostringstream* s_pFreeStream = nullptr;
+thread_local bool s_bThreadEnds = false;
+
+struct StreamEnd
+{
+    ~StreamEnd()
+    {
+        s_bThreadEnds = true;
+        delete std::exchange(s_pFreeStream, nullptr);
+    }
+    /// Makes sure that it lives.
+    void use() const {}
+};
+
+thread_local const StreamEnd s_streamEnd;
+
+/// "2031-05-04T10:00:00.123 INFO  [140] quorvex.gateway.Host: text". Used under its appender's lock.
+class LineLayout final : public log4cplus::Layout
+{
+public:
+    void formatAndAppend(log4cplus::tostream& out_stream,
+                         const log4cplus::spi::InternalLoggingEvent& in_event) override
+    {
+        using namespace std::chrono;
+        const auto time = in_event.getTimestamp().time_since_epoch();
+        const auto second = floor<seconds>(time);
+        if (m_strSecond.empty() || second != m_second)
+        {
+            m_second = second;
+            const std::time_t stamp = second.count();
+            std::tm parts{};
+            ::localtime_r(&stamp, &parts);
+            char szText[64];
+            m_strSecond.assign(szText, std::strftime(szText, sizeof szText, "%Y-%m-%dT%H:%M:%S", &parts));
+        }
+        const auto iMs = static_cast<unsigned>(duration_cast<milliseconds>(time - second).count());
+        m_strLine.assign(m_strSecond).append(1, '.');
+        m_strLine.append(1, static_cast<char>('0' + iMs / 100))
+            .append(1, static_cast<char>('0' + iMs / 10 % 10));
+        m_strLine.append(1, static_cast<char>('0' + iMs % 10)).append(1, ' ');
+        const std::size_t level = m_strLine.size();
+        m_strLine.append(llmCache.toString(in_event.getLogLevel()));
+        m_strLine.resize(std::max(m_strLine.size(), level + 5), ' ');
+        m_strLine.append(" [").append(in_event.getThread()).append("] ").append(in_event.getLoggerName());
+        m_strLine.append(": ").append(in_event.getMessage()).append(1, '\n');
+        out_stream.write(m_strLine.data(), static_cast<std::streamsize>(m_strLine.size()));
+    }
+
+private:
+    std::chrono::seconds m_second{};
+    std::string m_strSecond;
+    std::string m_strLine;
+};
 
 struct CaptureSlot
 {
@@ -89,7 +147,7 @@ private:
         log4cplus::Logger root = log4cplus::Logger::getRoot();
         root.setLogLevel(log4cplus::TRACE_LOG_LEVEL);
         log4cplus::SharedAppenderPtr appender(new log4cplus::ConsoleAppender(true, true));
-        appender->setLayout(std::make_unique<log4cplus::PatternLayout>(kPattern));
+        appender->setLayout(std::make_unique<LineLayout>());
         root.addAppender(appender);
         // Runs before the back end's own end, so that what is logged after it goes nowhere instead of wrong.
         std::atexit([] { s_bClosed.store(true); });
@@ -164,42 +222,72 @@ void LoggerNode::append(int in_iLevel,
     m_pBackEnd->m_logger.forcedLog(in_iLevel, in_strText, in_szFile, in_iLine);
 }
 
+LogText::LogText()
+{
+    s_streamEnd.use();
+    m_pStream = std::exchange(s_pFreeStream, nullptr);
+    if (m_pStream == nullptr)
+    {
+        m_pStream = new std::ostringstream;
+    }
+}
+
+LogText::~LogText()
+{
+    // As new, whatever was streamed into it, and not for ever as long as the longest text.
+    constexpr std::size_t kLongest = 4096;
+    if (s_bThreadEnds || s_pFreeStream != nullptr || m_pStream->view().size() > kLongest)
+    {
+        delete m_pStream;
+        return;
+    }
+    static const std::ios s_asNew(nullptr);
+    static const std::string s_strNothing;
+    m_pStream->str(s_strNothing);
+    m_pStream->clear();
+    m_pStream->copyfmt(s_asNew);
+    s_pFreeStream = m_pStream;
+}
+
 Logger::Logger(std::string_view in_name) : m_pNode(LoggerTree::instance().node(in_name))
 {
 }
 
 void LoggingIdLogger::addLoggingId(std::string_view in_id)
 {
-    m_strIds.append("[").append(in_id).append("] ");
-    rebuildPrefix();
+    setPrefix(getLeading(), getIds(), in_id);
 }
 
 void LoggingIdLogger::clearLoggingIds()
 {
-    m_strIds.clear();
-    rebuildPrefix();
+    setPrefix(getLeading(), {});
 }
 
 void LoggingIdLogger::setLeadingId(std::string_view in_id)
 {
-    m_strLeadingId.clear();
+    std::string strLeading;
     if (!in_id.empty())
     {
-        m_strLeadingId.append("[").append(in_id).append("] ");
+        strLeading.append("[").append(in_id).append("] ");
     }
-    rebuildPrefix();
+    setPrefix(strLeading, getIds());
 }
 
-void LoggingIdLogger::rebuildPrefix()
+// Makes a new text: copies of this logger share the old one.
+void LoggingIdLogger::setPrefix(std::string_view in_leading,
+                                std::string_view in_ids,
+                                std::string_view in_moreIds)
 {
-    if (m_strLeadingId.empty() && m_strIds.empty())
+    const std::size_t leading = in_leading.size();
+    std::string strPrefix;
+    strPrefix.reserve(leading + in_ids.size() + (in_moreIds.empty() ? 0 : in_moreIds.size() + 3));
+    strPrefix.append(in_leading).append(in_ids);
+    if (!in_moreIds.empty())
     {
-        m_pPrefix.reset();
+        strPrefix.append("[").append(in_moreIds).append("] ");
     }
-    else
-    {
-        m_pPrefix = std::make_shared<const std::string>(m_strLeadingId + m_strIds);
-    }
+    m_pPrefix = strPrefix.empty() ? nullptr : std::make_shared<const std::string>(std::move(strPrefix));
+    m_leadingLength = leading;
 }
 
 void LoggingIdLogger::log(int in_iLevel,
@@ -253,7 +341,7 @@ bool Logging::setOutput(const std::string& in_strFile, std::string& out_strError
         }
         appender = new log4cplus::FileAppender(in_strFile, std::ios_base::app, true);
     }
-    appender->setLayout(std::make_unique<log4cplus::PatternLayout>(kPattern));
+    appender->setLayout(std::make_unique<LineLayout>());
     log4cplus::Logger root = log4cplus::Logger::getRoot();
     root.removeAllAppenders();
     root.addAppender(appender);

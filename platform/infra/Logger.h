@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstddef>
 #include <memory>
 #include <sstream>
 #include <string>
@@ -93,13 +94,18 @@ protected:
     void setLeadingId(std::string_view in_id);
 
 private:
-    void rebuildPrefix();
+    void setPrefix(std::string_view in_leading, std::string_view in_ids, std::string_view in_moreIds = {});
+    std::string_view getLeading() const { return getPrefix().substr(0, m_leadingLength); }
+    std::string_view getIds() const { return getPrefix().substr(m_leadingLength); }
+    std::string_view getPrefix() const
+    {
+        return m_pPrefix == nullptr ? std::string_view() : std::string_view(*m_pPrefix);
+    }
 
     Logger m_logger;
-    // Shared between copies: a copied logger costs no copy of the texts.
+    // The leading identifier, then the others. Shared between copies: each call has a dozen loggers.
     std::shared_ptr<const std::string> m_pPrefix;
-    std::string m_strLeadingId;
-    std::string m_strIds;
+    std::size_t m_leadingLength = 0;
 };
 
 /// The logger of one call: between callStart() and callEnd() every record begins with the call's identifier.
@@ -142,6 +148,23 @@ private:
 template <class L>
 using ObjectWithLoggerImpl = ObjectWithLogger<L>;
 
+/// The text of one record, while it is streamed together. Lends the thread's own stream, since making one
+/// costs more than most texts; what is streamed may itself log. One thread.
+class LogText
+{
+public:
+    LogText();
+    LogText(const LogText&) = delete;
+    LogText& operator=(const LogText&) = delete;
+    ~LogText();
+
+    std::ostream& stream() { return *m_pStream; }
+    std::string text() const { return std::string(m_pStream->view()); }
+
+private:
+    std::ostringstream* m_pStream;
+};
+
 /// Where records go and from which level on; process-wide. Every operation may be called on any thread.
 class Logging
 {
@@ -182,9 +205,9 @@ public:
         const auto& quorvexLogger_ = (in_logger);                                            \
         if (quorvexLogger_.isEnabled(in_level)) [[unlikely]]                                 \
         {                                                                                    \
-            std::ostringstream quorvexText_;                                                 \
-            quorvexText_ << in_expression; /* NOLINT(bugprone-macro-parentheses) */          \
-            quorvexLogger_.log(in_level, std::move(quorvexText_).str(), __FILE__, __LINE__); \
+            ::Quorvex::LogText quorvexText_;                                                 \
+            quorvexText_.stream() << in_expression; /* NOLINT(bugprone-macro-parentheses) */ \
+            quorvexLogger_.log(in_level, quorvexText_.text(), __FILE__, __LINE__);           \
         }                                                                                    \
     } while (false)
 

@@ -32,11 +32,12 @@ bool DsInetAddress::parseLiteral(std::string_view in_text,
     const bool ipv6 = text.find(':') != std::string::npos;
     const int family = ipv6 ? AF_INET6 : AF_INET;
     if (::inet_pton(family, text.c_str(), bytes.data()) != 1 ||
-        ::inet_ntop(family, bytes.data(), canonical.data(), canonical.size()) == nullptr)
+        (ipv6 && ::inet_ntop(family, bytes.data(), canonical.data(), canonical.size()) == nullptr))
     {
         return false;
     }
-    out_address.m_strAddress = canonical.data();
+    // Of IPv4 nothing but the canonical text is accepted.
+    out_address.m_strAddress = ipv6 ? canonical.data() : text;
     out_address.m_uiPort = in_uiPort;
     out_address.m_bIPv6 = ipv6;
     return true;

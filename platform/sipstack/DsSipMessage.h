@@ -204,6 +204,8 @@ public:
 
     /// One header line, with or without its line end, perhaps folded. False when it has no colon or no name.
     bool addLine(std::string_view in_line);
+    /// As many headers are going to come.
+    void expectHeaders(std::size_t in_count) { m_hMessage->m_vLines.reserve(in_count); }
     /// One header from its name and value.
     void addHeader(std::string_view in_name, std::string_view in_value);
     void setBody(std::string_view in_body);

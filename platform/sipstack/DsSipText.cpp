@@ -21,6 +21,11 @@ namespace
 
 constexpr std::string_view kBlanks = " \t\r\n";
 
+bool isBlank(char in_char)
+{
+    return in_char == ' ' || in_char == '\t' || in_char == '\r' || in_char == '\n';
+}
+
 char lower(char in_char)
 {
     return in_char >= 'A' && in_char <= 'Z' ? static_cast<char>(in_char - 'A' + 'a') : in_char;
@@ -46,12 +51,15 @@ std::string toLower(std::string_view in_text)
 
 std::string_view trim(std::string_view in_text)
 {
-    const std::size_t begin = in_text.find_first_not_of(kBlanks);
-    if (begin == std::string_view::npos)
+    while (!in_text.empty() && isBlank(in_text.front()))
     {
-        return {};
+        in_text.remove_prefix(1);
     }
-    return in_text.substr(begin, in_text.find_last_not_of(kBlanks) - begin + 1);
+    while (!in_text.empty() && isBlank(in_text.back()))
+    {
+        in_text.remove_suffix(1);
+    }
+    return in_text;
 }
 
 std::string unfold(std::string_view in_text)

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
 
 #include "sipstack/DsInetAddress.h"
 #include "sipstack/DsSipMessage.h"
@@ -27,7 +28,14 @@ DsInetAddress addressOf(const sockaddr* in_pAddress)
     if (in_pAddress->sa_family == AF_INET)
     {
         const auto* const in4 = reinterpret_cast<const sockaddr_in*>(in_pAddress);
-        ::inet_ntop(AF_INET, &in4->sin_addr, text.data(), text.size());
+        // By hand: the C library's way is through printf, and this is done for each message.
+        const auto* pByte = reinterpret_cast<const unsigned char*>(&in4->sin_addr);
+        char* pEnd = text.data();
+        for (int i = 0; i < 4; ++i)
+        {
+            pEnd = std::to_chars(pEnd, text.data() + text.size(), pByte[i]).ptr;
+            *pEnd++ = i < 3 ? '.' : '\0';
+        }
         port = ntohs(in4->sin_port);
     }
     else if (in_pAddress->sa_family == AF_INET6)
@@ -173,9 +181,11 @@ DsHandle<DsSipMessage> MessageBridge::build(msg_t* in_pMsg, tport_t* in_pTranspo
     const auto* const head = reinterpret_cast<const sip_header_t*>(*msg_chain_head(in_pMsg));
     // Fragments of the message as it came lie in one piece, so their lengths add up to what is to be kept.
     std::size_t bytes = 0;
+    std::size_t headers = 0;
     for (const sip_header_t* h = head; h != nullptr; h = next(h))
     {
         bytes += h->sh_len;
+        ++headers;
     }
     DsSipMessageBuilder builder =
         sip->sip_request != nullptr
@@ -183,6 +193,7 @@ DsHandle<DsSipMessage> MessageBridge::build(msg_t* in_pMsg, tport_t* in_pTranspo
             : DsSipMessageBuilder(static_cast<unsigned int>(sip->sip_status->st_status),
                                   sip->sip_status->st_phrase != nullptr ? sip->sip_status->st_phrase : "",
                                   bytes);
+    builder.expectHeaders(headers);
     const auto* const payload = reinterpret_cast<const sip_header_t*>(sip->sip_payload);
     const auto* const separator = reinterpret_cast<const sip_header_t*>(sip->sip_separator);
     for (const sip_header_t* h = head == nullptr ? nullptr : next(head); h != nullptr; h = next(h))

@@ -185,7 +185,7 @@ void StackThread::loop(su_root_t* in_pRoot)
             m_bAsleep.store(m_vJobs.empty());
         }
         Bell::Batch::ring();
-        const std::int64_t wait = m_bAsleep.load() && !worked ? msToNextTimer() : 0;
+        const std::int64_t wait = m_bAsleep.load() ? msToNextTimer() : 0;
         const std::uint64_t seen = s_ulEvents;
         const su_duration_t next = su_root_step(in_pRoot, static_cast<su_duration_t>(wait));
         const bool close = next <= 0 || (!m_timers.empty() && msToNextTimer() <= 0);

@@ -1,8 +1,12 @@
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <fstream>
+#include <iomanip>
 #include <mutex>
+#include <regex>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "infra/Assertion.h"
@@ -67,6 +71,39 @@ TEST(LoggerTest, NothingIsFormattedBelowTheLevel)
     int evaluated = 0;
     QLOG_DEBUG(logger, ++evaluated);
     EXPECT_EQ(evaluated, 0);
+}
+
+TEST(LoggerTest, RecordsAreLinesThatLeaveNothingToTheNext)
+{
+    const std::string strFile = testing::TempDir() + "quorvex-logging-test.log";
+    std::remove(strFile.c_str());
+    std::string strError;
+    ASSERT_TRUE(Logging::setOutput(strFile, strError)) << strError;
+    const Logger logger("quorvex.test.line");
+    const auto inner = [&logger]
+    {
+        QLOG_WARN(logger, "inner " << 10);
+        return 11;
+    };
+    QLOG_INFO(logger, "outer " << std::hex << std::setfill('0') << std::setw(4) << inner());
+    QLOG_ERROR(logger, std::setw(6) << 12 << std::string(10000, 'x').size());
+    std::thread([&logger] { QLOG_INFO(logger, "thread"); }).join();
+    ASSERT_TRUE(Logging::setOutput("", strError));
+    std::ifstream file(strFile);
+    for (const char* szEnd : {"WARN  [T] quorvex.test.line: inner 10",
+                              "INFO  [T] quorvex.test.line: outer 000b",
+                              "ERROR [T] quorvex.test.line:     1210000",
+                              "INFO  [T] quorvex.test.line: thread"})
+    {
+        std::string strLine;
+        std::getline(file, strLine);
+        strLine = std::regex_replace(strLine, std::regex("\\[[0-9]+\\]"), "[T]");
+        EXPECT_TRUE(
+            std::regex_match(strLine.substr(0, 24),
+                             std::regex("[0-9]{4}-[01][0-9]-[0-3][0-9]T([0-9]{2}:){2}[0-9]{2}\\.[0-9]{3} ")))
+            << strLine;
+        EXPECT_EQ(strLine.substr(24), szEnd);
+    }
 }
 
 TEST(CallLoggerTest, EveryLineOfACallCarriesItsIdentifiers)
