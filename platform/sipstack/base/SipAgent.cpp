@@ -147,6 +147,9 @@ bool SipAgent::addPort(su_root_t* in_pRoot, std::size_t in_iPort, std::string& o
                                   NTATAG_MAXSIZE(m_config.m_uiMaxMessageBytes),
                                   NTATAG_SIPFLAGS(MSG_DO_EXTRACT_COPY),
                                   NTATAG_MCLASS(messageClass()),
+                                  // Other headers that cannot be read count as absent: a response
+                                  // that is dropped for one leaves its transaction to time out.
+                                  NTATAG_BAD_RESP_MASK(sip_mask_response),
                                   NTATAG_UDP_MTU(65535),
                                   NTATAG_CLIENT_RPORT(1),
                                   NTATAG_SERVER_RPORT(1),
