@@ -104,6 +104,8 @@ const char* toText(CallRecord::EndedBy in_endedBy)
             return "remote";
         case CallRecord::EndedBy::TIMEOUT:
             return "timeout";
+        case CallRecord::EndedBy::UNREACHABLE:
+            return "unreachable";
         case CallRecord::EndedBy::STOP:
             return "stop";
     }

@@ -20,10 +20,11 @@ struct CallRecord
     };
     enum class EndedBy
     {
-        LOCAL,    ///< a route, an operator, or the other leg of the call
-        REMOTE,   ///< the leg's own far end
-        TIMEOUT,  ///< nothing came in time
-        STOP      ///< the gateway's stop
+        LOCAL,        ///< a route, an operator, or the other leg of the call
+        REMOTE,       ///< the leg's own far end
+        TIMEOUT,      ///< nothing came in time
+        UNREACHABLE,  ///< the network knows no way to the far end
+        STOP          ///< the gateway's stop
     };
 
     /// Figures of the leg's audio stream.

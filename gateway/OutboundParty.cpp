@@ -297,6 +297,10 @@ void OutboundParty::Attempt::answeredFinally(unsigned int in_uiStatus, CallOutIn
         case CallOutInterface::Ending::TIMEOUT:
             m_endedBy = CallRecord::EndedBy::TIMEOUT;
             break;
+        case CallOutInterface::Ending::UNREACHABLE:
+            m_endedBy = CallRecord::EndedBy::UNREACHABLE;
+            m_strReason = "the called party cannot be reached";
+            break;
         case CallOutInterface::Ending::NEAR_END:
             // A stop is none of the call's doing.
             if (m_endedBy.value_or(CallRecord::EndedBy::STOP) != CallRecord::EndedBy::STOP)

@@ -108,9 +108,10 @@ public:
     /// Who has ended a call.
     enum class Ending
     {
-        FAR_END,   ///< the caller, by BYE or CANCEL
-        NEAR_END,  ///< this side: the call engine, a stop, or something that the network interface refused
-        TIMEOUT    ///< nobody: something that was waited for never came
+        FAR_END,     ///< the caller, by BYE or CANCEL
+        NEAR_END,    ///< this side: the call engine, a stop, or something that the network interface refused
+        TIMEOUT,     ///< nobody: something that was waited for never came
+        UNREACHABLE  ///< nobody: of a leg that is placed, the network knows no way to the far end
     };
 
     /// A call is offered. False refuses it at once.

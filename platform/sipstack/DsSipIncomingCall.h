@@ -25,7 +25,8 @@ public:
                       const DsHandle<DsSipIncomingCallinterface>& in_hInterface);
 
     /// Answers the INVITE: 100 to 199 any number of times, one final response. A response from 101 on gets
-    /// the dialog's To tag. Where the INVITE requires 100rel, a provisional response goes out reliably.
+    /// the dialog's To tag. Where the INVITE requires 100rel, a provisional response goes out reliably; its
+    /// PRACK is the layer's own matter.
     /// Throws when the INVITE has its final response already, or was cancelled.
     void answer(const DsHandle<DsSipResponse>& in_hResponse);
 

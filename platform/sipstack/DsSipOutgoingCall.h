@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -52,6 +53,10 @@ public:
     /// thread.
     const std::string& getCallID() const { return m_strCallId; }
 
+    /// Whether the network has said that nothing takes the INVITE there, which failedToConnect(nil) reports
+    /// like a time-out. Any thread.
+    bool isUnreachable() const { return m_bUnreachable.load(std::memory_order_relaxed); }
+
     void acceptReplaces(const DsHandle<DsSipDialog>& in_hReplacedDialog,
                         const DsHandle<DsSipDialog>& in_hNewDialog) override;
     void rejectReplaces(const DsHandle<DsSipDialog>& in_hReplacedDialog,
@@ -70,6 +75,7 @@ private:
     const std::string m_strCallId;
     DsHandle<DsSipOutgoingCallinterface> m_hInterface;  // SIP stack thread; released with the core
     std::shared_ptr<OutgoingCallCore> m_pCore;
+    std::atomic<bool> m_bUnreachable{false};
     mutable std::recursive_mutex m_mutex;  // guards m_vDialogs
     std::vector<DsHandle<DsSipDialog>> m_vDialogs;
 };

@@ -121,7 +121,9 @@ def unreachable_parties_end_in_a_failure(build):
                 Caller(gateway.port, "1") as caller:
             caller.invite(sdp("127.0.0.1"))
             caller.ack(caller.expect(status, seconds=10))
-            finish(gateway, 2)
+            leg = finish(gateway, 2)[1]
+            ended = leg["endedBy"], leg["reason"]
+            check(status != 480 or ended == ("unreachable", "the called party cannot be reached"), f"recorded as {ended}")
 
 
 def legs_are_tried_in_turn(build):

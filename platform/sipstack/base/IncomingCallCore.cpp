@@ -140,7 +140,7 @@ void IncomingCallCore::answer(const DsHandle<DsSipResponse>& in_hResponse, bool 
     const auto status = in_hResponse->getStatusCode();
     if (status > 100 && status < 200 && (in_bReliable || m_bRequires100rel))
     {
-        sendReliable(in_hResponse);
+        sendReliable(in_hResponse, in_bReliable);
         return;
     }
     if (status >= 200 && status < 300 && m_pReliable != nullptr)
@@ -173,13 +173,14 @@ void IncomingCallCore::answer(const DsHandle<DsSipResponse>& in_hResponse, bool 
     }
 }
 
-void IncomingCallCore::sendReliable(const DsHandle<DsSipResponse>& in_hResponse)
+void IncomingCallCore::sendReliable(const DsHandle<DsSipResponse>& in_hResponse, bool in_bAsked)
 {
     if (m_pReliable != nullptr)
     {
-        m_vReliableQueue.push_back(in_hResponse);
+        m_vReliableQueue.emplace_back(in_hResponse, in_bAsked);
         return;
     }
+    m_bReliableAsked = in_bAsked;
     m_pDialog->rememberSdp(in_hResponse);
     m_pReliable = MessageBridge::replyReliably(m_pIrq, *this, in_hResponse, m_pDialog->getContact());
     if (m_pReliable == nullptr)
@@ -204,7 +205,10 @@ int IncomingCallCore::onPrack(nta_reliable_t* in_pReliable, nta_incoming_t* in_p
     const auto prack = m_agent.bridge().fromRequest(in_pIrq).dynamicCast<DsSipPrackMessage>();
     nta_incoming_treply(in_pIrq, SIP_200_OK, TAG_END());
     nta_incoming_destroy(in_pIrq);
-    reports().prack(m_hCall, prack);
+    if (m_bReliableAsked)
+    {
+        reports().prack(m_hCall, prack);
+    }
     m_agent.post([core = std::static_pointer_cast<IncomingCallCore>(self)] { core->afterPrack(); });
     return 200;
 }
@@ -217,9 +221,9 @@ void IncomingCallCore::afterPrack()
     }
     if (!m_vReliableQueue.empty())
     {
-        const auto next = m_vReliableQueue.front();
+        const auto [hNext, bAsked] = m_vReliableQueue.front();
         m_vReliableQueue.pop_front();
-        sendReliable(next);
+        sendReliable(hNext, bAsked);
     }
     else if (!m_hHeldAnswer.isNil())
     {

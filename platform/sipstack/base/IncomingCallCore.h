@@ -4,6 +4,7 @@
 #include <deque>
 #include <memory>
 #include <mutex>
+#include <utility>
 #include <vector>
 
 #include "sipstack/DsHandle.h"
@@ -56,7 +57,7 @@ private:
     void onInviteTimeOut();
 
     void answer(const DsHandle<DsSipResponse>& in_hResponse, bool in_bReliable);
-    void sendReliable(const DsHandle<DsSipResponse>& in_hResponse);
+    void sendReliable(const DsHandle<DsSipResponse>& in_hResponse, bool in_bAsked);
     void afterPrack();
     void hangup();
     void refuse(int in_iStatus, const char* in_szPhrase);
@@ -110,7 +111,8 @@ private:
     bool m_bSupports100rel = false;
     bool m_bRequires100rel = false;
     nta_reliable_t* m_pReliable = nullptr;
-    std::deque<DsHandle<DsSipResponse>> m_vReliableQueue;
+    bool m_bReliableAsked = false;  // by the user, who hears of its PRACK; not only by the far end
+    std::deque<std::pair<DsHandle<DsSipResponse>, bool>> m_vReliableQueue;
     DsHandle<DsSipResponse> m_hHeldAnswer;
 
     // Any thread: what the user has decided, ahead of what the stack has done.

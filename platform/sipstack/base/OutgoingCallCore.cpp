@@ -113,6 +113,7 @@ void OutgoingCallCore::send()
     if (m_vRoutes.empty())
     {
         QLOG_INFO(s_logger, "no address for " << invite->getRequestURI());
+        m_hCall->m_bUnreachable = true;
         fail();
         return;
     }
@@ -179,6 +180,13 @@ void OutgoingCallCore::onResponse(const sip_t* in_pSip)
     }
     if (ClientRequest::isInternal(in_pSip))
     {
+        // What the transport reports (RFC 3261 section 8.1.3.1); a time-out is a 408.
+        constexpr int kTransportFailed = 503;
+        if (in_pSip != nullptr && in_pSip->sip_status->st_status == kTransportFailed)
+        {
+            QLOG_INFO(s_logger, m_vRoutes.front() << " cannot be reached");
+            m_hCall->m_bUnreachable = true;
+        }
         fail();
         return;
     }

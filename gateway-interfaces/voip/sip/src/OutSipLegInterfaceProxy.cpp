@@ -123,6 +123,10 @@ protected:
         TRACE_SCOPE(OutSipSide::getLogger(), "FailedToConnect_MO::call_i");
         if (m_hMessage.isNil())
         {
+            if (!m_hCall.isNil() && m_hCall->isUnreachable())
+            {
+                in_pMachine->noteUnreachable();
+            }
             return processTimeOut(*in_pMachine);
         }
         return process(*in_pMachine,

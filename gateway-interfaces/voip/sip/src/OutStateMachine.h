@@ -67,6 +67,9 @@ public:
     /// Notes what the record of the call needs, then handles the event.
     bool processEvent(const VoipEvent& in_event) override;
 
+    /// No way leads to the far end; for the record of the call.
+    void noteUnreachable() { m_ending = m_ending.value_or(CallOutInterface::Ending::UNREACHABLE); }
+
     /// Tells the call engine how the INVITE was answered and who ended the leg, then ends the call.
     /// Repeatable.
     void done() override;
