@@ -84,7 +84,7 @@ ROWS = {
     "moved to no host": ("b:INVITE b>302:nowhere b:ACK 500", (500, "local"), [(302, "remote"), (500, "local")], {}),
     "305": ("b:INVITE b>305:c b:ACK c:INVITE c>486 c:ACK 486", (486, "local"), [(305, "remote"), (486, "remote")], {}),
 }
-ENDED_BY_TIMERS = {"moved to garbage", "given up, unheard"}
+ENDED_BY_TIMERS = {"given up, unheard"}
 STOPPED = {
     "stopped before a word": ("b:INVITE !TERM 503 b>100 b:CANCEL b>487 b:ACK", (503, "stop"), [(487, "stop")], {}),
     "stopped, ringing": ("b:INVITE b>180 180 !TERM 503 b:CANCEL b>487 b:ACK", (503, "stop"), [(487, "stop")], {}),
