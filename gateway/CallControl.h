@@ -67,6 +67,8 @@ public:
 
     /// Whether new calls are taken: false while starting, draining and stopping.
     virtual bool takesCalls() const = 0;
+    /// What keeps the gateway from serving the calls that it takes, in one sentence; empty when nothing does.
+    virtual std::string getTrouble() const = 0;
     /// The network interface's own description of itself, as text.
     virtual std::string describe() = 0;
     virtual std::vector<CallView> getCalls() = 0;

@@ -65,6 +65,18 @@ void EngineControl::setReporter(OMReporter* in_pReporter)
     m_pReporter = in_pReporter;
 }
 
+void EngineControl::setWatchdog(const LoopWatchdog& in_watchdog)
+{
+    const std::lock_guard lock(m_reporterMutex);
+    m_pWatchdog = &in_watchdog;
+}
+
+std::string EngineControl::getTrouble() const
+{
+    const std::lock_guard lock(m_reporterMutex);
+    return m_pWatchdog != nullptr ? m_pWatchdog->getStalled() : "";
+}
+
 std::string EngineControl::describe()
 {
     std::future<std::string> report;

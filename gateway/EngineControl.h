@@ -3,6 +3,7 @@
 #include <functional>
 
 #include "CallControl.h"
+#include "LoopWatchdog.h"
 #include "RoutingCallEngine.h"
 #include "oam/OMReporter.h"
 
@@ -20,6 +21,10 @@ public:
     /// when nobody asks the former one any more.
     void setReporter(OMReporter* in_pReporter);
 
+    /// What sees to it that every loop runs, which must outlive this object's use. It watches all it will.
+    void setWatchdog(const LoopWatchdog& in_watchdog);
+
+    std::string getTrouble() const override;
     bool takesCalls() const override
     {
         const std::lock_guard lock(m_reporterMutex);
@@ -40,6 +45,7 @@ private:
     RoutingCallEngine& m_engine;
     mutable std::mutex m_reporterMutex;
     OMReporter* m_pReporter = nullptr;
+    const LoopWatchdog* m_pWatchdog = nullptr;
 };
 
 }  // namespace Quorvex

@@ -297,6 +297,7 @@ void Host::watchLoops()
     m_watchdog.watch(
         "call engine", "call-engine", [this](Done in_done) { return m_engine.post(std::move(in_done)); });
     m_metrics.addSource(m_watchdog);
+    m_control.setWatchdog(m_watchdog);
     m_watchdog.start();
 }
 

@@ -305,13 +305,17 @@ void HttpServer::addRoutes()
     Methods healthz;
     healthz.m_get = [this](const Request&, Response& out_response)
     {
-        if (m_control.takesCalls())
+        if (!m_control.takesCalls())
         {
-            out_response.set_content("running\n", kTextType);
+            answerError(out_response, 503, "The gateway takes no new calls.");
+        }
+        else if (const std::string trouble = m_control.getTrouble(); !trouble.empty())
+        {
+            answerError(out_response, 503, trouble);
         }
         else
         {
-            answerError(out_response, 503, "The gateway takes no new calls.");
+            out_response.set_content("running\n", kTextType);
         }
     };
     serve(server, "/healthz", healthz);

@@ -74,10 +74,10 @@ void LoopWatchdog::run()
 
 void LoopWatchdog::look(Loop& io_loop) const
 {
-    const double fSeconds = secondsSince(io_loop.m_asked);
     if (io_loop.m_pAnswers->m_bAwaited.load())
     {
-        if (fSeconds > std::chrono::duration<double>(m_limit).count() && !io_loop.m_bStalled.exchange(true))
+        const double fSeconds = getStalledS(io_loop);
+        if (fSeconds > 0 && !std::exchange(io_loop.m_bReported, true))
         {
             QLOG_ERROR(m_logger,
                        "the " << io_loop.m_strName << " loop stands still: thread \"" << io_loop.m_strThread
@@ -85,16 +85,17 @@ void LoopWatchdog::look(Loop& io_loop) const
         }
         return;
     }
-    if (io_loop.m_bStalled.exchange(false))
+    if (std::exchange(io_loop.m_bReported, false))
     {
         QLOG_INFO(m_logger,
                   "the " << io_loop.m_strName << " loop runs again, after "
                          << io_loop.m_pAnswers->m_fRoundTripS.load() << " s");
     }
-    io_loop.m_asked = Clock::now();
+    const Clock::time_point asked = Clock::now();
+    io_loop.m_pAnswers->m_asked = asked;
     io_loop.m_pAnswers->m_bAwaited = true;
     const bool bAsked = io_loop.m_ping(
-        [pAnswers = io_loop.m_pAnswers, asked = io_loop.m_asked]
+        [pAnswers = io_loop.m_pAnswers, asked]
         {
             pAnswers->m_fRoundTripS = secondsSince(asked);
             pAnswers->m_bAwaited = false;
@@ -103,6 +104,27 @@ void LoopWatchdog::look(Loop& io_loop) const
     {
         io_loop.m_pAnswers->m_bAwaited = false;
     }
+}
+
+double LoopWatchdog::getStalledS(const Loop& in_loop) const
+{
+    const Answers& answers = *in_loop.m_pAnswers;
+    const double fSeconds = answers.m_bAwaited.load() ? secondsSince(answers.m_asked.load()) : 0.0;
+    return fSeconds > std::chrono::duration<double>(m_limit).count() ? fSeconds : 0.0;
+}
+
+std::string LoopWatchdog::getStalled() const
+{
+    std::string text;
+    for (const auto& pLoop : m_vLoops)
+    {
+        if (getStalledS(*pLoop) > 0)
+        {
+            text += (text.empty() ? "The gateway does not serve: the " : ", the ") + pLoop->m_strName +
+                    " loop stands still (thread \"" + pLoop->m_strThread + "\")";
+        }
+    }
+    return text.empty() ? text : text + ".";
 }
 
 void LoopWatchdog::collect(MetricsPage& io_page)
@@ -118,7 +140,7 @@ void LoopWatchdog::collect(MetricsPage& io_page)
     io_page.family("quorvex_loop_stalled", "gauge", "Whether a loop stands still.");
     for (const auto& pLoop : m_vLoops)
     {
-        io_page.sample(pLoop->m_bStalled.load() ? 1.0 : 0.0,
+        io_page.sample(getStalledS(*pLoop) > 0 ? 1.0 : 0.0,
                        {
                            {"loop", pLoop->m_strName}
         });

@@ -38,6 +38,10 @@ public:
     /// When it returns, nothing is asked any more; answers may still come. Repeatable.
     void stop();
 
+    /// Which loops stand still now, in one sentence; empty when none does. Any thread, also when asking one
+    /// of them has blocked the watchdog itself. Not while watch() is called.
+    std::string getStalled() const;
+
     void collect(MetricsPage& io_page) override;
 
 private:
@@ -47,6 +51,7 @@ private:
     struct Answers
     {
         std::atomic<bool> m_bAwaited{false};
+        std::atomic<Clock::time_point> m_asked{Clock::time_point()};
         std::atomic<double> m_fRoundTripS{0};
     };
 
@@ -56,12 +61,14 @@ private:
         std::string m_strThread;
         Ping m_ping;
         std::shared_ptr<Answers> m_pAnswers = std::make_shared<Answers>();
-        Clock::time_point m_asked;
-        std::atomic<bool> m_bStalled{false};
+        // Whether it has been reported.
+        bool m_bReported = false;
     };
 
     void run();
     void look(Loop& io_loop) const;
+    // How long an answer has been waited for when that is too long, else 0 s.
+    double getStalledS(const Loop& in_loop) const;
 
     const std::chrono::milliseconds m_interval;
     const std::chrono::milliseconds m_limit;

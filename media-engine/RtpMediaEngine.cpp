@@ -1,5 +1,6 @@
 #include "RtpMediaEngine.h"
 
+#include <chrono>
 #include <future>
 #include <utility>
 
@@ -268,9 +269,26 @@ bool RtpMediaEngine::ping(const std::function<void()>& in_done)
 
 MediaTotals RtpMediaEngine::getTotals()
 {
-    MediaTotals totals;
-    runOnThread([&](MediaThread& io_thread) { totals = io_thread.getTotals(); });
-    return totals;
+    // Who asks serves others too, and must not wait for a thread that stands still.
+    std::promise<MediaTotals> result;
+    std::future<MediaTotals> future = result.get_future();
+    const bool bPosted = m_pQueue->post([result = std::move(result)](MediaThread& io_thread) mutable
+                                        { result.set_value(io_thread.getTotals()); });
+    if (!bPosted)
+    {
+        return MediaTotals();
+    }
+    const bool bReady = future.wait_for(std::chrono::seconds(1)) == std::future_status::ready;
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    try
+    {
+        m_totals = bReady ? future.get() : m_totals;
+    }
+    catch (const std::future_error&)
+    {
+        // The thread ended before it came to it.
+    }
+    return m_totals;
 }
 
 }  // namespace Quorvex

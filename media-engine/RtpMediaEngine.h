@@ -85,6 +85,7 @@ private:
     std::thread m_thread;
     std::thread::id m_threadId;
     LimitedObjPtr<MediaObserver> m_pObserver;
+    MediaTotals m_totals;  // as asked for last
 };
 
 }  // namespace Quorvex

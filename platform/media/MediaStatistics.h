@@ -86,6 +86,7 @@ public:
     virtual void setMediaObserver(LimitedObjPtr<MediaObserver> in_pObserver) = 0;
     /// The live endpoints of a call, in the order of creation; the figures are at most a few packets old.
     virtual std::vector<StreamStatistics> getStreamStatistics(const std::string& in_strCallId) = 0;
+    /// Those of a moment ago when the media thread does not answer within a second.
     virtual MediaTotals getTotals() = 0;
     /// Has the media thread call the function, later; returns at once. False when there is no such thread.
     /// For watchdogs.

@@ -2,6 +2,7 @@
 """What must not bring a gateway down, tried with calls under way: signals, a media engine that stands still, a registrar
 that goes and comes back, a full disk, and a flood of hostile messages."""
 import asyncio
+import contextlib
 import ctypes
 import json
 import multiprocessing
@@ -10,6 +11,7 @@ import re
 import signal
 import sys
 import threading
+import time
 from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parent))
@@ -18,7 +20,7 @@ from harness import Gateway, bound_socket, check, free_port, run  # noqa: E402
 from soak import SERVICES, Soak, recorded_roles  # noqa: E402
 from soak_flows import T1_MS, route  # noqa: E402
 from soak_party import CALL_ENDED_S, Party  # noqa: E402
-from sipua import Message  # noqa: E402
+from sipua import Caller, Message, sdp  # noqa: E402
 
 TIMERS = {"t1Ms": T1_MS, "timerCMs": int(2000 * CALL_ENDED_S), "state.Disconnecting.timeoutMs": int(2000 * CALL_ENDED_S)}
 RING = {"name": "ring", "match": {"sip.in.requestUri": "^sip:ring@"}, "service": "ring", "hangupAfterMs": 500}
@@ -158,6 +160,51 @@ class Stopped:
             self.ptrace(self.DETACH, tid)
 
 
+def wait_for_health(gateway, loops):
+    """Until /healthz tells of these loops and no other: of none, 200."""
+    deadline = time.monotonic() + 30
+    while True:
+        status, text = gateway.http("/healthz")
+        told = dict(re.findall(r'the ([a-z ]+) loop stands still \(thread \\"([^"]*)\\"\)', text))
+        if told.keys() == loops.keys() and status == (503 if loops else 200):
+            return told
+        check(time.monotonic() < deadline, f"/healthz says {status} {text}")
+        time.sleep(0.1)
+
+
+def check_reported(gateway, loops):
+    """The loops that stand still, and no others, are told to whoever looks, with their threads: health, log and metrics."""
+    told = wait_for_health(gateway, loops)
+    check(all(told[loop].startswith(name) for loop, name in loops.items()), f"/healthz names {told}")
+    stalled = re.findall(r'quorvex_loop_stalled\{loop="([^"]*)"\} 1', gateway.http("/metrics")[1])
+    check(sorted(stalled) == sorted(loops), f"the metrics tell of {stalled}")
+    deadline = time.monotonic() + 10
+    for loop, thread in told.items():
+        line = f'the {loop} loop stands still: thread "{thread}" has not answered'
+        while line not in gateway.log():
+            check(time.monotonic() < deadline, f"the log does not tell of the {loop} loop")
+            time.sleep(0.1)
+        check(gateway.log().count(line) == 1, f"the log tells more than once of the {loop} loop")
+
+
+def loops_stand_still(build):
+    """A signalling thread that is blocked is reported, and no other; calls then go on as before."""
+    with Gateway(build) as gateway:
+        for loops in ({"sip": "sip-stack"}, {"task": "Sip Gateway Net", "call engine": "call-engine"}):
+            with contextlib.ExitStack() as stack, Caller(gateway.port) as caller:
+                for name in loops.values():
+                    stack.enter_context(Stopped(gateway.process.pid, name))
+                check_reported(gateway, loops)
+                stack.close()
+                wait_for_health(gateway, {})
+                caller.invite(sdp("127.0.0.1"))
+                caller.ack(caller.expect(200, seconds=10, skip=(100, 180)))
+                caller.send("BYE")
+                caller.expect(200, seconds=10, skip=(200,))
+        gateway.stop()
+        gateway.check_accounts_are_zero()
+
+
 async def media_stand_still(build):
     """Calls of that time fail or wait, and end; calls of before and after are well."""
     async with Stage(build) as stage:
@@ -165,8 +212,8 @@ async def media_stand_still(build):
         with Stopped(stage.gateway.process.pid, "rtp-media"):
             await stage.offer(20, 4)
             await asyncio.sleep(2 * CALL_ENDED_S)
-            healthy = await asyncio.get_running_loop().run_in_executor(None, stage.gateway.http, "/healthz")
-            print(f"/healthz while the media engine stands still: {healthy[0]}")
+            await asyncio.get_running_loop().run_in_executor(None, check_reported, stage.gateway, {"media": "rtp-media"})
+        await asyncio.get_running_loop().run_in_executor(None, wait_for_health, stage.gateway, {})
         await stage.calls.settle()
         print(f"calls meanwhile: {stage.calls.odd.most_common(5)}")
         await stage.nothing_is_left()
@@ -269,5 +316,5 @@ def test(story):
 
 if __name__ == "__main__":
     multiprocessing.set_start_method("spawn")
-    sys.exit(run([test(story) for story in (sigterm, sighup, sigkill, media_stand_still, registrar_away, full_disk,
-                                            hostile_messages)], sys.argv[1]))
+    sys.exit(run([*(test(story) for story in (sigterm, sighup, sigkill, media_stand_still, registrar_away, full_disk,
+                                              hostile_messages)), loops_stand_still], sys.argv[1]))

@@ -26,6 +26,7 @@ class FakeControl : public CallControl
 {
 public:
     bool takesCalls() const override { return m_bTakesCalls; }
+    std::string getTrouble() const override { return ""; }
     std::string describe() override { return "all quiet\n"; }
     std::vector<CallView> getCalls() override
     {

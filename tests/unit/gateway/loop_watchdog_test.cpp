@@ -44,8 +44,12 @@ TEST(LoopWatchdogTest, ALoopThatStandsStillIsReportedOnceAndSoIsItsReturn)
     EXPECT_NE(page.getText().find("quorvex_loop_stalled{loop=\"stuck\"} 1\n"), std::string::npos);
     EXPECT_NE(page.getText().find("quorvex_loop_stalled{loop=\"sound\"} 0\n"), std::string::npos);
 
+    EXPECT_NE(watchdog.getStalled().find("the stuck loop stands still (thread \"the-thread\")."),
+              std::string::npos);
+
     release.set_value();
     EXPECT_TRUE(comesTrue([&] { return log.count("the stuck loop runs again", eINFO_LEVEL) == 1; }));
+    EXPECT_EQ(watchdog.getStalled(), "");
     watchdog.stop();
     EXPECT_EQ(log.count("stands still", eERROR_LEVEL), 1U);
     EXPECT_EQ(log.count("\"the-thread\"", eERROR_LEVEL), 1U);
