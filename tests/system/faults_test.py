@@ -140,6 +140,7 @@ class Stopped:
     SEIZE, INTERRUPT, DETACH, WALL = 0x4206, 0x4207, 17, 0x40000000
 
     def __init__(self, pid, name):
+        self.pid = pid
         self.tids = [int(task.name) for task in Path(f"/proc/{pid}/task").iterdir()
                      if (task / "comm").read_text(encoding="ascii").strip().startswith(name)]
         check(self.tids, f"the gateway has no thread {name}")
@@ -150,6 +151,10 @@ class Stopped:
 
     def __enter__(self):
         for tid in self.tids:
+            # Stopped in the middle of its work it could hold a lock that another thread wants.
+            deadline = time.monotonic() + 10
+            while Path(f"/proc/{self.pid}/task/{tid}/stat").read_text(encoding="ascii").rsplit(")", 1)[1].split()[0] != "S":
+                check(time.monotonic() < deadline, f"thread {tid} never rests")
             self.ptrace(self.SEIZE, tid)
             self.ptrace(self.INTERRUPT, tid)
             os.waitpid(tid, self.WALL)
@@ -192,6 +197,7 @@ def loops_stand_still(build):
     with Gateway(build) as gateway:
         for loops in ({"sip": "sip-stack"}, {"task": "Sip Gateway Net", "call engine": "call-engine"}):
             with contextlib.ExitStack() as stack, Caller(gateway.port) as caller:
+                gateway.wait_until_idle()
                 for name in loops.values():
                     stack.enter_context(Stopped(gateway.process.pid, name))
                 check_reported(gateway, loops)

@@ -9,6 +9,10 @@ namespace Quorvex
 namespace
 {
 
+// The base library deletes its thread key when the process ends, whether it ever made one or not: then it is
+// the process's first, somebody else's (an allocator's, for one). Asked for a number it makes its own.
+[[maybe_unused]] const int s_iKeyIsMade = su_randint(0, 1);
+
 StaticLogger s_logger("quorvex.sip.Stack");
 
 // No exception may travel through the frames of the base library.

@@ -27,6 +27,7 @@ class ReliableHandler;
 #include <sofia-sip/sip_tag.h>
 #include <sofia-sip/sip_util.h>
 #include <sofia-sip/su_log.h>
+#include <sofia-sip/su_uniqueid.h>
 #include <sofia-sip/su_wait.h>
 #include <sofia-sip/tport.h>
 #include <sofia-sip/tport_tag.h>
