@@ -136,7 +136,8 @@ class Row:
             caller.say("ACK")
 
     def play(self, gateway, commands):
-        """The sipps of the call. Each tells what others wait for: what is said just before it, as the answer comes at once."""
+        """The sipps of the call. Each tells what others wait for: what is said just before it, as the answer comes at once;
+        an ACK, which has none, after it."""
         caller = Caller(gateway, f"r{self.number}")
         caller.say("INVITE")
         parties = {"a": caller, **{letter: party for letter, party in self.parties.items() if letter + ":" in self.ladder}}
@@ -147,7 +148,8 @@ class Row:
             party = parties[letter]
             if number in before:
                 party.tell(f"turn {number}", wait=True)
-            if number in awaited and speaks:
+            answered = speaks and not word.endswith("ACK")
+            if number in awaited and answered:
                 party.tell(f"done {number}")
             if letter != "a" and speaks:
                 self.say(party, *re.fullmatch(r">(\w+)([-+]?):?(\w*)", word).groups())
@@ -158,7 +160,7 @@ class Row:
             else:
                 what, _, header = word.partition("=")
                 self.caller_hears(party, what, header)
-            if number in awaited and not speaks:
+            if number in awaited and not answered:
                 party.tell(f"done {number}")
         return Play(gateway, self.number, f"{self.name}: {self.ladder[:120]}", [*list(parties.values())[1:], caller], commands,
                     before)
