@@ -98,8 +98,8 @@ public:
                const DsHandle<DsSipNewCallinterface>& in_hNewCall,
                std::string& out_strError);
 
-    /// Credentials for a realm that became known while running. Those that the configuration has for the realm
-    /// go before them, later ones replace them.
+    /// Credentials for a realm that became known while running. Those that the configuration has for the
+    /// realm go before them, later ones replace them.
     void addCredential(DsSipCredential in_credential);
 
     /// No new calls in either direction from here on: INVITE and OPTIONS outside dialogs get 503. Calls go

@@ -124,11 +124,11 @@ TEST_F(SessionTimerTest, OurRefreshIsAReinviteWithTheLastSdp)
 
 TEST_F(SessionTimerTest, OurRefreshIsAnUpdateWhereTheFarEndKnowsIt)
 {
-    establish("Supported: timer\r\nAllow: INVITE, ACK, BYE, UPDATE\r\nSession-Expires: 4;refresher=uas\r\n");
+    establish("Supported: timer\r\nAllow: INVITE, ACK, BYE, UPDATE\r\nSession-Expires: 6;refresher=uas\r\n");
     reports().expect("onSessionRefreshTime");
     const std::string update = m_peer.expect("UPDATE");
     EXPECT_TRUE(RawPeer::body(update).empty());
-    m_peer.respond(update, "200 OK", "Session-Expires: 4;refresher=uac\r\n");
+    m_peer.respond(update, "200 OK", "Session-Expires: 6;refresher=uac\r\n");
     reports().expect("onSessionRefreshTime");
     m_call = Report();
     m_peer.respond(m_peer.expect("UPDATE"), "481 Gone");
