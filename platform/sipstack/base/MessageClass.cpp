@@ -4,6 +4,7 @@
 #include <cstring>
 #include <string_view>
 
+#include "sipstack/DsSipText.h"
 #include "sipstack/base/OverloadRefusal.h"
 #include "sipstack/base/SofiaLog.h"
 #include "sipstack/base/StackThread.h"
@@ -54,19 +55,6 @@ bool isToken(std::string_view in_text)
     return !in_text.empty();
 }
 
-std::string_view trimmed(std::string_view in_text)
-{
-    while (!in_text.empty() && isBlank(in_text.front()))
-    {
-        in_text.remove_prefix(1);
-    }
-    while (!in_text.empty() && isBlank(in_text.back()))
-    {
-        in_text.remove_suffix(1);
-    }
-    return in_text;
-}
-
 // What the base library drops without an answer, though it begins with a method and ends in the version: a
 // method of characters that only RFC 3261 allows, or a Request-URI that is none. A request with such a URI is
 // answered 400.
@@ -79,7 +67,7 @@ issize_t readOddRequestLine(su_home_t* in_pHome, msg_header_t* out_pHeader)
     {
         return -1;
     }
-    std::string_view line = trimmed({static_cast<const char*>(common->h_data), common->h_len});
+    std::string_view line = SipText::trim({static_cast<const char*>(common->h_data), common->h_len});
     const std::size_t blank = line.find(' ');
     if (blank == std::string_view::npos || !isToken(line.substr(0, blank)) ||
         line.size() < blank + kVersion.size() || line.substr(line.size() - kVersion.size()) != kVersion)
@@ -88,7 +76,7 @@ issize_t readOddRequestLine(su_home_t* in_pHome, msg_header_t* out_pHeader)
     }
     const std::string_view method = line.substr(0, blank);
     line.remove_suffix(kVersion.size());
-    const std::string_view uri = trimmed(line.substr(blank));
+    const std::string_view uri = SipText::trim(line.substr(blank));
     char* const name = su_strndup(in_pHome, method.data(), static_cast<isize_t>(method.size()));
     char* const text = su_strndup(in_pHome, uri.data(), static_cast<isize_t>(uri.size()));
     if (name == nullptr || text == nullptr)

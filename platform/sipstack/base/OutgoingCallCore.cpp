@@ -25,8 +25,8 @@ StaticLogger s_logger("quorvex.sip.OutgoingCall");
 
 // How long a 2xx that crossed our CANCEL waits for the user to end it before the layer does.
 constexpr unsigned int kCrossingGraceT1 = 4;
-constexpr std::size_t kMostFurtherDialogs =
-    64;  // of one INVITE; what a hostile proxy makes beyond is dropped
+// Of one INVITE: what a hostile proxy makes beyond is dropped.
+constexpr std::size_t kMostFurtherDialogs = 64;
 constexpr unsigned long kLongestSession = 86400;  // s
 
 }  // namespace
@@ -305,7 +305,10 @@ void OutgoingCallCore::onSuccess(const sip_t* in_pSip, const DsHandle<DsSipRespo
     m_pDialog->confirm();
     const char* const branch = nta_outgoing_branch(m_pInvite->get());
     m_strBranch = branch != nullptr ? branch : "";
-    m_agent.addAnsweredInvite(m_strBranch, {m_pDialog->getRemoteTag(), this});
+    if (!m_strBranch.empty())
+    {
+        m_agent.addAnsweredInvite(m_strBranch, {m_pDialog->getRemoteTag(), this});
+    }
     m_pDialog->rememberInvite(in_pSip->sip_cseq->cs_seq, m_strBranch, m_challenges.getHeaders());
     m_pDialog->rememberSdp(m_hCall->getInvite());
     m_pDialog->agreeSession(in_pSip);

@@ -92,11 +92,6 @@ void OverloadRefusal::open(const DsSipStackConfig& in_config, nta_agent_t* in_pA
     m_strEnd += "Content-Length: 0\r\n\r\n";
 }
 
-bool OverloadRefusal::isOverloaded() const
-{
-    return m_backlog.isHigh() || (m_overloaded && m_overloaded());
-}
-
 bool OverloadRefusal::refuses(msg_t* in_pMsg, const sip_t* in_pSip)
 {
     // The message is as it came: anything may be missing.
@@ -112,8 +107,13 @@ bool OverloadRefusal::refuses(msg_t* in_pMsg, const sip_t* in_pSip)
         m_ulForgotten += ours ? 1 : 0;
         return ours;
     }
-    if (in_pSip->sip_request->rq_method != sip_method_invite || tag != nullptr || !isOverloaded() ||
-        nta_incoming_find(m_pAgent, in_pSip, in_pSip->sip_via) != nullptr || !sendRefusal(in_pMsg, in_pSip))
+    if (in_pSip->sip_request->rq_method != sip_method_invite || tag != nullptr)
+    {
+        return false;
+    }
+    m_bOverloaded = m_backlog.isHigh() || (m_overloaded && m_overloaded());
+    if (!m_bOverloaded || nta_incoming_find(m_pAgent, in_pSip, in_pSip->sip_via) != nullptr ||
+        !sendRefusal(in_pMsg, in_pSip))
     {
         return false;
     }

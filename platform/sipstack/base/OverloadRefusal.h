@@ -20,7 +20,8 @@ public:
     /// Opens for the listen ports of an agent. `in_overloaded` may be empty: then the backlog alone decides.
     void open(const DsSipStackConfig& in_config, nta_agent_t* in_pAgent);
 
-    bool isOverloaded() const;
+    /// Whether there was too much to do when refuses() looked at the last new call.
+    bool isOverloaded() const { return m_bOverloaded; }
     /// True when the message was a new call and has been refused, or the ACK of such a refusal: it is to be
     /// forgotten. Does so only for UDP with one listen port, whose socket the answer leaves from; elsewhere
     /// the agent refuses.
@@ -35,6 +36,7 @@ private:
     ReceiveBacklog m_backlog;
     std::function<bool()> m_overloaded;
     nta_agent_t* m_pAgent = nullptr;
+    bool m_bOverloaded = false;
     std::string m_strEnd;  // the header lines that are the same for all
     std::atomic<std::uint64_t> m_ulForgotten{0};
     std::atomic<std::uint64_t> m_ulRefused{0};
