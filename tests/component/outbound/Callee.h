@@ -85,6 +85,9 @@ public:
                         in_strHeaders + withBody(in_strBody, in_strType));
     }
 
+    /// What it hears and says with.
+    SipTestPeer& peer() { return m_peer; }
+
 private:
     static std::string withBody(const std::string& in_strBody, const std::string& in_strType)
     {

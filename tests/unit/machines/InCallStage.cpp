@@ -2,10 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
-#include <thread>
-
-#include "ConnectedState.h"
 #include "SipLeg.h"
 #include "VoipMedia.h"
 
@@ -15,26 +11,9 @@ namespace Quorvex::Test
 namespace
 {
 
-using InConnected = Connected<InStateMachine::CallIfPtr, InStateMachine::CallType, InStateMachine>;
-
 std::string sdp(const std::string& in_strMedia)
 {
     return "v=0\r\no=caller 1 1 IN IP4 127.0.0.1\r\ns=-\r\nc=IN IP4 127.0.0.1\r\nt=0 0\r\n" + in_strMedia;
-}
-
-template <class Condition>
-bool waitUntil(Condition in_condition)
-{
-    const auto end = std::chrono::steady_clock::now() + kDeadline;
-    while (!in_condition())
-    {
-        if (std::chrono::steady_clock::now() > end)
-        {
-            return false;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return true;
 }
 
 }  // namespace
@@ -42,18 +21,6 @@ bool waitUntil(Condition in_condition)
 const std::string InCallStage::kOffer =
     sdp("m=audio 40000 RTP/AVP 0\r\na=rtpmap:0 PCMU/8000\r\na=sendrecv\r\n");
 const std::string InCallStage::kUnusableSdp = sdp("m=audio 40000 RTP/AVP 18\r\na=rtpmap:18 G729/8000\r\n");
-
-InCallStage::InCallStage()
-{
-    m_running.engine().setScript(
-        [](ScriptedCall& io_call, const std::string& in_strWhat)
-        {
-            if (in_strWhat == "gone")
-            {
-                io_call.deleteLeg();
-            }
-        });
-}
 
 void InCallStage::begin()
 {
@@ -67,18 +34,7 @@ void InCallStage::begin()
 void InCallStage::findMachine()
 {
     ASSERT_TRUE(waitUntil([this] { return m_running.engine().getCallIds().size() >= m_uiCalls; }));
-    m_strEngineCallId = m_running.engine().getCallIds().back();
-    m_running.probe().run(
-        [this]
-        {
-            for (const auto& [strUUID, pMachine] : m_running.probe().activeIn())
-            {
-                if (m_strEngineCallId == pMachine->getCallId())
-                {
-                    m_pMachine = pMachine.get();
-                }
-            }
-        });
+    CallStage::findMachine(m_running.engine().getCallIds().back(), m_running.probe().activeIn());
 }
 
 void InCallStage::acquireWithoutInvite()
@@ -206,126 +162,23 @@ bool InCallStage::gets(const std::string& in_strFirstLine,
     return strValue == in_strText;
 }
 
-bool InCallStage::feed(const VoipEvent& in_event)
-{
-    bool bResult = false;
-    EXPECT_TRUE(m_running.probe().run(
-        [&]
-        {
-            bResult = m_pMachine->processEvent(in_event);
-            m_strStateAfterEvent = readState();
-        }));
-    return bResult;
-}
-
-std::string InCallStage::readState() const
-{
-    const auto iter = m_pMachine->currentState();
-    if (iter != m_pMachine->endState())
-    {
-        if (const auto* pConnected = dynamic_cast<InConnected*>(iter->second.m_pState.get()))
-        {
-            return pConnected->getSubStateName();
-        }
-    }
-    return m_pMachine->getCurrentStateName();
-}
-
-std::string InCallStage::state()
-{
-    std::string strState;
-    EXPECT_TRUE(m_running.probe().run([&] { strState = readState(); }));
-    return strState;
-}
-
-bool InCallStage::waitFor(const std::string& in_strState)
-{
-    std::string strState;
-    const bool bReached = waitUntil([&] { return (strState = state()) == in_strState; });
-    EXPECT_TRUE(bReached) << "in " << strState << " instead of " << in_strState;
-    return bReached;
-}
-
-unsigned int InCallStage::queueSize()
-{
-    unsigned int uiSize = 0;
-    m_running.probe().run([&] { uiSize = m_pMachine->getEventQueueSize(); });
-    return uiSize;
-}
-
-bool InCallStage::waitForSubQueue(unsigned int in_uiSize)
-{
-    return waitUntil(
-        [&]
-        {
-            unsigned int uiSize = 0;
-            m_running.probe().run(
-                [&]
-                {
-                    if (const auto* pConnected =
-                            dynamic_cast<InConnected*>(m_pMachine->currentState()->second.m_pState.get()))
-                    {
-                        uiSize = pConnected->getNumWaiting();
-                    }
-                });
-            return uiSize == in_uiSize;
-        });
-}
-
-void InCallStage::answerMedia(bool in_bAnswer)
-{
-    if (in_bAnswer)
-    {
-        m_running.media().setAnswer(nullptr);
-    }
-    else
-    {
-        m_running.media().setAnswer([](const ScriptedMediaEngine::Request&, MediaEndpointCallback&) {});
-    }
-}
-
 bool InCallStage::followStop()
 {
-    bool bWaited = true;
-    const bool bStopped = waitUntil(
-        [&]
+    return CallStage::followStop(
+        m_peer,
+        [this](const std::string& in_strMessage)
         {
-            const std::string strMessage = m_peer.receive("", std::chrono::milliseconds(5));
-            if (strMessage.empty())
+            if (in_strMessage.compare(0, 3, "SIP") != 0)
             {
-                return m_running.netIf().getTaskState() == Task::STOPPED_STATE;
+                answer(in_strMessage, "200 OK");
+                return;
             }
-            m_strTo = strMessage.compare(0, 3, "SIP") == 0 ? SipTestPeer::header(strMessage, "To") : m_strTo;
-            if (strMessage.compare(0, 3, "SIP") != 0)
-            {
-                bWaited = bWaited && m_running.netIf().getTaskState() != Task::STOPPED_STATE;
-                answer(strMessage, "200 OK");
-            }
-            else if (strMessage.compare(8, 1, "1") != 0 &&
-                     SipTestPeer::header(strMessage, "CSeq").find("INVITE") != std::string::npos)
+            m_strTo = SipTestPeer::header(in_strMessage, "To");
+            if (in_strMessage.compare(8, 1, "1") != 0 &&
+                SipTestPeer::header(in_strMessage, "CSeq").find("INVITE") != std::string::npos)
             {
                 send("ACK");
             }
-            return false;
-        });
-    EXPECT_TRUE(bWaited) << "stopped with a request unanswered";
-    return bStopped && bWaited;
-}
-
-std::vector<std::string> InCallStage::told()
-{
-    std::vector<std::string> vTold = m_running.engine().getTold(m_strEngineCallId);
-    vTold.erase(vTold.begin(), vTold.begin() + std::min<std::size_t>(2, vTold.size()));
-    return vTold;
-}
-
-bool InCallStage::waitForTold(const std::string& in_strWhat)
-{
-    return waitUntil(
-        [&]
-        {
-            const std::vector<std::string> vTold = told();
-            return std::find(vTold.begin(), vTold.end(), in_strWhat) != vTold.end();
         });
 }
 

@@ -11,6 +11,7 @@
 #include "CommonStateMachine.h"
 #include "ConnectedState.h"
 #include "InStates.h"
+#include "OutStates.h"
 
 namespace Quorvex
 {
@@ -121,6 +122,19 @@ TEST(StateDrawing, InboundMachineIsDrawnAsItIs)
     drawing.add<DisconnectingPendingConnection>("DISCONNECTING PENDING CONNECTION");
     drawing.add<InDisconnecting>("DISCONNECTING");
     expectDrawn("inbound.md", drawing.text("The machine of inbound calls"));
+}
+
+TEST(StateDrawing, OutboundMachineIsDrawnAsItIs)
+{
+    using OutDisconnecting = Disconnecting<OutStateMachine::CallIfPtr, OutStateMachine::CallType>;
+    Drawing drawing;
+    drawing.add<OutStateMachine::InitialState>("INITIAL");
+    drawing.add<OutStateMachine::InvitingState>("INVITING");
+    drawing.add<RemoteRinging>("REMOTE_RINGING");
+    drawing.add<WaitForCPAResult>("WAIT_FOR_CPA_RESULT");
+    drawing.add<OutStateMachine::CancelState>("CANCEL");
+    drawing.add<OutDisconnecting>("DISCONNECTING");
+    expectDrawn("outbound.md", drawing.text("The machine of outbound calls"));
 }
 
 TEST(StateDrawing, ConnectedPhaseIsDrawnAsItIs)

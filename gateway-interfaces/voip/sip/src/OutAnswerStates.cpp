@@ -29,18 +29,18 @@ std::span<const RemoteRinging::Row> RemoteRinging::rows()
         {eAPI_HANGUP,               always,            nothing,                                "CANCEL"},
         {e100_TRYING,               always,            nothing,                                stay},
         {e180_RINGING,              always,            &S::noteRepeated180,                    stay},
-        {e183_SESSION_PROGRESS,     always,            &S::followProvisional,                  byAction},
-        {e200_OK,                   always,            &S::process2XXResponseToInvite,         byAction},
+        {e183_SESSION_PROGRESS,     always,            &S::followProvisional,                  byAction, "IDLE"},
+        {e200_OK,                   always,            &S::process2XXResponseToInvite,         byAction, "WAIT_FOR_CPA_RESULT|IDLE"},
         {eSIP_RESPONSE,             &S::isProvisional, nothing,                                stay},
-        {eSIP_RESPONSE,             &S::isSuccess,     &S::process2XXResponseToInvite,         byAction},
+        {eSIP_RESPONSE,             &S::isSuccess,     &S::process2XXResponseToInvite,         byAction, "WAIT_FOR_CPA_RESULT|IDLE"},
         {eSIP_RESPONSE,             &S::isFailure,     &S::failRefused,                        "IDLE"},
         {e487_REQUEST_CANCELLED,    always,            &S::failUnasked487,                     "IDLE"},
         {eREMOTE_BUSY,              always,            &S::failCall<eBUSY_FAILURE>,            "IDLE"},
         {eINVALID_NUMBER,           always,            &S::failCall<eINVALID_NUMBER_FAILURE>,  "IDLE"},
         {eNO_ANSWER,                always,            &S::failCall<eNO_ANSWER_FAILURE>,       "IDLE"},
         {eTERMINATED_UPON_TIMEOUT,  always,            &S::failTimedOut,                       "IDLE"},
-        {eMEDIA_OP_STATUS,          always,            &S::followMedia,                        byAction},
-        {e3XX_REDIRECTION,          always,            &S::redirect,                           byAction},
+        {eMEDIA_OP_STATUS,          always,            &S::followMedia,                        byAction, "CANCEL"},
+        {e3XX_REDIRECTION,          always,            &S::redirect,                           byAction, "IDLE"},
     };
     // clang-format on
     static_assert(allReachable(kRows));
@@ -165,8 +165,8 @@ std::span<const WaitForCPAResult::Row> WaitForCPAResult::rows()
         {eREINVITE_REQUEST,   always,  &S::declineEvent,    stay},
         {eREINVITE_CANCEL,    always,  &S::declineEvent,    stay},
         {eREPLACES,           always,  &S::declineEvent,    stay},
-        {eMEDIA_OP_STATUS,    always,  &S::followMedia,     byAction},
-        {eMEDIA_NOTIFICATION, always,  &S::followAnalysis,  byAction},
+        {eMEDIA_OP_STATUS,    always,  &S::followMedia,     byAction, "DISCONNECTING"},
+        {eMEDIA_NOTIFICATION, always,  &S::followAnalysis,  byAction, "CONNECTED|DISCONNECTING"},
     };
     // clang-format on
     static_assert(allReachable(kRows));
