@@ -8,6 +8,7 @@
 #include "EndpointHandle.h"
 #include "MediaThread.h"
 #include "infra/Assertion.h"
+#include "infra/Bell.h"
 #include "infra/ThreadName.h"
 #include "media/MediaEndpointCallback.h"
 
@@ -28,6 +29,7 @@ RtpMediaEngine::RtpMediaEngine() : ManageableTaskImplBase("RTP media engine"), m
 RtpMediaEngine::~RtpMediaEngine()
 {
     RtpMediaEngine::stop();
+    Bell::Batch::ring();
     if (m_thread.joinable())
     {
         m_thread.join();
@@ -113,6 +115,7 @@ bool RtpMediaEngine::waitUntilDone()
     {
         return false;
     }
+    Bell::Batch::ring();
     m_ended.wait(lock, [this] { return !m_bRunning; });
     return true;
 }
@@ -234,6 +237,7 @@ bool RtpMediaEngine::runOnThread(F in_function)
     {
         return false;
     }
+    Bell::Batch::ring();
     try
     {
         future.get();
@@ -278,6 +282,7 @@ MediaTotals RtpMediaEngine::getTotals()
     {
         return MediaTotals();
     }
+    Bell::Batch::ring();
     const bool bReady = future.wait_for(std::chrono::seconds(1)) == std::future_status::ready;
     const std::lock_guard<std::mutex> lock(m_mutex);
     try

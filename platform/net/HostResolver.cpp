@@ -16,6 +16,7 @@
 #include <utility>
 #include <vector>
 
+#include "infra/Bell.h"
 #include "infra/Logger.h"
 #include "infra/ThreadName.h"
 
@@ -331,6 +332,7 @@ bool HostResolver::resolve(const std::string& in_strHost, Duration in_timeout, s
                  pResult->m_strAddress = in_strAddress;
                  pResult->m_done.notify_one();
              });
+    Bell::Batch::ring();
     std::unique_lock<std::mutex> lock(pResult->m_mutex);
     // The deadline is the resolver's; a little on top, in case its thread is late.
     if (!pResult->m_done.wait_for(

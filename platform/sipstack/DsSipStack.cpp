@@ -2,6 +2,7 @@
 
 #include <future>
 
+#include "infra/Bell.h"
 #include "sipstack/DsSipNewCallinterface.h"
 #include "sipstack/base/SipAgent.h"
 
@@ -136,8 +137,12 @@ bool DsSipStack::ping(unsigned int in_uiTimeoutMs)
 {
     const auto promise = std::make_shared<std::promise<void>>();
     auto done = promise->get_future();
-    return post([promise] { promise->set_value(); }) &&
-           done.wait_for(std::chrono::milliseconds(in_uiTimeoutMs)) == std::future_status::ready;
+    if (!post([promise] { promise->set_value(); }))
+    {
+        return false;
+    }
+    Bell::Batch::ring();
+    return done.wait_for(std::chrono::milliseconds(in_uiTimeoutMs)) == std::future_status::ready;
 }
 
 }  // namespace Quorvex

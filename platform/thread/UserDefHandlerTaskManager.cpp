@@ -130,6 +130,7 @@ void UserDefHandlerTaskManager::abandon()
         m_bAbandon = true;
         Task::enqueue(getQueue(), new WakeUp_MO, "UserDefHandlerTaskManager::abandon");
     }
+    Bell::Batch::ring();
     m_threadDone.wait(lock, [this] { return m_bThreadDone; });
     if (m_thread.joinable())
     {
@@ -240,6 +241,7 @@ bool UserDefHandlerTaskManager::waitUntilDone()
     {
         return refuse("waitUntilDone on the task's own thread");
     }
+    Bell::Batch::ring();
     std::unique_lock<std::mutex> lock(m_threadMutex);
     m_threadDone.wait(lock, [this] { return m_bThreadDone; });
     if (m_thread.joinable())

@@ -10,6 +10,7 @@
 #include <set>
 #include <system_error>
 
+#include "infra/Bell.h"
 #include "infra/Logger.h"
 #include "sipstack/DsException.h"
 #include "sipstack/DsInetAddress.h"
@@ -217,6 +218,7 @@ void SipAgent::stop(unsigned int in_uiTimeoutMs)
                 checkEmpty();
             }))
     {
+        Bell::Batch::ring();
         std::unique_lock<std::mutex> lock(wait->m_mutex);
         wait->m_condition.wait_until(lock, deadline, [&] { return wait->m_bDone; });
     }

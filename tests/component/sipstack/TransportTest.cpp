@@ -13,6 +13,7 @@
 
 #include "RawPeer.h"
 #include "TestAgent.h"
+#include "infra/Bell.h"
 
 namespace Quorvex
 {
@@ -233,6 +234,16 @@ TEST(OverloadTest, NewCallsAreRefusedWhileMessagesPileUpAtThePort)
     EXPECT_GT(agent.stack().getStatistics().m_ulOverloadRefused, 0U);
     agent.stack().ping(1000);
     EXPECT_EQ(agent.stack().getStatistics().m_ulMalformed, 0U);
+}
+
+TEST(StopTest, AThreadThatWakesOthersLateDoesNotWaitForItself)
+{
+    DsSipStack stack;
+    std::string strError;
+    ASSERT_TRUE(stack.start(TestAgent::defaults(), nullptr, strError)) << strError;
+    const Bell::Batch bells;
+    ASSERT_TRUE(stack.ping(600000));
+    stack.stop(600000);
 }
 
 TEST(TimerCTest, UnansweredCallsEndInBothDirections)

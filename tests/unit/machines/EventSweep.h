@@ -218,7 +218,7 @@ protected:
         expectAccountsEmpty();
     }
 
-    /// Killed: the network interface ends at once, whatever the far end says.
+    /// The network interface is killed: the call ends at once, before the far end has said a word.
     template <class Stage>
     void expectKillEndsAtOnce()
     {
@@ -228,8 +228,9 @@ protected:
             stage.answerMedia(false);
             stage.running().netIf().kill();
             stage.letGo();
-            EXPECT_TRUE(stage.running().netIf().waitUntilDone());
             EXPECT_TRUE(stage.waitForTold("gone"));
+            EXPECT_TRUE(stage.followStop(true));
+            EXPECT_TRUE(stage.running().netIf().waitUntilDone());
         }
         expectAccountsEmpty();
     }

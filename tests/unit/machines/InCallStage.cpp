@@ -162,10 +162,11 @@ bool InCallStage::gets(const std::string& in_strFirstLine,
     return strValue == in_strText;
 }
 
-bool InCallStage::followStop()
+bool InCallStage::followStop(bool in_bKilled)
 {
     return CallStage::followStop(
         m_peer,
+        in_bKilled,
         [this](const std::string& in_strMessage)
         {
             if (in_strMessage.compare(0, 3, "SIP") != 0)

@@ -51,8 +51,9 @@ public:
     void bringTo(const std::string& in_strState);
 
     /// The far end does its part until the network interface, which is stopping, has stopped: acknowledges
-    /// and answers. False when it does not stop, or stops while a request of ours is unanswered.
-    bool followStop();
+    /// and answers. False when it does not stop, or stops, without being killed, while a request of
+    /// ours is unanswered.
+    bool followStop(bool in_bKilled = false);
 
     /// Lets go of what the stage itself holds of the present call.
     void letGo() { m_hProxy.reset(); }

@@ -123,14 +123,15 @@ void OutCallStage::bringTo(const std::string& in_strState)
     ASSERT_TRUE(waitFor(in_strState));
 }
 
-bool OutCallStage::followStop()
+bool OutCallStage::followStop(bool in_bKilled)
 {
-    if (!m_bPlaced)
+    if (!m_bPlaced && !in_bKilled)
     {
         invite();
     }
     return CallStage::followStop(
         m_pCallee->peer(),
+        in_bKilled,
         [this](const std::string& in_strMessage)
         {
             const std::string strMethod = in_strMessage.substr(0, in_strMessage.find(' '));

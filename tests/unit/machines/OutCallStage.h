@@ -23,7 +23,7 @@ public:
     /// a CANCEL and the INVITE with it, or a BYE. The call engine, which knows no better, places the call
     /// that it has not placed yet. False when the network interface does not stop, or stops while a request
     /// of ours is unanswered.
-    bool followStop();
+    bool followStop(bool in_bKilled = false);
 
     /// Lets go of what the stage itself holds of the present call: nothing.
     void letGo() {}
