@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <filesystem>
+#include <fstream>
 #include <system_error>
 #include <utility>
 
@@ -22,6 +24,23 @@ const StaticLogger s_logger("quorvex.gateway.CdrWriter");
 
 constexpr std::chrono::milliseconds kGatherTime{50};
 constexpr std::size_t kGatherMost = 512;
+
+std::size_t countLines(std::string_view in_strText)
+{
+    return static_cast<std::size_t>(std::count(in_strText.begin(), in_strText.end(), '\n'));
+}
+
+/// Whether it is a file whose last line has no end.
+bool endsInALine(const std::string& in_strFile)
+{
+    std::error_code error;
+    if (!std::filesystem::is_regular_file(in_strFile, error))
+    {
+        return false;
+    }
+    std::ifstream file(in_strFile, std::ios::ate | std::ios::binary);
+    return file.tellg() > 0 && file.seekg(-1, std::ios::end) && file.get() != '\n';
+}
 
 std::string reasonOf(int in_iError)
 {
@@ -43,7 +62,6 @@ bool CdrWriter::open(const std::string& in_strFile, std::string& out_strError)
         return false;
     }
     m_bInTrouble = false;
-    m_bCutLine = false;
     {
         const std::lock_guard lock(m_mutex);
         m_bOpen = true;
@@ -65,6 +83,7 @@ void CdrWriter::close()
         m_thread.join();
     }
     closeFile();
+    dropRest();
 }
 
 void CdrWriter::write(CallRecord in_record)
@@ -121,7 +140,10 @@ void CdrWriter::run()
         }
         if (bReopen)
         {
+            // A cut record belongs where it began.
+            writeLines("");
             closeFile();
+            dropRest();
         }
         strLines.clear();
         for (const CallRecord& record : vRecords)
@@ -129,9 +151,7 @@ void CdrWriter::run()
             strLines += record.toJson();
             strLines += '\n';
         }
-        const std::size_t written = writeLines(strLines);
-        m_ui64Written.fetch_add(written, std::memory_order_relaxed);
-        m_ui64Lost.fetch_add(vRecords.size() - written, std::memory_order_relaxed);
+        writeLines(strLines);
         vRecords.clear();
     }
 }
@@ -144,6 +164,8 @@ bool CdrWriter::openFile(std::string& out_strError)
         out_strError = reasonOf(errno);
         return false;
     }
+    // A process that was killed, or a disk that stayed full, may have left half a record.
+    m_bBeginLine = endsInALine(m_strFile);
     return true;
 }
 
@@ -156,38 +178,58 @@ void CdrWriter::closeFile()
     }
 }
 
-std::size_t CdrWriter::writeLines(const std::string& in_strLines)
+void CdrWriter::writeLines(const std::string& in_strLines)
 {
     std::string strError;
     if (m_iFile < 0 && !openFile(strError))
     {
         reportTrouble(strError);
-        return 0;
+        m_ui64Lost.fetch_add(countLines(in_strLines), std::memory_order_relaxed);
+        return;
     }
-    // What a failed write left of a line must not run into the next record.
-    if (m_bCutLine && !in_strLines.empty() && ::write(m_iFile, "\n", 1) == 1)
+    m_bBeginLine = m_bBeginLine && append("\n") == 0;
+    const bool bWasCut = !m_strRest.empty();
+    m_strRest.erase(0, m_bBeginLine ? 0 : append(m_strRest));
+    if (m_bBeginLine || !m_strRest.empty())
     {
-        m_bCutLine = false;
+        m_ui64Lost.fetch_add(countLines(in_strLines), std::memory_order_relaxed);
+        return;
     }
-    std::size_t done = 0;
-    while (done < in_strLines.size())
-    {
-        const ssize_t written = ::write(m_iFile, in_strLines.data() + done, in_strLines.size() - done);
-        if (written < 0 && errno != EINTR)
-        {
-            reportTrouble(reasonOf(errno));
-            m_bCutLine = m_bCutLine || (done > 0 && in_strLines[done - 1] != '\n');
-            break;
-        }
-        done += written > 0 ? static_cast<std::size_t>(written) : 0;
-    }
-    if (m_bInTrouble && done == in_strLines.size() && done > 0)
+    const std::size_t done = append(in_strLines);
+    const std::size_t begun =
+        done == 0 || in_strLines[done - 1] == '\n' ? done : in_strLines.find('\n', done) + 1;
+    m_strRest = in_strLines.substr(done, begun - done);
+    const std::string_view strLeft = std::string_view(in_strLines).substr(begun);
+    const std::size_t written = countLines(std::string_view(in_strLines).substr(0, done)) + (bWasCut ? 1 : 0);
+    m_ui64Written.fetch_add(written, std::memory_order_relaxed);
+    m_ui64Lost.fetch_add(countLines(strLeft), std::memory_order_relaxed);
+    if (m_bInTrouble && written > 0 && done == in_strLines.size())
     {
         m_bInTrouble = false;
         QLOG_INFO(s_logger, "call records are written to " << m_strFile << " again");
     }
-    const auto end = in_strLines.begin() + static_cast<std::ptrdiff_t>(done);
-    return static_cast<std::size_t>(std::count(in_strLines.begin(), end, '\n'));
+}
+
+std::size_t CdrWriter::append(std::string_view in_strText)
+{
+    std::size_t done = 0;
+    while (done < in_strText.size())
+    {
+        const ssize_t written = ::write(m_iFile, in_strText.data() + done, in_strText.size() - done);
+        if (written < 0 && errno != EINTR)
+        {
+            reportTrouble(reasonOf(errno));
+            break;
+        }
+        done += written > 0 ? static_cast<std::size_t>(written) : 0;
+    }
+    return done;
+}
+
+void CdrWriter::dropRest()
+{
+    m_ui64Lost.fetch_add(m_strRest.empty() ? 0 : 1, std::memory_order_relaxed);
+    m_strRest.clear();
 }
 
 void CdrWriter::reportTrouble(const std::string& in_strReason)

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <mutex>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -15,7 +16,8 @@ namespace Quorvex
 
 /// Writes call records to a file, one JSON object per line, on a thread of its own, so that a slow disk holds
 /// up no call. A record is in the file within a tenth of a second. What cannot be kept is counted, and
-/// reported once per trouble.
+/// reported once per trouble. A record that a full disk has cut is completed when there is room again; the
+/// next one begins a line of its own in any case.
 ///
 /// open() and close() belong to one thread; the rest may be called on any.
 class CdrWriter
@@ -50,8 +52,11 @@ private:
     void run();
     bool openFile(std::string& out_strError);
     void closeFile();
-    /// Writes whole lines; returns how many of them got into the file.
-    std::size_t writeLines(const std::string& in_strLines);
+    /// Writes whole lines, after what is left of a cut one.
+    void writeLines(const std::string& in_strLines);
+    /// How much of the text the file has taken; the reason, when not all of it.
+    std::size_t append(std::string_view in_strText);
+    void dropRest();
     void reportTrouble(const std::string& in_strReason);
 
     std::string m_strFile;
@@ -67,7 +72,9 @@ private:
     // The writer's thread alone, while it runs.
     int m_iFile = -1;
     bool m_bInTrouble = false;
-    bool m_bCutLine = false;
+    bool m_bBeginLine = false;
+    // What is still to come of a record that was cut.
+    std::string m_strRest;
     std::thread m_thread;
 };
 

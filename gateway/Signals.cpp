@@ -23,10 +23,11 @@ Signals::Signals()
         sigaddset(&set, iSignal);
     }
     pthread_sigmask(SIG_BLOCK, &set, nullptr);
-    // A peer that closes its connection is told by the write that fails.
+    // A peer that closes its connection, and a file that may not grow, are told by the write that fails.
     struct sigaction ignore = {};
     ignore.sa_handler = SIG_IGN;
     sigaction(SIGPIPE, &ignore, nullptr);
+    sigaction(SIGXFSZ, &ignore, nullptr);
     m_iSignalFd = signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK);
     m_iWakeFd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     if (m_iSignalFd < 0 || m_iWakeFd < 0)
