@@ -13,8 +13,7 @@ namespace
 
 double secondsBetween(CallRecord::Time in_from, CallRecord::Time in_to)
 {
-    // The wall clock may have been set back between the two.
-    return std::max(0.0, std::chrono::duration<double>(in_to - in_from).count());
+    return std::chrono::duration<double>(in_to - in_from).count();
 }
 
 }  // namespace

@@ -51,10 +51,6 @@ public:
             m_strText += Json(in_strText).dump(-1, ' ', false, Json::error_handler_t::replace);
         }
     }
-    void add(const char* in_szName, const std::optional<CallRecord::Time>& in_time)
-    {
-        add(in_szName, in_time ? toRfc3339(*in_time) : "");
-    }
     void addHundredths(const char* in_szName, double in_fNumber)
     {
         name(in_szName) += nlohmann::json(std::round(in_fNumber * 100) / 100).dump();
@@ -112,7 +108,7 @@ const char* toText(CallRecord::EndedBy in_endedBy)
     return "remote";
 }
 
-std::string toRfc3339(CallRecord::Time in_time)
+std::string toRfc3339(CallRecord::TimeOfDay in_time)
 {
     using namespace std::chrono;
     const auto seconds = floor<std::chrono::seconds>(in_time);
@@ -134,6 +130,8 @@ std::string toRfc3339(CallRecord::Time in_time)
 
 std::string CallRecord::toJson() const
 {
+    const auto stamp = [this](Time in_time)
+    { return toRfc3339(m_invitedAt + std::chrono::duration_cast<TimeOfDay::duration>(in_time - m_invited)); };
     std::string strText;
     strText.reserve(640);
     {
@@ -145,10 +143,10 @@ std::string CallRecord::toJson() const
         object.add("from", m_strFrom);
         object.add("to", m_strTo);
         object.add("route", m_strRoute);
-        object.add("invited", toRfc3339(m_invited));
-        object.add("ringing", m_ringing);
-        object.add("answered", m_answered);
-        object.add("ended", toRfc3339(m_ended));
+        object.add("invited", stamp(m_invited));
+        object.add("ringing", m_ringing ? stamp(*m_ringing) : "");
+        object.add("answered", m_answered ? stamp(*m_answered) : "");
+        object.add("ended", stamp(m_ended));
         object.add("endedBy", std::string(toText(m_endedBy)));
         if (m_uiStatus == 0)
         {

@@ -11,7 +11,10 @@ namespace Quorvex
 /// What is written about one leg of a call when it has ended. A value.
 struct CallRecord
 {
-    using Time = std::chrono::system_clock::time_point;
+    /// A moment on the clock that nobody sets: what lies between two of them is what really passed.
+    using Time = std::chrono::steady_clock::time_point;
+    /// What is written of one.
+    using TimeOfDay = std::chrono::system_clock::time_point;
 
     enum class Direction
     {
@@ -49,6 +52,9 @@ struct CallRecord
     std::string m_strRoute;
 
     Time m_invited;
+    /// What the clock showed then. The other times are written as this and what has passed since: the
+    /// differences stay right when the clock is set meanwhile.
+    TimeOfDay m_invitedAt;
     // Of an outbound leg, for the metrics only: when the call that it belongs to arrived (its first leg's
     // alone), when its INVITE went out, and when there was first something to hear.
     std::optional<Time> m_callArrived;
@@ -79,6 +85,6 @@ const char* toText(CallRecord::Direction in_direction);
 const char* toText(CallRecord::EndedBy in_endedBy);
 
 /// "2031-05-04T10:00:00.123Z".
-std::string toRfc3339(CallRecord::Time in_time);
+std::string toRfc3339(CallRecord::TimeOfDay in_time);
 
 }  // namespace Quorvex

@@ -25,7 +25,8 @@ const char* toText(CallState in_state)
     return "?";
 }
 
-CallerLeg::CallerLeg(std::unique_ptr<InCallLeg> in_pLeg) : m_pLeg(std::move(in_pLeg)), m_arrived(Clock::now())
+CallerLeg::CallerLeg(std::unique_ptr<InCallLeg> in_pLeg)
+    : m_pLeg(std::move(in_pLeg)), m_arrived(Clock::now()), m_arrivedAt(std::chrono::system_clock::now())
 {
 }
 
@@ -224,6 +225,7 @@ CallRecord CallerLeg::record(CallRecord::EndedBy in_silently) const
     record.m_strFrom = getUri();
     record.m_strTo = getTo();
     record.m_invited = m_arrived;
+    record.m_invitedAt = m_arrivedAt;
     record.m_ringing = m_ringing;
     record.m_answered = m_answered;
     record.m_ended = Clock::now();

@@ -34,7 +34,7 @@ class CallerLeg final : public CallEnd
 public:
     QUORVEX_MEM_ACCOUNT("CallerLeg");
 
-    using Clock = std::chrono::system_clock;
+    using Clock = std::chrono::steady_clock;
 
     explicit CallerLeg(std::unique_ptr<InCallLeg> in_pLeg);
 
@@ -91,6 +91,7 @@ private:
     // The verdict, kept where it may go unheard: after early media.
     std::function<void(InCallLeg&)> m_verdict;
     const Clock::time_point m_arrived;
+    const CallRecord::TimeOfDay m_arrivedAt;
     std::optional<Clock::time_point> m_ringing;
     std::optional<Clock::time_point> m_answered;
     std::optional<CallRecord::EndedBy> m_endedBy;

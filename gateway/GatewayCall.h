@@ -36,7 +36,7 @@ class GatewayCall
 public:
     QUORVEX_MEM_ACCOUNT("GatewayCall");
 
-    using Clock = std::chrono::system_clock;
+    using Clock = std::chrono::steady_clock;
 
     /// How long a party that was transferred away has to hang up by itself.
     static constexpr unsigned int kLeaveMs = 2000;

@@ -14,6 +14,8 @@ namespace Quorvex
 namespace
 {
 
+using Clock = std::chrono::steady_clock;
+
 constexpr const char* kRequestUriKey = "sip.out.requestUri";
 constexpr const char* kRedirectInKey = "sip.in.redirect.Contact";
 constexpr const char* kRedirectOutKey = "sip.out.redirect.Contact";
@@ -90,7 +92,8 @@ public:
           m_uiLeg(in_uiLeg),
           m_callInfo(std::move(in_callInfo)),
           m_pLink(std::make_shared<Link>()),
-          m_invited(std::chrono::system_clock::now())
+          m_invited(Clock::now()),
+          m_invitedAt(std::chrono::system_clock::now())
     {
         m_pLink->m_pAttempt = this;
     }
@@ -102,7 +105,7 @@ public:
     void invite();
     void hangup(CallRecord::EndedBy in_endedBy);
     /// There is something to hear, now if not before.
-    void alerted() { m_alerted = m_alerted.value_or(std::chrono::system_clock::now()); }
+    void alerted() { m_alerted = m_alerted.value_or(Clock::now()); }
     /// The leg is over: what its INVITE was really answered with (0: nothing), and who ended it.
     void answeredFinally(unsigned int in_uiStatus, CallOutInterface::Ending in_ending);
     /// Whether a 3xx has ended the leg without naming a target.
@@ -121,12 +124,13 @@ public:
     bool m_bVerdict = false;
     bool m_bRedirected = false;
     bool m_bMedia = false;
-    const std::chrono::system_clock::time_point m_invited;
+    const Clock::time_point m_invited;
+    const CallRecord::TimeOfDay m_invitedAt;
     std::string m_strSipCallId;
-    std::optional<std::chrono::system_clock::time_point> m_sent;
-    std::optional<std::chrono::system_clock::time_point> m_alerted;
-    std::optional<std::chrono::system_clock::time_point> m_ringing;
-    std::optional<std::chrono::system_clock::time_point> m_answered;
+    std::optional<Clock::time_point> m_sent;
+    std::optional<Clock::time_point> m_alerted;
+    std::optional<Clock::time_point> m_ringing;
+    std::optional<Clock::time_point> m_answered;
     std::optional<CallRecord::EndedBy> m_endedBy;
     unsigned int m_uiFinalStatus = 0;
     unsigned int m_uiStatus = 0;
@@ -165,7 +169,7 @@ public:
             [in_ringType](Attempt& io_attempt)
             {
                 io_attempt.m_state = Attempt::State::eRINGING;
-                io_attempt.m_ringing = std::chrono::system_clock::now();
+                io_attempt.m_ringing = Clock::now();
                 io_attempt.alerted();
                 io_attempt.m_bMedia = io_attempt.m_bMedia || in_ringType == eRING_WITH_EARLY_MEDIA;
                 io_attempt.m_party.ringing(in_ringType);
@@ -208,7 +212,7 @@ public:
     void inviteSent(const std::string& in_strSipCallId) override
     {
         post(
-            [strSipCallId = in_strSipCallId, now = std::chrono::system_clock::now()](Attempt& io_attempt)
+            [strSipCallId = in_strSipCallId, now = Clock::now()](Attempt& io_attempt)
             {
                 io_attempt.m_strSipCallId = strSipCallId;
                 io_attempt.m_sent = now;
@@ -334,9 +338,10 @@ CallRecord OutboundParty::Attempt::record() const
     record.m_strTo = destinationOf(leg);
     record.m_strRoute = m_party.m_strRoute;
     record.m_invited = m_invited;
+    record.m_invitedAt = m_invitedAt;
     record.m_ringing = m_ringing;
     record.m_answered = m_answered;
-    record.m_ended = std::chrono::system_clock::now();
+    record.m_ended = Clock::now();
     record.m_endedBy = m_endedBy.value_or(CallRecord::EndedBy::STOP);
     record.m_uiStatus = m_uiFinalStatus != 0 ? m_uiFinalStatus : m_uiStatus;
     record.m_strReason = m_strReason;
@@ -432,7 +437,7 @@ void OutboundParty::connected(Attempt& io_attempt, Call::ConnectionType in_type)
     }
     io_attempt.m_state = Attempt::State::eANSWERED;
     io_attempt.alerted();
-    io_attempt.m_answered = std::chrono::system_clock::now();
+    io_attempt.m_answered = Clock::now();
     m_bVerdict = true;
     m_pConnected = &io_attempt;
     m_listener.partyConnected(in_type);
@@ -636,7 +641,7 @@ std::string OutboundParty::getUri() const
 
 void OutboundParty::addViews(std::vector<LegView>& io_vLegs) const
 {
-    const auto now = std::chrono::system_clock::now();
+    const auto now = Clock::now();
     for (const auto& pAttempt : m_vAttempts)
     {
         const CallRecord record = pAttempt->record();

@@ -1,14 +1,18 @@
 #!/usr/bin/env python3
 """What must not bring a gateway down, tried with calls under way: signals, a media engine that stands still, a registrar
-that goes and comes back, a full disk, and a flood of hostile messages."""
+that goes and comes back, a clock that jumps, a disk that fills, and a flood of hostile messages."""
 import asyncio
 import contextlib
 import ctypes
+import datetime
+import itertools
 import json
 import multiprocessing
 import os
 import re
+import resource
 import signal
+import struct
 import sys
 import threading
 import time
@@ -18,8 +22,8 @@ sys.path.insert(0, str(Path(__file__).resolve().parent))
 import faults_hostile  # noqa: E402
 from harness import Gateway, bound_socket, check, free_port, run  # noqa: E402
 from soak import SERVICES, Soak, recorded_roles  # noqa: E402
-from soak_flows import T1_MS, route  # noqa: E402
-from soak_party import CALL_ENDED_S, Party  # noqa: E402
+from soak_flows import FLOWS, T1_MS, Call, route  # noqa: E402
+from soak_party import CALL_ENDED_S, Cut, Party  # noqa: E402
 from sipua import Caller, Message, sdp  # noqa: E402
 
 TIMERS = {"t1Ms": T1_MS, "timerCMs": int(2000 * CALL_ENDED_S), "state.Disconnecting.timeoutMs": int(2000 * CALL_ENDED_S)}
@@ -29,11 +33,11 @@ RING = {"name": "ring", "match": {"sip.in.requestUri": "^sip:ring@"}, "service":
 class Stage:
     """A gateway with a caller and a callee that place mixed calls through it."""
 
-    def __init__(self, build, overrides=None, level="WARN"):
+    def __init__(self, build, overrides=None, level="WARN", levels=None):
         self.callee_port = free_port()
         overrides = {**(overrides or {})}
         overrides["quorvex.sip"] = {**TIMERS, **overrides.get("quorvex.sip", {})}
-        self.gateway = Gateway(build, overrides, routes=[route(self.callee_port), *SERVICES, RING], level=level)
+        self.gateway = Gateway(build, overrides, routes=[route(self.callee_port), *SERVICES, RING], level=level, levels=levels)
 
     async def __aenter__(self):
         self.gateway.__enter__()
@@ -277,20 +281,85 @@ async def registrar_away(build):
     registrar.over = True
 
 
-async def full_disk(build):
-    async with Stage(build, {"quorvex.gateway": {"cdrFile": "/dev/full"}}) as stage:
-        await stage.good_calls(80)
-        await stage.nothing_is_left()
-        legs = sum(len(roles) for roles in stage.calls.legs.values())
+class Clock:
+    """The time of day of one gateway, through a library that it loads first."""
 
-        def all_counted():
-            lost = re.search(r"^quorvex_cdr_lost_total (\d+)", stage.gateway.http("/metrics")[1], re.MULTILINE)
-            return lost and int(lost.group(1)) >= legs
-        await until(f"{legs} lost records are counted", all_counted)
+    def __init__(self, gateway):
+        self.file = gateway.folder / "clock"
+        self.jump_to(0)
+        library = next(gateway.build.glob("lib/libquorvex-clock-shim*"))
+        gateway.program = ["env", f"LD_PRELOAD={library}", f"QUORVEX_TEST_CLOCK={self.file}", *gateway.program]
+
+    def jump_to(self, seconds):
+        """So far from the true time."""
+        with open(self.file, "r+b" if self.file.exists() else "xb") as file:
+            file.write(struct.pack("=q", seconds))
+
+
+async def clock_jumps(build):
+    """Calls whose messages are lost are made good by timers: by none too early, and none never. What the records tell of a
+    call's length has passed."""
+    stage = Stage(build)
+    clock, number, jumps = Clock(stage.gateway), itertools.count(1), (3600, -3600, 86400, 0)
+    async with stage:
+        began = time.monotonic()
+        for jump in jumps:
+            calls = [Call(flow, next(number), stage.caller, stage.callee, {role: Cut("in", lost)}, talk=0.5).begin()
+                     for flow in FLOWS for role in flow.statuses for lost in (1, 2, 3)]
+            await asyncio.sleep(0.15)
+            clock.jump_to(jump)
+            await asyncio.gather(*(call.finished() for call in calls))
+            odd = [f"{call.flow.name}: {call.outcomes}" for call in calls if call.outcomes != call.flow.statuses]
+            check(not odd, f"{len(odd)} of {len(calls)} calls went wrong with the clock at {jump} s: {odd[:5]}")
+        await stage.nothing_is_left()
+        passed = time.monotonic() - began
         stage.gateway.stop()
         stage.check_end()
-        complaints = [line for line in stage.gateway.log().splitlines() if "ecord" in line and (" ERROR " in line or " WARN " in line)]
-        check(1 <= len(complaints) <= 10, f"{len(complaints)} lines in the log about the records")
+        invited = []
+        for record in stage.gateway.records():
+            times = [datetime.datetime.fromisoformat(record[name].replace("Z", "+00:00")).timestamp()
+                     for name in ("invited", "ringing", "answered", "ended") if record[name]]
+            check(times == sorted(times) and times[-1] - times[0] < passed + 0.1, f"not within {passed:.1f} s: {record}")
+            invited.append(times[0])
+        check(max(invited) - min(invited) > 80000, "the clock did not jump")
+
+
+async def disk_fills(build):
+    """The call records' disk is full for a while, in the middle of a record: calls go on, it is told once, and each record is
+    either whole on a line of its own or counted as lost. A half record that an earlier process has left stays by itself."""
+    stage = Stage(build, levels={"quorvex.gateway.CdrWriter": "INFO"})
+    stage.gateway.cdr_file.write_text('{"call":"hal', encoding="utf-8")
+
+    def count(what):
+        found = re.search(rf"^quorvex_cdr_{what}_total (\d+)", stage.gateway.http("/metrics")[1], re.MULTILINE)
+        return int(found.group(1)) if found else 0
+
+    def legs():
+        return sum(len(roles) for roles in stage.calls.legs.values())
+
+    async with stage:
+        pid, file = stage.gateway.process.pid, stage.gateway.cdr_file
+        await stage.good_calls(20)
+        await until("the first records are written", lambda: count("written") == legs())
+        resource.prlimit(pid, resource.RLIMIT_FSIZE, (file.stat().st_size + 1000, resource.RLIM_INFINITY))
+        await stage.good_calls(40)
+        await stage.nothing_is_left()
+        await until("records are lost", lambda: count("lost") > 0)
+        check(not file.read_bytes().endswith(b"\n"), "no record was cut")
+        resource.prlimit(pid, resource.RLIMIT_FSIZE, (resource.RLIM_INFINITY, resource.RLIM_INFINITY))
+        before = len(stage.calls.legs)
+        await stage.good_calls(40)
+        await stage.nothing_is_left()
+        stage.gateway.stop()
+        stage.check_end()
+        half, *lines = file.read_text(encoding="utf-8").splitlines()
+        check(half == '{"call":"hal', f"the half record was changed: {half}")
+        recorded = recorded_roles([json.loads(line) for line in lines])
+        late = {number: roles for number, roles in stage.calls.legs.items() if number > before}
+        check(all(set(recorded.get(number, ())) == roles for number, roles in late.items()), "records are missing after it")
+        check(len(lines) < legs(), "no record was lost")
+        told = [line for line in stage.gateway.log().splitlines() if "CdrWriter" in line]
+        check(len(told) == 2 and " ERROR " in told[0] and "File too large" in told[0] and "again" in told[1], "\n".join(told))
 
 
 async def hostile_messages(build, count=100000, rate=3000):
@@ -322,5 +391,5 @@ def test(story):
 
 if __name__ == "__main__":
     multiprocessing.set_start_method("spawn")
-    sys.exit(run([*(test(story) for story in (sigterm, sighup, sigkill, media_stand_still, registrar_away, full_disk,
-                                              hostile_messages)), loops_stand_still], sys.argv[1]))
+    sys.exit(run([*(test(story) for story in (sigterm, sighup, sigkill, media_stand_still, registrar_away, clock_jumps,
+                                              disk_fills, hostile_messages)), loops_stand_still], sys.argv[1]))

@@ -1,7 +1,15 @@
 #include "sipstack/base/Sofia.h"
 
+#include <chrono>
+
 #include "infra/Logger.h"
 #include "sipstack/base/StackThread.h"
+
+// Called with the time of day before the base library uses it; exported, though no header declares it.
+extern "C"
+{
+    extern void (*_su_time)(su_time_t* io_pTime);  // NOLINT(readability-identifier-naming)
+}
 
 namespace Quorvex
 {
@@ -12,6 +20,24 @@ namespace
 // The base library deletes its thread key when the process ends, whether it ever made one or not: then it is
 // the process's first, somebody else's (an allocator's, for one). Asked for a number it makes its own.
 [[maybe_unused]] const int s_iKeyIsMade = su_randint(0, 1);
+
+/// The time of day when it was first asked for, and what has passed since. The base library's timers go by
+/// the time of day: once the clock had been set back, nothing would be sent again and nothing would time out.
+void steadyTime(su_time_t* io_pTime)
+{
+    using namespace std::chrono;
+    if (io_pTime == nullptr)
+    {
+        return;
+    }
+    static const su_time_t s_begunAt = *io_pTime;
+    static const auto s_begun = steady_clock::now();
+    const auto passed = duration_cast<microseconds>(steady_clock::now() - s_begun);
+    const unsigned long ulUs = s_begunAt.tv_usec + static_cast<unsigned long>(passed.count());
+    io_pTime->tv_sec = s_begunAt.tv_sec + ulUs / 1000000;
+    io_pTime->tv_usec = ulUs % 1000000;
+}
+[[maybe_unused]] const bool s_bTimeIsSteady = (_su_time = steadyTime, true);
 
 StaticLogger s_logger("quorvex.sip.Stack");
 

@@ -17,11 +17,17 @@ CallRecord::Time at(std::int64_t in_iMilliseconds)
     return CallRecord::Time(milliseconds(in_iMilliseconds));
 }
 
+CallRecord::TimeOfDay timeOfDay(std::int64_t in_iMilliseconds)
+{
+    return CallRecord::TimeOfDay(milliseconds(in_iMilliseconds));
+}
+
 CallRecord makeRecord()
 {
     CallRecord record;
     record.m_strCall = "call-1";
     record.m_invited = at(1'000);
+    record.m_invitedAt = timeOfDay(1'709'251'199'000);
     record.m_ended = at(2'000);
     return record;
 }
@@ -40,7 +46,7 @@ TEST(CallRecordTest, TimesAreUtcWithMilliseconds)
     };
     for (const auto& test : cases)
     {
-        EXPECT_EQ(toRfc3339(at(test.m_iMilliseconds)), test.m_szText);
+        EXPECT_EQ(toRfc3339(timeOfDay(test.m_iMilliseconds)), test.m_szText);
     }
 }
 
@@ -82,8 +88,8 @@ TEST(CallRecordTest, AnAnsweredCallTellsItsMedia)
     record.m_rtp = CallRecord::Rtp{50, 49, 1, 0.12345, 4.40987};
     const Json json = Json::parse(record.toJson());
     EXPECT_EQ(json["direction"], "out");
-    EXPECT_EQ(json["ringing"], "1970-01-01T00:00:01.100Z");
-    EXPECT_EQ(json["answered"], "1970-01-01T00:00:01.200Z");
+    EXPECT_EQ(json["ringing"], "2024-02-29T23:59:59.100Z");
+    EXPECT_EQ(json["answered"], "2024-02-29T23:59:59.200Z");
     EXPECT_EQ(json["endedBy"], "stop");
     EXPECT_EQ(json["status"], 200);
     EXPECT_EQ(json["rtp"],

@@ -97,7 +97,7 @@ void VoipStateMachine<CallIfPtr>::setCallId(const char* in_szCallId)
     logger.callStart(m_strCallId);
     m_msgLogger.callStart(m_strCallId);
     m_msgLogger.refreshLevel();
-    m_initTime = ACE_OS::gettimeofday();
+    m_initTime = std::chrono::steady_clock::now();
     m_bDone = false;
 }
 
@@ -169,7 +169,9 @@ std::ostream& VoipStateMachine<CallIfPtr>::write(std::ostream& out_stream) const
             out_stream << ", Event " << i << " in queue = " << *pEvt;
         }
     }
-    return out_stream << ", Initialized " << (ACE_OS::gettimeofday() - m_initTime).sec() << " sec ago,"
+    const auto age = std::chrono::steady_clock::now() - m_initTime;
+    return out_stream << ", Initialized " << std::chrono::duration_cast<std::chrono::seconds>(age).count()
+                      << " sec ago,"
                       << ", m_bDone=" << (m_bDone ? 1 : 0);
 }
 

@@ -2,6 +2,7 @@
 
 #include <ace/Time_Value.h>
 
+#include <chrono>
 #include <iosfwd>
 #include <memory>
 #include <string>
@@ -109,7 +110,7 @@ protected:
 
 private:
     bool m_bDone = false;
-    ACE_Time_Value m_initTime;
+    std::chrono::steady_clock::time_point m_initTime;
 };
 
 }  // namespace Quorvex
