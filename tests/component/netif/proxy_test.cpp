@@ -4,10 +4,10 @@
 #include <gtest/gtest.h>
 
 #include <functional>
-#include <mutex>
 #include <string>
 #include <vector>
 
+#include "EventCapture.h"
 #include "InSipLegInterfaceProxy.h"
 #include "InStateMachine.h"
 #include "NetIfFixture.h"
@@ -29,47 +29,6 @@ using namespace Quorvex::Test;
 
 namespace
 {
-
-/// Collects the events that machines say they process.
-class EventCapture
-{
-public:
-    EventCapture()
-    {
-        Logging::setLevel("quorvex.voip.StateMachine", eDEBUG_LEVEL);
-        Logging::setCapture(&EventCapture::take, this);
-    }
-    EventCapture(const EventCapture&) = delete;
-    EventCapture& operator=(const EventCapture&) = delete;
-    ~EventCapture()
-    {
-        Logging::setCapture(nullptr, nullptr);
-        Logging::clearLevels();
-    }
-
-    std::vector<std::string> takeAll()
-    {
-        const std::lock_guard lock(m_mutex);
-        return std::exchange(m_vEvents, {});
-    }
-
-private:
-    static void take(void* io_pContext, int, const std::string&, const std::string& in_strText)
-    {
-        static const std::string strMark = "VoipStateMachine processing event ";
-        const auto start = in_strText.find(strMark);
-        if (start == std::string::npos)
-        {
-            return;
-        }
-        auto* pThis = static_cast<EventCapture*>(io_pContext);
-        const std::lock_guard lock(pThis->m_mutex);
-        pThis->m_vEvents.push_back(in_strText.substr(start + strMark.size()));
-    }
-
-    std::mutex m_mutex;
-    std::vector<std::string> m_vEvents;
-};
 
 DsHandle<DsSipRequest> request(const char* in_szMethod)
 {

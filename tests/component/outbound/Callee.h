@@ -64,25 +64,25 @@ public:
         m_peer.send(m_uiGatewayPort, strText + in_strHeaders + withBody(in_strBody, in_strType));
     }
 
-    /// Sends a request in the dialog that the INVITE made.
+    /// Sends a request in the dialog that the INVITE made; an ACK is that of the request before.
     void request(const std::string& in_strMethod,
                  const std::string& in_strBody = "",
                  const std::string& in_strType = "text/plain",
                  const std::string& in_strHeaders = "")
     {
-        ++m_uiCSeq;
+        m_uiCSeq += in_strMethod == "ACK" ? 0 : 1;
         const std::string strContact = SipTestPeer::header(m_strInvite, "Contact");
         const std::string strTarget =
             strContact.substr(strContact.find('<') + 1, strContact.find('>') - strContact.find('<') - 1);
         m_peer.send(m_uiGatewayPort,
                     in_strMethod + " " + strTarget + " SIP/2.0\r\nVia: SIP/2.0/UDP 127.0.0.1:" +
                         std::to_string(m_peer.getPort()) + ";branch=z9hG4bK-callee-" +
-                        std::to_string(m_uiCSeq) + SipTestPeer::header(m_strInvite, "Call-ID") +
+                        in_strMethod + std::to_string(m_uiCSeq) + SipTestPeer::header(m_strInvite, "Call-ID") +
                         "\r\nMax-Forwards: 70\r\nFrom: " + SipTestPeer::header(m_strInvite, "To") +
                         ";tag=callee\r\nTo: " + SipTestPeer::header(m_strInvite, "From") +
                         "\r\nCall-ID: " + SipTestPeer::header(m_strInvite, "Call-ID") +
-                        "\r\nCSeq: " + std::to_string(m_uiCSeq) + " " + in_strMethod + "\r\n" +
-                        in_strHeaders + withBody(in_strBody, in_strType));
+                        "\r\nCSeq: " + std::to_string(m_uiCSeq) + " " + in_strMethod + "\r\nContact: <" +
+                        getUri() + ">\r\n" + in_strHeaders + withBody(in_strBody, in_strType));
     }
 
     /// What it hears and says with.

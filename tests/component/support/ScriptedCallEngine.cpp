@@ -1,6 +1,5 @@
 #include "ScriptedCallEngine.h"
 
-#include <algorithm>
 #include <future>
 #include <utility>
 
@@ -145,6 +144,26 @@ void ScriptedCallEngine::run(const std::function<void()>& in_job)
             done.set_value();
         });
     done.get_future().wait();
+}
+
+bool ScriptedCallEngine::runWithCall(const std::string& in_strCallId,
+                                     const std::function<void(ScriptedCall&)>& in_job)
+{
+    bool bFound = false;
+    run(
+        [&]
+        {
+            const auto found = std::find_if(m_vCalls.begin(),
+                                            m_vCalls.end(),
+                                            [&](const std::shared_ptr<ScriptedCall>& in_pCall)
+                                            { return in_pCall->m_strCallId == in_strCallId; });
+            bFound = found != m_vCalls.end();
+            if (bFound)
+            {
+                in_job(**found);
+            }
+        });
+    return bFound;
 }
 
 void ScriptedCallEngine::deleteLegs()

@@ -71,6 +71,8 @@ public:
     void post(std::function<void()> in_job);
     /// Runs a job there and waits for it.
     void run(const std::function<void()>& in_job);
+    /// Runs a job there with the call of that name and waits for it; false when there is none.
+    bool runWithCall(const std::string& in_strCallId, const std::function<void(ScriptedCall&)>& in_job);
     /// Deletes all legs there.
     void deleteLegs();
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <functional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -125,6 +126,12 @@ public:
     }
 
     RunningNetIf& running() { return m_running; }
+    /// Runs a job on the call engine's thread with its leg of the present call.
+    void say(const std::function<void(CallLeg&)>& in_job)
+    {
+        EXPECT_TRUE(m_running.engine().runWithCall(
+            m_strEngineCallId, [&](ScriptedCall& io_call) { in_job(*io_call.getLeg()); }));
+    }
 
 protected:
     using ConnectedPhase = Connected<typename Machine::CallIfPtr, typename Machine::CallType, Machine>;

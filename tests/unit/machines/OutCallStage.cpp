@@ -93,8 +93,7 @@ void OutCallStage::bringTo(const std::string& in_strState)
     {
         bringTo("CONNECTED::iConnected");
         ASSERT_TRUE(waitFor("CONNECTED::iConnected"));
-        m_pCallee->request(
-            "REFER", "", "", "Refer-To: <sip:other@127.0.0.1>\r\nContact: <" + m_pCallee->getUri() + ">\r\n");
+        m_pCallee->request("REFER", "", "", "Refer-To: <sip:other@127.0.0.1>\r\n");
         ASSERT_TRUE(waitForTold("transfer"));
         ASSERT_TRUE(waitUntil(
             [&]

@@ -25,6 +25,9 @@ public:
     /// of ours is unanswered.
     bool followStop(bool in_bKilled = false);
 
+    /// The party of the present call.
+    Callee& callee() { return *m_pCallee; }
+
     /// Lets go of what the stage itself holds of the present call: nothing.
     void letGo() {}
 
