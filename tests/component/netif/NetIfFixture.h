@@ -50,10 +50,18 @@ public:
     {
         return m_netIf.releaseStateMachine(m_netIf.m_dsObjectContainer, in_uiID);
     }
+    /// Takes the machine from the leg proxy, the SIP proxy or the media proxy of that identifier.
     MOCallStatus releaseOut(std::uint32_t in_uiID)
     {
-        return m_netIf.releaseStateMachine(m_netIf.m_outSMPool.getProxyData(DsVoipGatewayNetIf::eLEG_PROXY),
-                                           in_uiID);
+        return releaseOut(in_uiID, DsVoipGatewayNetIf::eLEG_PROXY);
+    }
+    MOCallStatus releaseOutSip(std::uint32_t in_uiID)
+    {
+        return releaseOut(in_uiID, DsVoipGatewayNetIf::eSIP_PROXY);
+    }
+    MOCallStatus releaseOutMedia(std::uint32_t in_uiID)
+    {
+        return releaseOut(in_uiID, DsVoipGatewayNetIf::eMEDIA_PROXY);
     }
     std::uint32_t takeInID() { return m_netIf.m_idGenerator.getID(); }
     void giveInIDBack(std::uint32_t in_uiID) { m_netIf.m_idGenerator.takeBack(in_uiID); }
@@ -66,6 +74,11 @@ public:
     const DsVoipGatewayNetIf::OutSMHash& activeOut() const { return m_netIf.m_activeOutSMHash; }
 
 private:
+    MOCallStatus releaseOut(std::uint32_t in_uiID, DsVoipGatewayNetIf::ProxyKind in_kind)
+    {
+        return m_netIf.releaseStateMachine(m_netIf.m_outSMPool.getProxyData(in_kind), in_uiID);
+    }
+
     DsVoipGatewayNetIf& m_netIf;
 };
 

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <future>
 #include <string>
 #include <vector>
 
@@ -13,6 +14,7 @@
 #include "NetIfFixture.h"
 #include "OutSipLegInterfaceProxy.h"
 #include "OutStateMachine.h"
+#include "RtpCallbackProxy.h"
 #include "media/MediaEndpointCapacity.h"
 #include "media/MediaNotificationEvent.h"
 #include "sipstack/DsSipAckMessage.h"
@@ -402,7 +404,7 @@ TEST(ProxyTest, ReportsOfTheMediaEngineAreEventsInOrder)
     EXPECT_EQ(running.media().getNumCallbacks(), 0U);
 }
 
-TEST(ProxyTest, LateCallbacksFindNoMachineAndDoNothing)
+TEST(ProxyTest, LateInboundCallbacksFindNoMachineAndDoNothing)
 {
     RunningNetIf running;
     EventCapture events;
@@ -415,11 +417,84 @@ TEST(ProxyTest, LateCallbacksFindNoMachineAndDoNothing)
     static_cast<void>(events.takeAll());
 
     const auto hCall = running.probe().newInCall();
-    const auto freed = [] { return MemAccounts::get("Terminated_MO").liveObjects(); };
+    hProxy->called(hCall, invite());
     hProxy->terminated(hCall, nullptr);
+    hProxy->unknownRequest(hCall, nullptr, request("INFO"));
     hProxy->reinviteTimeOut(hCall, invite());
     hProxy->callConfirmed(hCall, ack("", ""));
     running.probe().run([] {});
     EXPECT_EQ(events.takeAll(), Texts{});
-    EXPECT_EQ(freed(), 0U);
+    for (const char* szAccount : {"Called_MO", "Terminated_MO", "UnknownRequest_MO<>", "CallConfirmed_MO"})
+    {
+        EXPECT_EQ(MemAccounts::get(szAccount).liveObjects(), 0U) << szAccount;
+    }
+}
+
+TEST(ProxyTest, LateOutboundAndMediaCallbacksFindNoMachineAndDoNothing)
+{
+    using MediaProxy = RtpCallbackProxy<OutStateMachine>;
+    RunningNetIf running;
+    EventCapture events;
+    running.media().setAnswer([](const ScriptedMediaEngine::Request&, MediaEndpointCallback&) {});
+    running.engine().placeCall(running.netIf(), "call", nullptr);
+    running.engine().run([] {});
+    DsHandle<OutSipLegInterfaceProxy> hProxy;
+    std::unique_ptr<MediaEndpoint> pEndpoint;
+    running.probe().run(
+        [&]
+        {
+            OutStateMachine* const pMachine = running.probe().activeOut().begin()->second.get();
+            hProxy.reset(dynamic_cast<OutSipLegInterfaceProxy*>(
+                running.netIf().newSipOutgoingCallinterface(pMachine->getUUID())));
+            pEndpoint.reset(running.netIf().getEndpoint("call", 7, pMachine, Media::SENDRECV_MODE, false));
+        });
+    ASSERT_NE(pEndpoint, nullptr);
+    const std::uint32_t uiEndpoint = running.media().getRequests().back().m_uiEndpoint;
+    std::promise<std::uint32_t> mediaID;
+    running.media().report(uiEndpoint,
+                           [&](MediaEndpointCallback& io_callback)
+                           { mediaID.set_value(dynamic_cast<MediaProxy&>(io_callback).getObjectID()); });
+    const std::uint32_t uiMediaID = mediaID.get_future().get();
+    running.probe().run(
+        [&]
+        {
+            NetIfProbe& probe = running.probe();
+            EXPECT_EQ(probe.releaseOutSip(hProxy->getObjectID()), eMO_DONE);
+            EXPECT_EQ(probe.releaseOutMedia(uiMediaID), eMO_DONE);
+        });
+    running.engine().deleteLegs();
+    ASSERT_TRUE(running.probe().waitUntilEmpty());
+    static_cast<void>(events.takeAll());
+
+    const DsHandle<DsSipOutgoingCall> hCall;
+    const DsHandle<DsSipDialog> hDialog;
+    hProxy->provisionalResponse(hCall, hDialog, response(180));
+    hProxy->succeeded(hCall, hDialog, response(200));
+    hProxy->failedToConnect(hCall, hDialog, nullptr);
+    hProxy->dialogTerminated(hCall, hDialog, request("BYE"));
+    hProxy->reinviteResponse(hCall, hDialog, response(200));
+    std::promise<void> reported;
+    running.media().report(
+        uiEndpoint,
+        [&](MediaEndpointCallback& io_callback)
+        {
+            EXPECT_TRUE(io_callback.setCapacity(MediaEndpoint::RX_DIRECTION, new MediaEndpointCapacity));
+            EXPECT_TRUE(
+                io_callback.stopStatus(MediaEndpoint::TX_DIRECTION, MediaEndpointCallback::SUCCESS_STATUS));
+            EXPECT_TRUE(io_callback.notifyEvent(new DtmfNotificationEvent('5', 100)));
+            reported.set_value();
+        });
+    reported.get_future().wait();
+    running.probe().run([] {});
+    EXPECT_EQ(events.takeAll(), Texts{});
+    for (const char* szAccount : {"ProvisionalResponse_MO",
+                                  "Succeeded_MO",
+                                  "FailedToConnect_MO",
+                                  "DialogTerminated_MO",
+                                  "MediaEndpointCapacity",
+                                  "VoipOpStatusMediaEvent"})
+    {
+        EXPECT_EQ(MemAccounts::get(szAccount).liveObjects(), 0U) << szAccount;
+    }
+    running.probe().run([&] { pEndpoint.reset(); });
 }
