@@ -4,6 +4,7 @@
 
 #include "infra/RegistrationSingleton.h"
 #include "media/MediaStatistics.h"
+#include "sip-common/SipStack.h"
 
 namespace Quorvex
 {
@@ -128,6 +129,39 @@ void MediaMetrics::collect(MetricsPage& io_page)
     io_page.counter("quorvex_rtp_late_ticks_total",
                     totals.m_ui64LateTicks,
                     "Ticks of the media clock that came more than 20 ms late.");
+}
+
+void SipMetrics::collect(MetricsPage& io_page)
+{
+    DsSipStackStatistics sip;
+    if (!SipStack::instance()->getStatistics(sip))
+    {
+        return;
+    }
+    io_page.counter(
+        "quorvex_sip_invites_received_total", sip.m_ulInvitesReceived, "INVITEs of new calls received.");
+    io_page.counter("quorvex_sip_invites_sent_total", sip.m_ulInvitesSent, "INVITEs of new calls sent.");
+    io_page.counter("quorvex_sip_overload_refused_total",
+                    sip.m_ulOverloadRefused,
+                    "New calls refused with 503 because there was too much to do.");
+    io_page.counter("quorvex_sip_no_dialog_total",
+                    sip.m_ulNoDialog481,
+                    "Requests answered 481: of calls that are over, or never were.");
+    io_page.counter(
+        "quorvex_sip_refused_total", sip.m_ulRefused, "Other requests outside calls that were refused.");
+    io_page.counter("quorvex_sip_malformed_total",
+                    sip.m_ulMalformed,
+                    "Messages that could not be read: answered 400 or dropped.");
+    io_page.counter("quorvex_sip_unreadable_headers_total",
+                    sip.m_ulUnreadableHeaders,
+                    "Responses with a header that could not be read and was taken for absent.");
+    io_page.gauge("quorvex_sip_dialogs", static_cast<double>(sip.m_ulDialogs), "Dialogs.");
+    io_page.gauge("quorvex_sip_server_transactions",
+                  static_cast<double>(sip.m_ulServerTransactions),
+                  "Requests that wait for an answer of the gateway.");
+    io_page.gauge("quorvex_sip_client_transactions",
+                  static_cast<double>(sip.m_ulClientTransactions),
+                  "Requests of the gateway that wait for an answer.");
 }
 
 }  // namespace Quorvex

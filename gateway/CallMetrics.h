@@ -45,4 +45,11 @@ public:
     void collect(MetricsPage& io_page) override;
 };
 
+/// What the SIP stack counts; none while it does not run.
+class SipMetrics : public MetricsSource
+{
+public:
+    void collect(MetricsPage& io_page) override;
+};
+
 }  // namespace Quorvex

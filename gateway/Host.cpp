@@ -214,6 +214,7 @@ bool Host::start(std::string& out_strError)
     m_engine.start();
     m_metrics.addSource(m_engine);
     m_metrics.addSource(m_mediaMetrics);
+    m_metrics.addSource(m_sipMetrics);
     return startHttp(out_strError) && startNetIf(out_strError);
 }
 

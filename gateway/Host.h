@@ -69,6 +69,7 @@ private:
     RoutingCallEngine m_engine;
     EngineControl m_control{m_engine};
     MediaMetrics m_mediaMetrics;
+    SipMetrics m_sipMetrics;
     LoopWatchdog m_watchdog;
     Metrics m_metrics;
     HttpServer m_http{m_control, m_metrics};

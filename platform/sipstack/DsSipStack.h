@@ -72,8 +72,9 @@ struct DsSipStackStatistics
     std::uint64_t m_ulNoDialog481 = 0;
     std::uint64_t m_ulRefused = 0;    ///< other requests outside dialogs that the layer refused
     std::uint64_t m_ulMalformed = 0;  ///< answered 400 or dropped as unreadable; up to the last time asked
-    std::uint64_t m_ulCalls = 0;      ///< now alive
-    std::uint64_t m_ulDialogs = 0;    ///< now alive
+    std::uint64_t m_ulUnreadableHeaders = 0;   ///< responses with a header that was taken for absent
+    std::uint64_t m_ulCalls = 0;               ///< now alive
+    std::uint64_t m_ulDialogs = 0;             ///< now alive
     std::uint64_t m_ulServerTransactions = 0;  ///< now waiting for an answer of ours
     std::uint64_t m_ulClientTransactions = 0;  ///< now waiting for an answer to us
 };

@@ -201,7 +201,15 @@ def play(build, rows, stop, commands, **sip):
 
 def each_state_and_what_can_happen_in_it(build):
     for names, t1 in ((ROWS.keys() - ENDED_BY_TIMERS, 2000), (ENDED_BY_TIMERS, 50)):
-        play(build, [Row(number, name, ROWS) for number, name in enumerate(sorted(names))], Gateway.stop, {}, t1Ms=t1)
+        garbage = sum(ROWS[name][0].count(":garbage") for name in names)
+
+        def stop(gateway, garbage=garbage):
+            counted = re.search(r"^quorvex_sip_unreadable_headers_total (\d+)$", gateway.http("/metrics")[1], re.MULTILINE)
+            told = gateway.log().count("took a header that cannot be read for absent in a response from ")
+            check(int(counted[1]) >= garbage and (told > 0) == (garbage > 0),
+                  f"{counted[1]} unreadable responses are counted and {told} told, of {garbage}")
+            gateway.stop()
+        play(build, [Row(number, name, ROWS) for number, name in enumerate(sorted(names))], stop, {}, t1Ms=t1)
 
 
 def the_gateway_is_stopped_in_each_state(build):

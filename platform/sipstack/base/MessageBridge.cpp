@@ -14,6 +14,7 @@
 #include "sipstack/DsSipRequest.h"
 #include "sipstack/DsSipResponse.h"
 #include "sipstack/base/SipAgent.h"
+#include "sipstack/base/SofiaLog.h"
 
 namespace Quorvex
 {
@@ -267,6 +268,12 @@ DsHandle<DsSipMessage> MessageBridge::fromAckOrCancel(nta_incoming_t* in_pIrq) c
 DsHandle<DsSipMessage> MessageBridge::fromResponse(nta_outgoing_t* in_pOrq) const
 {
     msg_t* const msg = nta_outgoing_getresponse(in_pOrq);
+    const sip_t* const sip = msg == nullptr ? nullptr : sip_object(msg);
+    if (sip != nullptr && sip->sip_error != nullptr)
+    {
+        m_ulUnreadableHeaders.fetch_add(1, std::memory_order_relaxed);
+        warnOfUnreadableHeader(addressOf(&msg_addr(msg)->su_sa).getHostAddress());
+    }
     auto message =
         build(msg, msg == nullptr ? nullptr : tport_delivered_by(nta_agent_tports(m_agent.nta()), msg));
     msg_destroy(msg);

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <atomic>
+#include <cstdint>
 #include <string>
 
 #include "sipstack/DsHandle.h"
@@ -54,6 +56,9 @@ public:
     DsHandle<DsSipMessage> fromAckOrCancel(nta_incoming_t* in_pIrq) const;
     DsHandle<DsSipMessage> fromResponse(nta_outgoing_t* in_pOrq) const;
 
+    /// How many responses had a header that could not be read. Any thread.
+    std::uint64_t getUnreadableHeaders() const { return m_ulUnreadableHeaders; }
+
     /// Answers a request.
     static void reply(nta_incoming_t* in_pIrq,
                       const DsHandle<DsSipResponse>& in_hResponse,
@@ -81,6 +86,7 @@ private:
     DsHandle<DsSipMessage> build(msg_t* in_pMsg, tport_t* in_pTransport) const;
 
     const SipAgent& m_agent;
+    mutable std::atomic<std::uint64_t> m_ulUnreadableHeaders{0};
 };
 
 }  // namespace Quorvex

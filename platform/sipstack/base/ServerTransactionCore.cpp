@@ -69,7 +69,8 @@ void ServerTransactionCore::close()
     }
     else
     {
-        nta_incoming_treply(m_pIrq, SIP_500_INTERNAL_SERVER_ERROR, TAG_END());
+        // It came at a bad time, as one that overtakes the ACK of its call (RFC 3261 21.5.1).
+        nta_incoming_treply(m_pIrq, SIP_500_INTERNAL_SERVER_ERROR, SIPTAG_RETRY_AFTER_STR("1"), TAG_END());
     }
     nta_incoming_destroy(m_pIrq);
     m_pIrq = nullptr;

@@ -469,6 +469,7 @@ DsSipStackStatistics SipAgent::statistics()
     statistics.m_ulNoDialog481 = m_ulNoDialog;
     statistics.m_ulRefused = m_ulRefused;
     statistics.m_ulMalformed = m_ulMalformed;
+    statistics.m_ulUnreadableHeaders = m_bridge.getUnreadableHeaders();
     statistics.m_ulCalls = m_ulCalls;
     statistics.m_ulDialogs = m_ulDialogs;
     statistics.m_ulServerTransactions = m_ulServerTransactions;

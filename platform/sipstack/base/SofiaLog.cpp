@@ -40,17 +40,11 @@ struct GarbageSource
 
 // One line per source address and interval, however much it sends. The table is bounded: when it is full of
 // sources that sent within the interval, further ones are only counted by the statistics.
-void warnOfGarbage(const std::string& in_strLine)
+void warnOf(const char* in_szWhat, const std::string& in_strSource)
 {
     static std::mutex s_mutex;  // two stacks may run
     static std::map<std::string, GarbageSource> s_sources;
-    const std::size_t begin = std::strlen(kGarbage);
-    const std::size_t colon = in_strLine.rfind(':');
-    if (colon == std::string::npos || colon <= begin)
-    {
-        return;
-    }
-    const std::string source = in_strLine.substr(begin, colon - begin);  // transport and host, not the port
+    const std::string source = in_szWhat + (" from " + in_strSource);
     const auto now = std::chrono::steady_clock::now();
     std::uint64_t silent = 0;
     {
@@ -78,9 +72,19 @@ void warnOfGarbage(const std::string& in_strLine)
         known->second.m_next = now + kGarbageInterval;
     }
     QLOG_WARN(s_garbageLogger,
-              "dropped what is no SIP message from " << source << " (" << silent
-                                                     << " more since the last such line; the next comes in "
-                                                     << kGarbageInterval.count() << " s at the earliest)");
+              source << " (" << silent << " more since the last such line; the next comes in "
+                     << kGarbageInterval.count() << " s at the earliest)");
+}
+
+void warnOfGarbage(const std::string& in_strLine)
+{
+    const std::size_t begin = std::strlen(kGarbage);
+    const std::size_t colon = in_strLine.rfind(':');
+    if (colon != std::string::npos && colon > begin)
+    {
+        // transport and host, not the port
+        warnOf("dropped what is no SIP message", in_strLine.substr(begin, colon - begin));
+    }
 }
 
 void logLine(void*, const char* in_szFormat, va_list in_arguments)
@@ -134,6 +138,14 @@ void ignoreRequest(tport_stun_server_t*, su_socket_t, void*, ssize_t, void*, soc
 void muteNextGarbage()
 {
     t_bMuted = true;
+}
+
+void warnOfUnreadableHeader(const std::string& in_strSource)
+{
+    if (s_garbageLogger.isEnabled(eWARN_LEVEL))
+    {
+        warnOf("took a header that cannot be read for absent in a response", in_strSource);
+    }
 }
 
 void redirectSofiaLog()

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <string>
+
 namespace Quorvex
 {
 
@@ -11,6 +13,10 @@ void redirectSofiaLog();
 /// The next message of this thread that the base library drops as no SIP message is none that anybody is
 /// warned of.
 void muteNextGarbage();
+
+/// Warns of a response that has a header that cannot be read; once a minute for a source address. SIP stack
+/// thread.
+void warnOfUnreadableHeader(const std::string& in_strSource);
 
 /// Takes the base library's STUN server off the SIP ports, for which it writes a line to standard error for
 /// every such datagram; STUN requests get its short "not implemented" instead. Before the first agent is
