@@ -7,6 +7,7 @@ import json
 import os
 import random
 import re
+import shutil
 import signal
 import socket
 import subprocess
@@ -110,7 +111,7 @@ ECHO_ROUTE = {"name": "echo", "match": {"sip.in.requestUri": "^sip:echo@"}, "ser
 
 
 class Gateway:
-    """A running gateway. Used with `with`: what is still running at the end is killed."""
+    """A running gateway. Used with `with`: what is still running at the end is killed, the folder stays only after a failure."""
 
     def __init__(self, build, overrides=None, routes=(ECHO_ROUTE,), level="INFO", levels=None, program=None):
         self.build = Path(build)
@@ -152,7 +153,11 @@ class Gateway:
         if self.process and self.process.poll() is None:
             self.process.kill()
             self.process.wait()
-        if kind is not None:
+        if self.process:
+            self.output.close()
+        if kind is None:
+            shutil.rmtree(self.folder)
+        else:
             print(f"the gateway's log is {self.log_file}; its last lines:", file=sys.stderr)
             lines = [line for line in self.log().splitlines() if " memory account " not in line]
             print("\n".join(lines[-20:]), file=sys.stderr)

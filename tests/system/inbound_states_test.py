@@ -159,6 +159,11 @@ def offered_reliably(build):
     go(build, PROGRESSING_AND_EARLY_DIALOG)
 
 
+def no_ringing_after_early_media(build):
+    go(build, [("progress-rings", ">INVITE 183+ 200+ >ACK >BYE 200", (200, "remote", True)),
+               ("echo", ">INVITE 180 200+ >ACK >BYE 200", (200, "remote", True))], **{"in.doNotSend180After183": True})
+
+
 def ending(build):
     go(build, ENDINGS)
 
@@ -189,4 +194,4 @@ def stopped(build):
 
 
 if __name__ == "__main__":
-    sys.exit(run([stopped, invited, accepted, answered, offered_reliably, ending, connected, nothing_comes], sys.argv[1]))
+    sys.exit(run([stopped, invited, accepted, answered, offered_reliably, no_ringing_after_early_media, ending, connected, nothing_comes], sys.argv[1]))
