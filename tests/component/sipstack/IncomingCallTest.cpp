@@ -96,142 +96,6 @@ TEST_F(IncomingCallTest, AnsweredCallEndedByTheCaller)
     expectEnd();
 }
 
-TEST_F(IncomingCallTest, AnsweredCallEndedByUs)
-{
-    {
-        const Report confirmed = establish();
-        confirmed.m_hIn->hangup();
-        confirmed.m_hIn->hangup();
-        const std::string bye = m_peer.expect("BYE sip:peer@127.0.0.1:" + std::to_string(m_peer.port()));
-        EXPECT_EQ(RawPeer::tagOf(RawPeer::header(bye, "To")), "peer");
-        EXPECT_EQ(RawPeer::tagOf(RawPeer::header(bye, "From")), m_peer.m_strToTag);
-        m_peer.respond(bye, "200 OK");
-        const Report ended = reports().expect("terminated");
-        ASSERT_FALSE(ended.response().isNil());
-        EXPECT_EQ(ended.response()->getStatusCode(), 200U);
-        EXPECT_EQ(ended.response()->getMethod(), "BYE");
-    }
-    expectEnd();
-}
-
-TEST_F(IncomingCallTest, UnansweredByeEndsWithoutAMessage)
-{
-    establish().m_hIn->hangup();
-    m_peer.expect("BYE");
-    EXPECT_TRUE(reports().expect("terminated").m_hMessage.isNil());
-    expectEnd();
-}
-
-TEST_F(IncomingCallTest, CancelIsAnsweredAndReportedThenClosed)
-{
-    {
-        const Report called = invite();
-        called.m_hIn->answer(TestAgent::response(180, called.request()));
-        m_peer.expect("SIP/2.0 180");
-        m_peer.sendRequest("CANCEL");
-        EXPECT_NE(RawPeer::header(m_peer.expect("SIP/2.0 200"), "CSeq").find("CANCEL"), std::string::npos);
-        const std::string cancelled = m_peer.expect("SIP/2.0 487");
-        m_peer.learn(cancelled);
-        m_peer.sendRequest("ACK");
-        EXPECT_EQ(reports().expect("terminated").m_hMessage->getMethod(), "CANCEL");
-        EXPECT_TRUE(reports().expect("terminated").m_hMessage.isNil());
-        EXPECT_THROW(called.m_hIn->answer(TestAgent::response(200, called.request())), DsException);
-    }
-    expectEnd();
-}
-
-// RFC 3261 9.2: a CANCEL that crosses the 2xx is answered and changes nothing.
-TEST_F(IncomingCallTest, CancelAfterTheAnswerIsNotReported)
-{
-    const auto expectAnswered = [&]
-    {
-        m_peer.sendRequest("CANCEL");
-        std::string answer = m_peer.expect("SIP/2.0 ");
-        while (RawPeer::header(answer, "CSeq").find("INVITE") != std::string::npos)
-        {
-            answer = m_peer.expect("SIP/2.0 ");  // the 200 comes again until its ACK
-        }
-        EXPECT_EQ(answer.substr(0, 11), "SIP/2.0 200");
-        EXPECT_NE(RawPeer::header(answer, "CSeq").find("CANCEL"), std::string::npos);
-        EXPECT_EQ(RawPeer::tagOf(RawPeer::header(answer, "To")), m_peer.m_strToTag);
-    };
-    {
-        const Report called = invite();
-        called.m_hIn->answer(TestAgent::response(200, called.request()));
-        m_peer.learn(m_peer.expect("SIP/2.0 200"));
-        expectAnswered();
-        expectAnswered();  // and again when it is sent again
-        m_peer.sendRequest("ACK");
-        reports().expect("callConfirmed");
-        expectAnswered();
-        m_peer.sendRequest("BYE");
-        reports().expect("terminated").m_hIn->hangup();
-    }
-    expectEnd();
-}
-
-struct Refusal
-{
-    const char* m_szName;
-    unsigned int m_uiStatus;  // 0: hangup()
-    const char* m_szExpected;
-};
-
-class RefusalTest : public IncomingCallTest, public testing::WithParamInterface<Refusal>
-{
-};
-
-TEST_P(RefusalTest, EndsWithTheClosingReport)
-{
-    {
-        const Report called = invite();
-        if (GetParam().m_uiStatus == 0)
-        {
-            called.m_hIn->hangup();
-        }
-        else
-        {
-            called.m_hIn->answer(TestAgent::response(GetParam().m_uiStatus, called.request()));
-            EXPECT_THROW(called.m_hIn->answer(TestAgent::response(200, called.request())), DsException);
-        }
-        m_peer.learn(m_peer.expect(GetParam().m_szExpected));
-        // Not acknowledged, it comes again.
-        m_peer.expect(GetParam().m_szExpected);
-        EXPECT_TRUE(reports().expect("terminated").m_hMessage.isNil());
-    }
-    expectEnd();
-}
-
-INSTANTIATE_TEST_SUITE_P(Refusals,
-                         RefusalTest,
-                         testing::Values(Refusal{"busy", 486, "SIP/2.0 486 Busy Here"},
-                                         Refusal{"decline", 603, "SIP/2.0 603"},
-                                         Refusal{"moved", 302, "SIP/2.0 302"},
-                                         Refusal{"hangup", 0, "SIP/2.0 480"}),
-                         [](const auto& in_info) { return in_info.param.m_szName; });
-
-TEST_F(IncomingCallTest, AnswerComesAgainUntilItsAckAndRetransmissionsAreNotReported)
-{
-    {
-        const std::string text = m_peer.sendRequest("INVITE", kSdp);
-        const Report called = reports().expect("called");
-        called.m_hIn->answer(TestAgent::response(180, called.request()));
-        m_peer.expect("SIP/2.0 180");
-        m_peer.send(text);
-        m_peer.expect("SIP/2.0 180");
-        called.m_hIn->answer(TestAgent::response(200, called.request()));
-        m_peer.learn(m_peer.expect("SIP/2.0 200"));
-        m_peer.expect("SIP/2.0 200");
-        m_peer.expect("SIP/2.0 200");
-        m_peer.sendRequest("ACK");
-        m_peer.sendRequest("ACK");
-        reports().expect("callConfirmed").m_hIn->hangup();
-        m_peer.respond(m_peer.expect("BYE"), "200 OK");
-        reports().expect("terminated");
-    }
-    expectEnd();
-}
-
 TEST_F(IncomingCallTest, MissingAckEndsTheCallWithBye)
 {
     {
@@ -240,37 +104,6 @@ TEST_F(IncomingCallTest, MissingAckEndsTheCallWithBye)
         const std::string bye = m_peer.expect("BYE", 10s);
         EXPECT_TRUE(reports().expect("terminated").m_hMessage.isNil());
         m_peer.respond(bye, "200 OK");
-    }
-    expectEnd();
-}
-
-TEST_F(IncomingCallTest, HangupBeforeTheAckWaitsForIt)
-{
-    {
-        const Report called = invite();
-        called.m_hIn->answer(TestAgent::response(200, called.request()));
-        m_peer.learn(m_peer.expect("SIP/2.0 200"));
-        called.m_hIn->hangup();
-        m_peer.expectNone("BYE", 100ms);
-        m_peer.sendRequest("ACK");
-        m_peer.respond(m_peer.expect("BYE"), "200 OK");
-        EXPECT_FALSE(reports().expect("terminated").m_hMessage.isNil());
-    }
-    expectEnd();
-}
-
-TEST_F(IncomingCallTest, CallerMayEndItsEarlyDialogWithBye)
-{
-    {
-        const Report called = invite();
-        called.m_hIn->answer(TestAgent::response(180, called.request()));
-        m_peer.learn(m_peer.expect("SIP/2.0 180"));
-        m_peer.sendRequest("BYE");
-        m_peer.expect("SIP/2.0 487");
-        const Report bye = reports().expect("terminated");
-        bye.m_hIn->respondToBye(TestAgent::response(200, bye.request()));
-        m_peer.expect("SIP/2.0 200");
-        EXPECT_TRUE(reports().expect("terminated").m_hMessage.isNil());
     }
     expectEnd();
 }
@@ -370,21 +203,6 @@ TEST_F(IncomingCallTest, MergedInviteIsRefused)
     m_peer.expect("SIP/2.0 482");
     called.m_hIn->hangup();
     reports().expect("terminated");
-}
-
-TEST_F(IncomingCallTest, StopEndsCallsInOrder)
-{
-    const Report confirmed = establish();
-    RawPeer second(m_agent.port());
-    second.sendRequest("INVITE", kSdp);
-    reports().expect("called");
-    std::thread stopper([&] { m_agent.stack().stop(5000); });
-    second.expect("SIP/2.0 503");
-    m_peer.respond(m_peer.expect("BYE"), "200 OK");
-    stopper.join();
-    EXPECT_FALSE(m_agent.stack().ping(100));
-    EXPECT_TRUE(reports().expect("terminated").m_hMessage.isNil());
-    EXPECT_FALSE(reports().expect("terminated").m_hMessage.isNil());
 }
 
 }  // namespace

@@ -32,20 +32,6 @@ protected:
     }
 
     // A request of the far end in the dialog of the last INVITE.
-    std::string inDialog(const std::string& in_strMethod,
-                         unsigned int in_uiCSeq,
-                         const std::string& in_strTag = "peer")
-    {
-        return in_strMethod + " sip:gateway@127.0.0.1:" + std::to_string(m_agent.port()) +
-               " SIP/2.0\r\nVia: SIP/2.0/UDP 127.0.0.1:" + std::to_string(m_peer.port()) +
-               ";branch=z9hG4bK-" + in_strMethod + std::to_string(in_uiCSeq) +
-               "\r\nFrom: " + RawPeer::header(m_strInvite, "To") + ";tag=" + in_strTag +
-               "\r\nTo: " + RawPeer::header(m_strInvite, "From") +
-               "\r\nCall-ID: " + RawPeer::header(m_strInvite, "Call-ID") +
-               "\r\nCSeq: " + std::to_string(in_uiCSeq) + " " + in_strMethod + "\r\n" + contact() +
-               "Content-Length: 0\r\n\r\n";
-    }
-
     void expectClosed()
     {
         EXPECT_TRUE(reports().expect("dialogTerminated").m_hMessage.isNil());
@@ -120,23 +106,6 @@ TEST_F(OutgoingCallTest, AnsweredCallEndedByUs)
     expectEnd();
 }
 
-TEST_F(OutgoingCallTest, AnsweredCallEndedByTheFarEnd)
-{
-    {
-        const auto call = this->call();
-        m_peer.respond(m_strInvite, "200 OK", contact(), kSdp);
-        reports().expect("succeeded").m_hDialog->ack();
-        m_peer.expect("ACK");
-        m_peer.send(inDialog("BYE", 1));
-        const Report bye = reports().expect("dialogTerminated");
-        ASSERT_FALSE(bye.request().isNil());
-        bye.m_hDialog->respondToBye(TestAgent::response(200, bye.request()));
-        m_peer.expect("SIP/2.0 200");
-        reports().expect("terminated");
-    }
-    expectEnd();
-}
-
 TEST_F(OutgoingCallTest, RecordRouteIsFollowedInReverse)
 {
     {
@@ -160,51 +129,6 @@ TEST_F(OutgoingCallTest, RecordRouteIsFollowedInReverse)
     expectEnd();
 }
 
-struct Failure
-{
-    const char* m_szStatus;
-    const char* m_szReport;
-};
-
-class FailureTest : public OutgoingCallTest, public testing::WithParamInterface<Failure>
-{
-};
-
-TEST_P(FailureTest, IsReportedAcknowledgedAndClosed)
-{
-    {
-        const auto call = this->call();
-        m_peer.respond(m_strInvite, GetParam().m_szStatus, "Contact: <sip:other@127.0.0.1>\r\n");
-        const Report failed = reports().expect(GetParam().m_szReport);
-        EXPECT_EQ(failed.response()->getStatusCode(),
-                  static_cast<unsigned int>(std::atoi(GetParam().m_szStatus)));
-        m_peer.expect("ACK");
-        expectClosed();
-        call->hangup();
-    }
-    expectEnd();
-}
-
-INSTANTIATE_TEST_SUITE_P(Failures,
-                         FailureTest,
-                         testing::Values(Failure{"486 Busy Here", "failedToConnect"},
-                                         Failure{"404 Not Found", "failedToConnect"},
-                                         Failure{"603 Decline", "failedToConnect"},
-                                         Failure{"302 Moved", "redirect"},
-                                         Failure{"499 Unheard", "failedToConnect"}),
-                         [](const auto& in_info)
-                         { return std::string("Status") + std::string(in_info.param.m_szStatus, 3); });
-
-TEST_F(OutgoingCallTest, NoAnswerEndsWithoutAResponse)
-{
-    {
-        const auto call = this->call();
-        EXPECT_TRUE(reports().expect("failedToConnect").m_hMessage.isNil());
-        expectClosed();
-    }
-    expectEnd();
-}
-
 TEST_F(OutgoingCallTest, TargetOutOfReachEndsWithoutAResponse)
 {
     // A name that nobody knows, a family and a transport that no port has, and no SIP URI at all.
@@ -219,67 +143,6 @@ TEST_F(OutgoingCallTest, TargetOutOfReachEndsWithoutAResponse)
     }
     expectEnd();
 }
-
-TEST_F(OutgoingCallTest, CancelWaitsForAProvisionalResponse)
-{
-    {
-        const auto call = this->call();
-        call->hangup();
-        call->hangup();
-        m_peer.expectNone("CANCEL", 50ms);
-        m_peer.respond(m_strInvite, "180 Ringing", contact());
-        reports().expect("provisionalResponse");
-        m_peer.respond(m_peer.expect("CANCEL"), "200 OK");
-        m_peer.respond(m_strInvite, "487 Request Terminated");
-        m_peer.expect("ACK");
-        EXPECT_EQ(reports().expect("dialogTerminated").response()->getStatusCode(), 487U);
-        expectClosed();
-    }
-    expectEnd();
-}
-
-TEST_F(OutgoingCallTest, CancelWithoutAFinalResponseEndsAllTheSame)
-{
-    {
-        const auto call = this->call();
-        m_peer.respond(m_strInvite, "180 Ringing", contact());
-        reports().expect("provisionalResponse");
-        call->hangup();
-        m_peer.respond(m_peer.expect("CANCEL"), "200 OK");
-        EXPECT_TRUE(reports().expect("failedToConnect").m_hMessage.isNil());
-        expectClosed();
-    }
-    expectEnd();
-}
-
-// The user ends what has crossed its CANCEL, or the layer does.
-class CrossingTest : public OutgoingCallTest, public testing::WithParamInterface<bool>
-{
-};
-
-TEST_P(CrossingTest, AnswerThatCrossesTheCancelIsAcknowledgedAndEnded)
-{
-    {
-        const auto call = this->call();
-        m_peer.respond(m_strInvite, "180 Ringing", contact());
-        reports().expect("provisionalResponse");
-        call->hangup();
-        m_peer.respond(m_peer.expect("CANCEL"), "481 No such transaction");
-        m_peer.respond(m_strInvite, "200 OK", contact(), kSdp);
-        reports().expect("succeeded");
-        if (GetParam())
-        {
-            call->hangup();
-        }
-        m_peer.expect("ACK");
-        m_peer.respond(m_peer.expect("BYE"), "200 OK");
-        EXPECT_EQ(reports().expect("dialogTerminated").response()->getStatusCode(), 200U);
-        reports().expect("terminated");
-    }
-    expectEnd();
-}
-
-INSTANTIATE_TEST_SUITE_P(Crossings, CrossingTest, testing::Bool());
 
 TEST_F(OutgoingCallTest, FurtherForksAreAcknowledgedAndEnded)
 {
@@ -343,19 +206,6 @@ TEST_F(OutgoingCallTest, ReliableProvisionalResponsesAreAcknowledgedOnce)
     expectEnd();
 }
 
-TEST_F(OutgoingCallTest, RequestsForNoDialogYetGet481)
-{
-    {
-        const auto call = this->call();
-        m_peer.send(inDialog("INFO", 5, "early"));
-        m_peer.expect("SIP/2.0 481");
-        m_peer.respond(m_strInvite, "603 Decline");
-        reports().expect("failedToConnect");
-        expectClosed();
-    }
-    expectEnd();
-}
-
 TEST_F(OutgoingCallTest, WhatCannotBeSentIsToldAtOnce)
 {
     EXPECT_THROW(m_agent.call("sip:x@127.0.0.1",
@@ -364,19 +214,6 @@ TEST_F(OutgoingCallTest, WhatCannotBeSentIsToldAtOnce)
     m_agent.stack().drain();
     EXPECT_THROW(m_agent.call("sip:x@127.0.0.1"), DsException);
     m_agent.expectEmpty();
-}
-
-TEST_F(OutgoingCallTest, StopCancelsAndHangsUp)
-{
-    const auto ringing = call();
-    m_peer.respond(m_strInvite, "180 Ringing", contact());
-    reports().expect("provisionalResponse");
-    std::thread stopper([&] { m_agent.stack().stop(5000); });
-    m_peer.respond(m_peer.expect("CANCEL"), "200 OK");
-    m_peer.respond(m_strInvite, "487 Request Terminated");
-    stopper.join();
-    EXPECT_EQ(reports().expect("dialogTerminated").response()->getStatusCode(), 487U);
-    expectClosed();
 }
 
 }  // namespace

@@ -8,12 +8,16 @@
 #include <unistd.h>
 
 #include <array>
+#include <cstdio>
+#include <fstream>
 #include <future>
+#include <iterator>
 #include <thread>
 
 #include "RawPeer.h"
 #include "TestAgent.h"
 #include "infra/Bell.h"
+#include "infra/Logger.h"
 
 namespace Quorvex
 {
@@ -147,33 +151,6 @@ TEST(ListenTest, PortInUseIsToldInOneLine)
     EXPECT_NE(error.find("/no/such/file"), std::string::npos) << error;
 }
 
-TEST(OverloadTest, NewCallsAreRefusedWhileCallsGoOn)
-{
-    std::atomic<bool> overloaded{false};
-    DsSipStackConfig config = TestAgent::defaults();
-    config.m_overloaded = [&] { return overloaded.load(); };
-    TestAgent agent(config);
-    RawPeer peer(agent.port());
-    peer.sendRequest("INVITE", kSdp);
-    {
-        const Report called = agent.reports().expect("called");
-        called.m_hIn->answer(TestAgent::response(200, called.request(), kSdp));
-        peer.learn(peer.expect("SIP/2.0 200"));
-        peer.sendRequest("ACK");
-        agent.reports().expect("callConfirmed");
-        overloaded = true;
-        RawPeer second(agent.port());
-        second.sendRequest("INVITE", kSdp);
-        EXPECT_EQ(RawPeer::header(second.expect("SIP/2.0 503"), "Retry-After"), "5");
-        peer.sendRequest("BYE");
-        const Report bye = agent.reports().expect("terminated");
-        bye.m_hIn->respondToBye(TestAgent::response(200, bye.request()));
-        peer.expect("SIP/2.0 200");
-    }
-    EXPECT_EQ(agent.stack().getStatistics().m_ulOverloadRefused, 1U);
-    agent.expectEmpty();
-}
-
 TEST(OverloadTest, NewCallsAreRefusedWhileMessagesPileUpAtThePort)
 {
     std::promise<void> first;
@@ -244,6 +221,30 @@ TEST(StopTest, AThreadThatWakesOthersLateDoesNotWaitForItself)
     const Bell::Batch bells;
     ASSERT_TRUE(stack.ping(600000));
     stack.stop(600000);
+}
+
+TEST(LimitsTest, GarbageIsToldOncePerSource)
+{
+    TestAgent agent;
+    const std::string path = testing::TempDir() + "garbage-" + std::to_string(agent.port()) + ".log";
+    std::string error;
+    ASSERT_TRUE(Logging::setOutput(path, error)) << error;
+    for (int i = 0; i < 20; ++i)
+    {
+        // Each from another port of one address that no other test uses.
+        RawPeer peer(agent.port(), "127.0.0.77");
+        peer.send("this is no message at all\r\n\r\n");
+    }
+    RawPeer probe(agent.port());
+    probe.sendRequest("OPTIONS");
+    EXPECT_FALSE(probe.expect("SIP/2.0 200").empty());
+    ASSERT_TRUE(Logging::setOutput("", error));
+    std::ifstream file(path);
+    const std::string log{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+    std::remove(path.c_str());
+    const std::size_t line = log.find("no SIP message from udp/127.0.0.77 ");
+    EXPECT_NE(line, std::string::npos) << log;
+    EXPECT_EQ(log.find("no SIP message from", line + 1), std::string::npos) << log;
 }
 
 TEST(TimerCTest, UnansweredCallsEndInBothDirections)
@@ -382,23 +383,6 @@ TEST(TcpTest, MessagesAreCutOutOfTheStreamWhereverItIsBroken)
     peer.readUntil("Call-ID: five");
     peer.readUntil("Call-ID: four");
     agent.expectEmpty();
-}
-
-TEST(TcpTest, TooLargeMessageEndsItsConnectionAndNoOther)
-{
-    DsSipStackConfig config = on({
-        {DsSipTransport::eTCP, "127.0.0.1", 0}
-    });
-    config.m_uiMaxMessageBytes = 8192;
-    TestAgent agent(config);
-    TcpPeer good(agent.port());
-    TcpPeer bad(agent.port());
-    bad.send(options("large", "", 1 << 20));
-    const std::string body(1 << 20, 'x');
-    bad.send(body);
-    EXPECT_TRUE(bad.isClosedWithin(5s));
-    good.send(options("fine"));
-    good.readUntil("SIP/2.0 200");
 }
 
 TEST(TcpTest, SlowAndIdleConnectionsAreClosed)

@@ -63,42 +63,5 @@ TEST(CallEngineTablesTest, ThePageShowsTheTablesAsTheyAre)
         << "run this test once with QUORVEX_UPDATE_DOCS=1 in the environment";
 }
 
-TEST(CallEngineTablesTest, NumbersAndNamesAreUnambiguous)
-{
-    std::set<int> failures;
-    std::set<std::string_view> names;
-    for (const FailureEntry& entry : kFailures)
-    {
-        EXPECT_TRUE(failures.insert(entry.m_failure).second) << entry.m_name;
-        EXPECT_TRUE(names.insert(entry.m_name).second) << entry.m_name;
-        EXPECT_GE(entry.m_uiSipStatus, 400U);
-        const auto parsed = parseFailureName(entry.m_name);
-        ASSERT_TRUE(parsed.valid()) << entry.m_name;
-        EXPECT_EQ(parsed.value(), entry.m_failure);
-    }
-    std::set<int> types;
-    for (const ConnectionTypeEntry& entry : kConnectionTypes)
-    {
-        EXPECT_TRUE(types.insert(entry.m_type).second) << entry.m_name;
-        const auto parsed = parseCPDResult(entry.m_cpdResult);
-        ASSERT_TRUE(parsed.valid()) << entry.m_name;
-        EXPECT_EQ(parsed.value(), entry.m_type) << "a text stands for two types: " << entry.m_cpdResult;
-    }
-}
-
-TEST(CallEngineTablesTest, WhatIsInNoTableHasADefinedMeaning)
-{
-    EXPECT_EQ(getFailureEntry(4711).m_failure, eOTHER_FAILURE);
-    EXPECT_EQ(getFailureEntry(eNO_FAILURE).m_failure, eOTHER_FAILURE);
-    EXPECT_EQ(getConnectionTypeEntry(static_cast<ConnectionType>(99)).m_type, eCONNECTION_NONE);
-    for (const char* szText : {"", "Busy ", "Bus", "unheard of"})
-    {
-        EXPECT_FALSE(parseCPDResult(szText).valid()) << szText;
-        EXPECT_FALSE(parseFailureName(szText).valid()) << szText;
-    }
-    EXPECT_EQ(parseCPDResult("bUSY").value(), eCONNECTION_BUSY);
-    EXPECT_STREQ(getCPDResultString(ConnectionFailureType(eBUSY_FAILURE)), getCPDResultString(eBUSY_FAILURE));
-}
-
 }  // namespace
 }  // namespace Quorvex::Call

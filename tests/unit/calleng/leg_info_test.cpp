@@ -34,26 +34,6 @@ TEST(CallLegInfoTest, StreamsAreNamedInOrderBelowOneNode)
         << "a stream's new direction takes the place of the old one";
 }
 
-TEST(CallLegInfoTest, ValuesAreTextOrTruthWhateverTheirType)
-{
-    CallLegInfo leg;
-    leg.setParameter("text", "x");
-    leg.setParameter("number", 7);
-    leg.setParameter("yes", true);
-    leg.setParameter("Yes text", "TRUE");
-    leg.setParameter("one", 1);
-    std::string strValue = "untouched";
-    EXPECT_FALSE(leg.getParameter("none", strValue));
-    EXPECT_EQ(strValue, "untouched");
-    EXPECT_TRUE(leg.getParameter("number", strValue));
-    EXPECT_EQ(strValue, "7");
-    EXPECT_EQ(leg.getParameterOr("none", "default"), "default");
-    EXPECT_TRUE(leg.isTrue("yes"));
-    EXPECT_TRUE(leg.isTrue("Yes text"));
-    EXPECT_FALSE(leg.isTrue("one"));
-    EXPECT_FALSE(leg.isTrue("none"));
-}
-
 TEST(CallInfoTest, OneLegIsTheCurrentOneAndCopiesAreIndependent)
 {
     CallLegInfo leg;

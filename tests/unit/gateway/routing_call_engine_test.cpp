@@ -192,43 +192,6 @@ TEST_F(RoutingCallEngineTest, ANumberWithoutARouteIsInvalid)
     EXPECT_EQ(told.waitFor("rejected 5"), "rejected 5");
 }
 
-TEST_F(RoutingCallEngineTest, AHangUpFitsTheMomentOfTheCall)
-{
-    setRoute("service = \"ring\"");
-    Told told;
-    auto pCall = call(told, "early");
-    EXPECT_EQ(m_control.hangUp("early").m_kind, CommandResult::DONE);
-    pCall->invite(legTo("sip:x@h"));
-    settle();
-    EXPECT_EQ(told.waitFor("rejected 4"), "rejected 4") << "an operator was faster than the offer";
-
-    Told ringing;
-    auto pRinging = call(ringing, "ringing");
-    pRinging->invite(legTo("sip:x@h"));
-    EXPECT_EQ(m_control.hangUp("ringing").m_kind, CommandResult::DONE);
-    EXPECT_EQ(m_control.hangUp("ringing").m_kind, CommandResult::DONE) << "a second one does nothing";
-    EXPECT_EQ(ringing.waitFor("accepted, failed 4"), "accepted, failed 4");
-
-    const CommandResult none = m_control.hangUp("other");
-    EXPECT_EQ(none.m_kind, CommandResult::NO_SUCH_CALL);
-    EXPECT_EQ(none.m_strText, "There is no call other.");
-}
-
-TEST_F(RoutingCallEngineTest, AfterTheFarEndHasGoneTheLegIsToldNothing)
-{
-    setRoute("service = \"echo\"\nanswerAfterMs = 30");
-    Told told;
-    auto pCall = call(told);
-    pCall->invite(legTo("sip:x@h"));
-    EXPECT_EQ(told.waitFor("accepted"), "accepted");
-    pCall->disconnected();
-    pCall->disconnected();
-    EXPECT_EQ(m_control.hangUp("c1").m_kind, CommandResult::DONE);
-    pCall.reset();
-    EXPECT_EQ(told.waitFor("accepted, deleted"), "accepted, deleted");
-    EXPECT_TRUE(m_control.getCalls().empty());
-}
-
 TEST_F(RoutingCallEngineTest, InfoAndTransferOfACallThatIsServed)
 {
     setRoute("service = \"echo\"\nanswerAfterMs = 86400000");

@@ -31,31 +31,6 @@ TEST(BellTest, ARingBeforeTheSleepEndsItAtOnceAndOnlyOnce)
     bell.wait(&past);
 }
 
-TEST(BellTest, EachRingWakesTheSleeper)
-{
-    const auto pThere = std::make_shared<FutexBell>();
-    const auto pBack = std::make_shared<FutexBell>();
-    constexpr int kRounds = 2000;
-    int iRound = 0;
-    std::thread other(
-        [&]
-        {
-            for (int i = 0; i < kRounds; ++i)
-            {
-                pThere->wait(nullptr);
-                ++iRound;
-                pBack->ring();
-            }
-        });
-    for (int i = 0; i < kRounds; ++i)
-    {
-        pThere->ring();
-        pBack->wait(nullptr);
-        ASSERT_EQ(iRound, i + 1);
-    }
-    other.join();
-}
-
 TEST(BellTest, ABatchKeepsItsThreadsRingsUntilItRings)
 {
     const auto pBell = std::make_shared<EventBell>();

@@ -123,53 +123,6 @@ TEST(CallLoggerTest, EveryLineOfACallCarriesItsIdentifiers)
     EXPECT_EQ(copy.getCallId(), "42");
 }
 
-TEST(TraceScopeTest, LogsEntryAndExitOnlyAtTrace)
-{
-    const Records records;
-    const Logger logger("quorvex.test.trace");
-    {
-        TRACE_SCOPE(logger, "Class::quiet");
-    }
-    EXPECT_TRUE(records.m_vRecords.empty());
-    Logging::setLevel("quorvex.test.trace", eTRACE_LEVEL);
-    {
-        TRACE_SCOPE(logger, "Class::method");
-        EXPECT_EQ(records.m_vRecords.size(), 1U);
-    }
-    ASSERT_EQ(records.m_vRecords.size(), 2U);
-    EXPECT_NE(records.m_vRecords[1].find("Class::method"), std::string::npos);
-}
-
-TEST(AssertionTest, ReportsConditionFileAndLineAndGoesOn)
-{
-    const Records records;
-    const Logger logger("quorvex.test.assert");
-    const std::uint64_t before = Assertion::failureCount();
-    int evaluated = 0;
-    EXPECT_TRUE(QUORVEX_ASSERT(logger, ++evaluated == 1));
-    EXPECT_FALSE(QUORVEX_ASSERT(logger, ++evaluated == 1));
-    EXPECT_EQ(evaluated, 2);
-    EXPECT_EQ(Assertion::failureCount(), before + 1);
-    ASSERT_EQ(records.m_vRecords.size(), 1U);
-    EXPECT_NE(records.m_vRecords[0].find("++evaluated == 1"), std::string::npos);
-    EXPECT_NE(records.m_vRecords[0].find("logging_test.cpp:"), std::string::npos);
-}
-
-TEST(RecursivityGuardTest, ReportsTheSecondEntryAndOnlyTheOuterOneClears)
-{
-    const std::uint64_t before = Assertion::failureCount();
-    bool inside = false;
-    {
-        const RecursivityGuard outer(inside);
-        {
-            const RecursivityGuard inner(inside);
-        }
-        EXPECT_TRUE(inside);
-    }
-    EXPECT_FALSE(inside);
-    EXPECT_EQ(Assertion::failureCount(), before + 1);
-}
-
 TEST(LoggingTest, UnwritableFileIsRefusedWithAReason)
 {
     std::string error;
@@ -186,24 +139,4 @@ TEST(LoggingTest, UnwritableFileIsRefusedWithAReason)
     std::getline(file, line);
     EXPECT_NE(line.find("INFO  ["), std::string::npos) << line;
     EXPECT_NE(line.find("quorvex.test.file: to the file"), std::string::npos) << line;
-}
-
-TEST(LoggingTest, LevelNames)
-{
-    int level = -1;
-    EXPECT_TRUE(Logging::parseLevel("debug", level));
-    EXPECT_EQ(level, eDEBUG_LEVEL);
-    EXPECT_FALSE(Logging::parseLevel("verbose", level));
-    EXPECT_FALSE(Logging::parseLevel("", level));
-    EXPECT_EQ(level, eDEBUG_LEVEL);
-}
-
-TEST(ParameterTest, PerlTruth)
-{
-    for (const char* szTrue : {"1", "true", "no", "00", " "})
-    {
-        EXPECT_TRUE(ParameterValue::isPerlTrue(szTrue)) << szTrue;
-    }
-    EXPECT_FALSE(ParameterValue::isPerlTrue(""));
-    EXPECT_FALSE(ParameterValue::isPerlTrue("0"));
 }

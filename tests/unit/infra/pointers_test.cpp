@@ -58,29 +58,6 @@ TYPED_TEST(CountedObjPtrTest, LastPointerOfAnyClassDeletesOnce)
     EXPECT_EQ(deleted, 1);
 }
 
-TYPED_TEST(CountedObjPtrTest, CastToAnotherClassIsNullAndKeepsNothing)
-{
-    int deleted = 0;
-    CountedObjPtr<Base, TypeParam> pBase(new Base(deleted));
-    EXPECT_TRUE(pBase.template dynamicCast<Derived>().isNull());
-    EXPECT_TRUE(pBase.unique());
-}
-
-TEST(HandleTest, SingleThreadHandleKeepsTheSharedObjectAlive)
-{
-    int deleted = 0;
-    TSHandle<Derived> hShared(new Derived(deleted));
-    Handle<Base> hLocal = hShared;
-    Handle<Base> hCopy = hLocal;
-    hShared.reset();
-    hLocal.reset();
-    EXPECT_EQ(deleted, 0);
-    hCopy.reset();
-    EXPECT_EQ(deleted, 1);
-    const Handle<Base> hNull = TSHandle<Derived>();
-    EXPECT_TRUE(hNull.isNull());
-}
-
 TEST(HandleTest, ThreadsShareAnObject)
 {
     int deleted = 0;
@@ -122,30 +99,6 @@ struct Single : MaxCountClass<Single, 1>
 };
 
 }  // namespace
-
-TEST(CloneableObjPtrTest, CopiesAreIndependent)
-{
-    CloneableObjPtr<Detail> a(new Detail(1));
-    CloneableObjPtr<Detail> b(a);
-    b->m_iValue = 2;
-    EXPECT_EQ(a->m_iValue, 1);
-    const CloneableObjPtr<Detail>& self = a;
-    a = self;
-    EXPECT_EQ(a->m_iValue, 1);
-    a = CloneableObjPtr<Detail>();
-    EXPECT_TRUE(a.isNull());
-}
-
-TEST(MaxCountClassTest, OneTooManyKnowsItAndLeavesTheCountRight)
-{
-    const Single first;
-    EXPECT_FALSE(first.isMaxCountExceeded());
-    {
-        const Single second;
-        EXPECT_TRUE(second.isMaxCountExceeded());
-    }
-    EXPECT_EQ(Single::getInstanceCount(), 1U);
-}
 
 TEST(RegistrationSingletonTest, NameIsTakenUntilDeregistered)
 {

@@ -94,34 +94,5 @@ TEST_F(InSipLegTest, ReliableProvisionalResponseAnswersOrOffers)
     EXPECT_FALSE(m_pLeg->sendReliableProvisionalResponse(183, false));
 }
 
-TEST_F(InSipLegTest, OkNamesTheResultOfTheAnalysis)
-{
-    auto hResponse = make().create200Ok(Call::eCONNECTION_NONE);
-    ASSERT_FALSE(hResponse.isNil());
-    EXPECT_EQ(hResponse->getStatusCode(), 200U);
-    EXPECT_FALSE(hResponse->hasHeader("CPD-Result"));
-    EXPECT_THAT(hResponse->getBody(), HasSubstr("m=audio 40000 "));
-    hResponse = make().create200Ok(Call::eCONNECTION_MACHINE);
-    ASSERT_FALSE(hResponse.isNil());
-    EXPECT_EQ(hResponse->getHeaderValue("CPD-Result"), Call::getCPDResultString(Call::eCONNECTION_MACHINE));
-    EXPECT_TRUE(make().create200Ok({}).isNil());
-    EXPECT_TRUE(make({}, "").create200Ok(Call::eCONNECTION_NONE).isNil());
-}
-
-TEST_F(InSipLegTest, RejectionIsAFailureWithoutContact)
-{
-    InSipLeg& leg = make();
-    auto hResponse = leg.createRejection(486, DsHandle<DsSipHeader>());
-    ASSERT_FALSE(hResponse.isNil());
-    EXPECT_EQ(hResponse->getStartLine(), "SIP/2.0 486 Busy Here");
-    EXPECT_FALSE(hResponse->hasHeader("Contact"));
-    hResponse = leg.createRejection(404, InSipLeg::newCPDResultHeader("SIT"));
-    EXPECT_EQ(hResponse->getHeaderValue("CPD-Result"), "SIT");
-    const std::uint64_t uiAssertions = Assertion::failureCount();
-    EXPECT_TRUE(leg.createRejection(302, DsHandle<DsSipHeader>()).isNil());
-    EXPECT_TRUE(leg.createRejection(200, DsHandle<DsSipHeader>()).isNil());
-    EXPECT_EQ(Assertion::failureCount(), uiAssertions + 2);
-}
-
 }  // namespace
 }  // namespace Quorvex::LegsTest

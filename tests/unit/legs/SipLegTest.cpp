@@ -3,9 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <ctime>
-
 #include "LegsTestSupport.h"
+#include "SipInfoMsgContent.h"
 #include "SipLeg.h"
 #include "calleng/CallLegInfo.h"
 #include "infra/Assertion.h"
@@ -17,8 +16,6 @@ namespace
 {
 
 using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::Not;
 
 class Leg final : public SipLeg
 {
@@ -45,30 +42,13 @@ public:
         return SipLeg::sendInfoMsg(DsHandle<DsSipDialog>(), in_vParameters);
     }
 
-    using SipLeg::createReferResponse;
     using SipLeg::createReinviteResponse;
     using SipLeg::fillInInfo;
-    using SipLeg::fillInNotify;
-    using SipLeg::resolveIPAddress;
 };
 
 class SipLegTest : public testing::Test
 {
 protected:
-    /// A call of one stream that has been answered.
-    void establish()
-    {
-        ASSERT_TRUE(m_leg.getMedia().initialize("call-1", nullptr));
-        offer(invite(kOffer));
-        ASSERT_TRUE(giveCapacity(m_leg.getMedia()));
-        ASSERT_TRUE(m_leg.validateReInvite(invite(kOffer)));
-        ASSERT_FALSE(m_leg.createReinviteResponse(invite(kOffer), 200).isNil());
-    }
-    void offer(const DsHandle<DsSipInviteMessage>& in_hInvite)
-    {
-        ASSERT_TRUE(m_leg.getMedia().setSdpOffer(in_hInvite));
-    }
-
     std::uint64_t assertions() const { return Assertion::failureCount() - m_uiAssertions; }
 
     const std::uint64_t m_uiAssertions = Assertion::failureCount();
@@ -76,35 +56,6 @@ protected:
     MapConfiguration m_config = configuration();
     Leg m_leg{m_engine, m_config};
 };
-
-TEST_F(SipLegTest, ReinviteIsAnsweredWithAnAnswerOrAnOffer)
-{
-    establish();
-    // An offer comes in a body of the right type, in any case.
-    const auto hWithOffer = invite(kOffer, "APPLICATION/SDP");
-    offer(hWithOffer);
-    ASSERT_TRUE(m_leg.validateReInvite(hWithOffer));
-    auto hResponse = m_leg.createReinviteResponse(hWithOffer, 200);
-    ASSERT_FALSE(hResponse.isNil());
-    EXPECT_EQ(hResponse->getBodyType(), "application/sdp");
-    EXPECT_THAT(hResponse->getBody(), HasSubstr("m=audio 40000 "));
-    EXPECT_THAT(hResponse->getText(), HasSubstr("Contact: <sip:gateway@127.0.0.1:5060>\r\n"));
-
-    // None: the 2xx offers.
-    const auto hWithout = invite();
-    EXPECT_TRUE(m_leg.validateReInvite(hWithout));
-    hResponse = m_leg.createReinviteResponse(hWithout, 200);
-    ASSERT_FALSE(hResponse.isNil());
-    EXPECT_THAT(hResponse->getBody(), HasSubstr("m=audio 40000 "));
-
-    // A refusal carries neither description nor Contact.
-    hResponse = m_leg.createReinviteResponse(hWithOffer, 488);
-    ASSERT_FALSE(hResponse.isNil());
-    EXPECT_EQ(hResponse->getBodyLength(), 0U);
-    EXPECT_FALSE(hResponse->hasHeader("Contact"));
-    EXPECT_FALSE(hResponse->hasHeader("Content-Type"));
-    EXPECT_EQ(assertions(), 0U);
-}
 
 TEST_F(SipLegTest, NothingIsSentWhenNoDescriptionCanBeWritten)
 {
@@ -200,15 +151,6 @@ TEST_F(SipLegTest, ReferIsCheckedAndItsPartiesTaken)
     EXPECT_EQ(m_leg.validateRefer(DsHandle<DsSipRequest>(), s, s, s, s, s, s, s), 500U);
 }
 
-TEST_F(SipLegTest, ReferIsAcceptedInSoManyWords)
-{
-    const auto hAccepted = m_leg.createReferResponse(202, request("REFER"));
-    EXPECT_EQ(hAccepted->getStartLine(), "SIP/2.0 202 Accepted");
-    EXPECT_THAT(hAccepted->getText(), HasSubstr("Contact: <sip:gateway@127.0.0.1:5060>\r\n"));
-    EXPECT_EQ(m_leg.createReferResponse(484, request("REFER"))->getStartLine(),
-              "SIP/2.0 484 Address Incomplete");
-}
-
 TEST_F(SipLegTest, InfoCarriesParametersAsHeadersAndBody)
 {
     const auto hInfo = DsSipRequest::create("INFO", "sip:alice@127.0.0.1:5099");
@@ -261,35 +203,6 @@ TEST_F(SipLegTest, InfoThatWouldBeNoneIsNotSent)
     EXPECT_FALSE(hInfo->hasHeader("X-Two"));
 }
 
-TEST_F(SipLegTest, NotifyReportsTheTransfer)
-{
-    struct NotifyCase
-    {
-        Fallible<unsigned int> m_uiCode;
-        Fallible<ConnectionFailureType> m_failType;
-        const char* m_szFragment;
-        const char* m_szState;
-    };
-    const NotifyCase kCases[] = {
-        {100U, {},                                   "SIP/2.0 100 Trying",    "active"    },
-        {200U, {},                                   "SIP/2.0 200 OK",        "terminated"},
-        {{},   ConnectionFailureType(eBUSY_FAILURE), "SIP/2.0 486 Busy Here", "terminated"},
-    };
-    for (const NotifyCase& c : kCases)
-    {
-        const auto hNotify = DsSipRequest::create("NOTIFY", "sip:alice@127.0.0.1:5099");
-        ASSERT_TRUE(m_leg.fillInNotify(hNotify, c.m_uiCode, c.m_failType));
-        EXPECT_EQ(hNotify->getHeaderValue("Content-Type"), "message/sipfrag;version=2.0");
-        EXPECT_EQ(hNotify->getHeaderValue("Event"), "refer");
-        EXPECT_THAT(hNotify->getBody(), HasSubstr(c.m_szFragment));
-        EXPECT_THAT(hNotify->getHeaderValue("Subscription-State"), HasSubstr(c.m_szState));
-    }
-    const auto hNotify = DsSipRequest::create("NOTIFY", "sip:alice@127.0.0.1:5099");
-    EXPECT_FALSE(m_leg.fillInNotify(hNotify, 7U, {}));
-    EXPECT_FALSE(m_leg.fillInNotify(hNotify, {}, {}));
-    EXPECT_EQ(assertions(), 2U);
-}
-
 TEST_F(SipLegTest, LegInformationTakesKnownAndUnknownHeaders)
 {
     const auto hInvite =
@@ -318,32 +231,31 @@ TEST_F(SipLegTest, LegInformationTakesKnownAndUnknownHeaders)
     EXPECT_EQ(legInfo.getParameterOr("sip.in.header.From", "-"), "<sip:x@y>;tag=1");
 }
 
-TEST_F(SipLegTest, DateIsTheTimeOfNowInTheFormOfTheProtocol)
+std::vector<std::string> contentOf(const DsHandle<DsSipRequest>& in_hRequest)
 {
-    const std::time_t before = std::time(nullptr);
-    const auto hDate = SipLeg::createDateHeader();
-    ASSERT_FALSE(hDate.isNil());
-    ASSERT_TRUE(hDate->getTime().has_value()) << hDate->getValue();
-    EXPECT_GE(*hDate->getTime(), before);
-    EXPECT_LE(*hDate->getTime(), std::time(nullptr));
-    EXPECT_EQ(hDate->getValue().size(), std::string("Sat, 13 Nov 2010 23:29:00 GMT").size());
+    std::vector<std::string> vContent;
+    const auto pContent = getNewInfoMsgContent(in_hRequest);
+    for (const Parameter& parameter : *pContent)
+    {
+        EXPECT_EQ(parameter.getValue().getType(), ParameterValue::STRING_TYPE);
+        vContent.push_back(parameter.getName() + "=" + parameter.getValue().toText());
+    }
+    return vContent;
 }
 
-TEST_F(SipLegTest, NameResolutionTimeoutComesFromTheConfiguration)
+TEST(InfoContent, IsExtensionHeadersTypeAndBody)
 {
-    EXPECT_EQ(m_leg.getNameResolutionTimeoutMs(), 250);
-    const MapConfiguration config = configuration({
-        {"quorvex.sip.getHostByNameTimeoutMs", 70}
-    });
-    const MapConfiguration bad = configuration({
-        {"quorvex.sip.getHostByNameTimeoutMs", -1}
-    });
-    EXPECT_EQ(Leg(m_engine, config).getNameResolutionTimeoutMs(), 70);
-    EXPECT_EQ(Leg(m_engine, bad).getNameResolutionTimeoutMs(), 250);
-    DsInetAddress address;
-    EXPECT_TRUE(m_leg.resolveIPAddress("192.0.2.7", 0, &address));
-    EXPECT_EQ(address.getHostAddress(), "192.0.2.7");
-    EXPECT_FALSE(m_leg.resolveIPAddress("", 10));
+    EXPECT_THAT(
+        contentOf(request("INFO",
+                          "X-One: 1;a=b\r\nUser-Agent: peer\r\nx-TWO:  two \r\n",
+                          "Signal=5\r\n",
+                          "application/dtmf-relay;x=y")),
+        ElementsAre("X-One=1;a=b", "x-TWO=two", "Content-Type=application/dtmf-relay", "body=Signal=5\r\n"));
+    EXPECT_THAT(contentOf(request("INFO", "X-One: 1\r\nX-One: 2\r\n")), ElementsAre("X-One=1", "X-One=2"));
+    EXPECT_THAT(contentOf(request("INFO", "", "no type", "")), ElementsAre("body=no type"));
+    EXPECT_THAT(contentOf(request("INFO", "", std::string("a\0b", 3), "x/y")),
+                ElementsAre("Content-Type=x/y", std::string("body=a\0b", 8)));
+    EXPECT_THAT(contentOf(request("INFO")), ElementsAre());
 }
 
 }  // namespace

@@ -20,67 +20,9 @@ using Bytes = std::vector<std::uint8_t>;
 namespace
 {
 
-Bytes makePacket(std::initializer_list<int> in_header, std::size_t in_uiPayload)
-{
-    Bytes vData;
-    for (const int iByte : in_header)
-    {
-        vData.push_back(static_cast<std::uint8_t>(iByte));
-    }
-    vData.resize(std::max<std::size_t>(vData.size(), 12), 0);
-    vData.resize(vData.size() + in_uiPayload, 0x55);
-    return vData;
-}
-
 constexpr std::int64_t MS = 1'000'000;
 
 }  // namespace
-
-TEST(RtpPacketTest, lengthsMustAgree)
-{
-    struct Case
-    {
-        const char* m_szName;
-        Bytes m_vData;
-        // -1: refused.
-        int m_iPayload;
-    };
-    Bytes vPadded = makePacket({0xa0, 0}, 20);
-    vPadded.back() = 4;
-    Bytes vAllPadding = makePacket({0xa0, 0}, 20);
-    vAllPadding.back() = 21;
-    Bytes vNoPadding = makePacket({0xa0, 0}, 20);
-    vNoPadding.back() = 0;
-    // clang-format off
-    for (const Case& aCase : {Case{"plain", makePacket({0x80, 0}, 160), 160},
-                              Case{"no payload", makePacket({0x80, 0}, 0), 0},
-                              Case{"empty", {}, -1},
-                              Case{"eleven bytes", Bytes(11, 0x80), -1},
-                              Case{"version 0", makePacket({0x00, 0}, 20), -1},
-                              Case{"version 1", makePacket({0x40, 0}, 20), -1},
-                              Case{"version 3", makePacket({0xc0, 0}, 20), -1},
-                              Case{"two sources", makePacket({0x82, 0}, 28), 20},
-                              Case{"fifteen sources cut short", makePacket({0x8f, 0}, 59), -1},
-                              Case{"extension of one word",
-                                   makePacket({0x90, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1}, 24), 20},
-                              Case{"extension longer than the packet",
-                                   makePacket({0x90, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xff, 0xff}, 24), -1},
-                              Case{"extension without its header", makePacket({0x90, 0}, 3), -1},
-                              Case{"padding", vPadded, 16},
-                              Case{"more padding than payload", vAllPadding, -1},
-                              Case{"padding of none", vNoPadding, -1},
-                              Case{"RTCP on the RTP port", makePacket({0x80, 200}, 20), -1}})
-    // clang-format on
-    {
-        RtpPacket packet;
-        const bool bParsed = packet.parse(aCase.m_vData.data(), aCase.m_vData.size());
-        EXPECT_EQ(aCase.m_iPayload >= 0, bParsed) << aCase.m_szName;
-        if (bParsed)
-        {
-            EXPECT_EQ(static_cast<std::size_t>(aCase.m_iPayload), packet.m_uiPayloadSize) << aCase.m_szName;
-        }
-    }
-}
 
 TEST(RxStatisticsTest, countsWhatReallyHappened)
 {
@@ -319,65 +261,6 @@ TEST(TelephoneEventTest, aPressIsReportedOnce)
     EXPECT_EQ('\0', TelephoneEventReceiver().receive(shortPayload, 3, 1, true, 0));
 }
 
-TEST(TelephoneEventTest, whatIsSentIsReceived)
-{
-    TelephoneEventSender sender;
-    TelephoneEventReceiver receiver;
-    sender.add("1199*#D", 100);
-    std::string strDigits;
-    unsigned uiMarkers = 0;
-    unsigned uiEnds = 0;
-    std::uint16_t ui16Last = 0;
-    for (unsigned i = 0; sender.isBusy(); ++i)
-    {
-        ASSERT_LT(i, 1000U);
-        TelephoneEventSender::Packet packet{};
-        if (!sender.tick(i * 160, packet))
-        {
-            continue;
-        }
-        const char cDigit =
-            receiver.receive(packet.m_payload, 4, packet.m_ui32Timestamp, packet.m_bMarker, i * 20 * MS);
-        strDigits += cDigit == '\0' ? "" : std::string(1, cDigit);
-        uiMarkers += packet.m_bMarker ? 1 : 0;
-        uiEnds += (packet.m_payload[1] & 0x80) != 0 ? 1 : 0;
-        ui16Last = readU16(packet.m_payload + 2);
-    }
-    EXPECT_EQ("1199*#D", strDigits);
-    EXPECT_EQ(7U, uiMarkers);
-    EXPECT_EQ(21U, uiEnds);
-    EXPECT_EQ(800U, ui16Last);
-}
-
-TEST(TxStreamTest, theStreamRunsOnWhateverItComesFrom)
-{
-    TxStream stream;
-    stream.initialize(9, 65535, 0xfffffff0);
-    const std::int64_t i64Start = 1'000'000 * MS;
-    // Relayed, with a gap and an overtaken packet, which keep their distances.
-    const auto first = stream.relay(1, 100, 5000, i64Start);
-    EXPECT_EQ(65535, first.m_ui16Sequence);
-    EXPECT_TRUE(first.m_bMarker);
-    EXPECT_EQ(2, stream.relay(1, 103, 5480, i64Start + 60 * MS).m_ui16Sequence);
-    const auto overtaken = stream.relay(1, 102, 5320, i64Start + 61 * MS);
-    EXPECT_EQ(1, overtaken.m_ui16Sequence);
-    EXPECT_EQ(first.m_ui32Timestamp + 320, overtaken.m_ui32Timestamp);
-    // Something of the engine's own between them pushes the rest back by one.
-    EXPECT_EQ(3, stream.inserted(77).m_ui16Sequence);
-    EXPECT_EQ(4, stream.relay(1, 104, 5640, i64Start + 80 * MS).m_ui16Sequence);
-    // What is left out on purpose leaves no gap.
-    stream.skip();
-    EXPECT_EQ(5, stream.relay(1, 106, 5960, i64Start + 120 * MS).m_ui16Sequence);
-    // Another source: the numbers run on, the time that has passed is in the timestamp.
-    const auto clocked = stream.clocked(160, i64Start + 220 * MS);
-    EXPECT_EQ(6, clocked.m_ui16Sequence);
-    EXPECT_TRUE(clocked.m_bMarker);
-    EXPECT_EQ(first.m_ui32Timestamp + 960 + 800, clocked.m_ui32Timestamp);
-    const auto next = stream.clocked(160, i64Start + 243 * MS);
-    EXPECT_EQ(clocked.m_ui32Timestamp + 160, next.m_ui32Timestamp);
-    EXPECT_FALSE(next.m_bMarker);
-}
-
 TEST(JitterBufferTest, ordersPacketsAndFillsGaps)
 {
     JitterBuffer buffer;
@@ -438,43 +321,6 @@ TEST(JitterBufferTest, survivesJumpsAndNonsense)
         uiHeard += buffer.mix(cursor, vSum.data(), 160, 320) && vSum[159] == 7 ? 1 : 0;
     }
     EXPECT_GE(uiHeard, 48U);
-}
-
-TEST(RtcpTest, writtenReportsAreRead)
-{
-    std::uint8_t data[RtcpWriter::MAX_SIZE];
-    RtcpSenderInfo sender;
-    sender.m_ui64NtpTime = 0x0102030405060708;
-    sender.m_ui32Packets = 77;
-    RtcpReportBlock block;
-    block.m_ui32Ssrc = 42;
-    block.m_ui8FractionLost = 128;
-    block.m_iCumulativeLost = -5;
-    block.m_ui32Delay = 99;
-    for (const std::size_t uiName : {0U, 1U, 2U, 3U, 4U, 64U, 200U})
-    {
-        const std::size_t uiSize =
-            RtcpWriter::write(data, 7, &sender, &block, std::string(uiName, 'n'), true);
-        ASSERT_LE(uiSize, sizeof data);
-        EXPECT_EQ(0U, uiSize % 4);
-        RtcpReader reader;
-        ASSERT_TRUE(reader.parse(data, uiSize, 42));
-        EXPECT_EQ(7U, reader.getSenderSsrc());
-        EXPECT_EQ(0x0102030405060708U, reader.getSenderInfo().m_ui64NtpTime);
-        EXPECT_EQ(128U, reader.getBlock().m_ui8FractionLost);
-        EXPECT_EQ(-5, reader.getBlock().m_iCumulativeLost);
-        EXPECT_EQ(99U, reader.getBlock().m_ui32Delay);
-        EXPECT_TRUE(reader.isBye());
-        EXPECT_TRUE(reader.parse(data, uiSize, 43));
-        EXPECT_FALSE(reader.hasBlock());
-        // Cut anywhere but between two of its packets, it is refused.
-        unsigned uiAccepted = 0;
-        for (std::size_t i = 0; i < uiSize; ++i)
-        {
-            uiAccepted += reader.parse(data, i, 42) ? 1 : 0;
-        }
-        EXPECT_EQ(2U, uiAccepted);
-    }
 }
 
 }  // namespace Quorvex::Test

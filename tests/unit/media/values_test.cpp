@@ -61,19 +61,6 @@ TEST(MediaValues, modes)
     }
 }
 
-TEST(MediaValues, theTelephoneEventTypeCountsOnlyWhenThereAreEvents)
-{
-    RtpMediaConfigData a;
-    a.setIPAddress("10.0.0.1");
-    a.setRfc2833PayloadType(101);
-    RtpMediaConfigData b = a;
-    b.setRfc2833PayloadType(96);
-    EXPECT_TRUE(a.isEqualTo(b));
-    a.setRfc2833Support(true);
-    b.setRfc2833Support(true);
-    EXPECT_FALSE(a == b);
-}
-
 TEST(MediaValues, configurationsKeepTypesApart)
 {
     RtpMediaConfigData data;
@@ -102,19 +89,6 @@ TEST(MediaValues, configurationsKeepTypesApart)
         "direction=TX, recording.enabled=true, IPv4 Address=10.0.0.1, UDP Port=4000, Payload type=0, Payload "
         "size=30, Rfc 2833 support=true, Rfc 2833 payload type=97",
         text.str());
-}
-
-TEST(MediaValues, aClonedCapacityIsItsOwn)
-{
-    auto pCapacity = std::make_unique<MediaEndpointCapacity>();
-    pCapacity->set("Payload type", std::vector<unsigned>{0, 8});
-    const std::unique_ptr<MediaEndpointCapacity> pClone(pCapacity->clone());
-    pCapacity.reset();
-    std::vector<unsigned> vTypes;
-    EXPECT_TRUE(pClone->getUnsignedList("Payload type", vTypes));
-    EXPECT_EQ((std::vector<unsigned>{0, 8}), vTypes);
-    EXPECT_NE(pClone->end(), pClone->find("Payload type"));
-    EXPECT_EQ(pClone->end(), pClone->find("Payload"));
 }
 
 }  // namespace Quorvex::Test

@@ -68,11 +68,6 @@ TEST(SdpMessage, TakesWhatPeersSend)
     EXPECT_EQ(hMsg->getMediaDescriptions()[1]->getConnectionField()->getAddrType(), "IP6");
 }
 
-TEST(SdpMessage, KeepsBlanksAroundTheConnectionAddress)
-{
-    EXPECT_EQ(DsSdpMsg::parse("c=IN IP4  10.0.0.1\t\n")->getConnectionField()->getAddress(), " 10.0.0.1\t");
-}
-
 TEST(SdpMessage, RefusesWhatIsNoDescriptionWithAReason)
 {
     const struct

@@ -215,22 +215,6 @@ TEST_F(VoipMediaTest, TakesOnlyCapacitiesThatFit)
     EXPECT_TRUE(renegotiate());
 }
 
-TEST_F(VoipMediaTest, RunsBothDirectionsOfAnAnsweredCall)
-{
-    answerOffer(remoteSdp("0"));
-    EXPECT_FALSE(m_media.isAllStarted());
-    EXPECT_TRUE(m_media.startAll(false));
-    EXPECT_EQ(m_engine.m_vAsked, (Asked{"0 configure rx", "0 start rx", "0 configure tx", "0 start tx"}));
-    EXPECT_FALSE(m_media.isAllStarted());
-    succeed();
-    EXPECT_TRUE(m_media.isAllStarted());
-    EXPECT_EQ(sentTo(), 30000U);
-
-    EXPECT_TRUE(m_media.startAll(false)) << "what runs as it should is left alone";
-    EXPECT_EQ(m_engine.take(), Asked());
-    EXPECT_TRUE(m_media.isAllStarted());
-}
-
 TEST_F(VoipMediaTest, RunsTheDirectionsThatTheFarEndAllows)
 {
     const struct
@@ -268,36 +252,6 @@ TEST_F(VoipMediaTest, RunsTheDirectionsThatTheFarEndAllows)
         }
         EXPECT_TRUE(media.isAllStarted());
     }
-}
-
-TEST_F(VoipMediaTest, FollowsAReinviteThatChangesThePortAndHolds)
-{
-    answerOffer(remoteSdp("0"));
-    m_media.startAll(false);
-    succeed();
-
-    ASSERT_TRUE(m_media.setSdpOffer(inviteWith(remoteSdp("0", {}, "10.0.0.9", 31000))));
-    ASSERT_TRUE(renegotiate());
-    EXPECT_FALSE(m_media.isAllStarted());
-    m_media.startAll(false);
-    EXPECT_EQ(m_engine.m_vAsked, Asked{"0 configure tx"});
-    EXPECT_EQ(sentTo(), 31000U);
-    succeed();
-    EXPECT_TRUE(m_media.isAllStarted());
-
-    ASSERT_TRUE(m_media.setSdpOffer(inviteWith(remoteSdp("0", {"sendonly"}, "10.0.0.9", 31000))));
-    ASSERT_TRUE(renegotiate());
-    m_media.startAll(false);
-    EXPECT_EQ(m_engine.m_vAsked, Asked{"0 stop tx"});
-    succeed();
-    EXPECT_TRUE(m_media.isAllStarted());
-
-    ASSERT_TRUE(m_media.setSdpOffer(inviteWith(remoteSdp("0", {}, "10.0.0.9", 31000))));
-    ASSERT_TRUE(renegotiate());
-    m_media.startAll(false);
-    EXPECT_EQ(m_engine.m_vAsked, Asked{"0 start tx"});
-    succeed();
-    EXPECT_TRUE(m_media.isAllStarted());
 }
 
 TEST_F(VoipMediaTest, HoldsAndResumes)
@@ -480,20 +434,6 @@ TEST_F(VoipMediaTest, OffersAndTakesTheAnswer)
     EXPECT_EQ(sentTo(), 30000U);
 }
 
-TEST_F(VoipMediaTest, TheFirstAnswerMayFitNothing)
-{
-    m_bAssertionsExpected = true;
-    EXPECT_FALSE(m_media.setSdpAnswer(inviteWith(remoteSdp("0")))) << "nothing was offered";
-    CallLegInfo leg;
-    leg.setParameter("media.rtp.audio", "sendonly");
-    ASSERT_TRUE(m_media.configure(leg));
-    ASSERT_TRUE(giveCapacity(0, capacity()));
-    std::ostringstream offer;
-    ASSERT_TRUE(m_media.generateSdpOffer(m_config, offer));
-    EXPECT_FALSE(m_media.setSdpAnswer(inviteWith(remoteSdp("0", {"sendrecv"}))));
-    EXPECT_TRUE(m_media.setSdpAnswer(inviteWith(remoteSdp("0", {"recvonly"}))));
-}
-
 TEST_F(VoipMediaTest, AReinviteWithoutOfferAsksForOurs)
 {
     answerOffer(remoteSdp("0"));
@@ -556,24 +496,6 @@ TEST_F(VoipMediaTest, PassesOnRecordingWishesAndTheSipDataThatTheEngineAsksFor)
     EXPECT_TRUE(config.getString("sip.custom.header", strValue));
     EXPECT_EQ(strValue, "Record-Call: yes, Recorder-Output-Id: room 7, record-call: 0, X-Own: a,b");
     EXPECT_FALSE(config.contains(MediaEndpointConfig::CPA_ENABLED)) << "not enabled for the leg";
-}
-
-TEST_F(VoipMediaTest, AsksForAnalysisOfWhatIsReceivedOnly)
-{
-    CallLegInfo leg;
-    leg.setParameter("media.rtp.audio", "sendrecv");
-    leg.setParameter("sip.out.cpa.enabled", "true");
-    leg.setParameter("sip.in.header.Record-Call", "0");
-    ASSERT_TRUE(m_media.configure(leg));
-    ASSERT_TRUE(giveCapacity(0, capacity()));
-    std::ostringstream offer;
-    ASSERT_TRUE(m_media.generateSdpOffer(m_config, offer));
-    ASSERT_TRUE(m_media.setSdpAnswer(inviteWith(remoteSdp("0"))));
-    m_media.startAll(true);
-    bool bCpa = false;
-    EXPECT_TRUE(configOf(kRx).getBool(MediaEndpointConfig::CPA_ENABLED, bCpa) && bCpa);
-    EXPECT_FALSE(configOf(kTx).contains(MediaEndpointConfig::CPA_ENABLED));
-    EXPECT_FALSE(configOf(kRx).contains(MediaEndpointConfig::RECORDING_ENABLED));
 }
 
 }  // namespace

@@ -58,28 +58,6 @@ TEST(DsSipAddressHeaders, readEveryFormOfAnAddress)
     }
 }
 
-TEST(DsSipAddressHeaders, copiesShareNothing)
-{
-    const DsSipFromHeader original{std::string_view("Bob <sip:bob@b;x=1>;tag=1")};
-    const DsHandle<DsSipFromHeader> copy(original.clone());
-    copy->getURL()->clearParameters();
-    copy->setTag("2");
-    EXPECT_EQ(copy->getValueText(), "\"Bob\" <sip:bob@b>;tag=2");
-    EXPECT_EQ(original.getURL()->getText(), "sip:bob@b;x=1");
-    EXPECT_EQ(original.getText(), "From: Bob <sip:bob@b;x=1>;tag=1");
-}
-
-TEST(DsSipContactHeader, readsItsParameters)
-{
-    EXPECT_EQ(DsSipContactHeader{std::string_view("<sip:a@b>;q=0.5;expires=60")}.getQValue(), "0.5");
-    EXPECT_EQ(DsSipContactHeader{std::string_view("<sip:a@b>;q=0.5;expires=60")}.getExpires(), 60U);
-    EXPECT_EQ(DsSipContactHeader{std::string_view("<sip:a@b;q=1>")}.getQValue(), "");
-    EXPECT_FALSE(
-        DsSipContactHeader{std::string_view("<sip:a@b>;expires=4294967296")}.getExpires().has_value());
-    EXPECT_TRUE(DsSipContactHeader{std::string_view("*")}.isWildcard());
-    EXPECT_EQ(DsSipContactHeader(DsSipURL("sip:a@b")).getText(), "Contact: <sip:a@b>");
-}
-
 struct ViaRow
 {
     const char* m_szValue;

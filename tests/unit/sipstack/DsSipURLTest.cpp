@@ -64,30 +64,6 @@ TEST(DsSipURL, comparesAsTheStandardSays)
     }
 }
 
-TEST(DsSipURL, givesItsParts)
-{
-    const DsSipURL url(
-        "sips:%61l%20ice;x=1:pw@[2001:db8::9]:65535;transport=TCP;lr;m=%41?Subject=a%20b&Route=%3Csip:p%3E");
-    EXPECT_TRUE(url.isSecure());
-    EXPECT_EQ(url.getUser(), "al ice;x=1");
-    EXPECT_EQ(url.getPassword(), "pw");
-    EXPECT_EQ(url.getHost(), "2001:db8::9");
-    EXPECT_EQ(url.getPort(), 65535);
-    EXPECT_EQ(url.getTransportParam(), "TCP");
-    EXPECT_TRUE(url.hasParameter("LR"));
-    EXPECT_EQ(url.getParameter("m"), "A");
-    EXPECT_EQ(url.getHeader("subject"), "a b");
-    EXPECT_EQ(url.getHeader("Route"), "<sip:p>");
-    EXPECT_EQ(
-        url.getText(),
-        "sips:%61l%20ice;x=1:pw@[2001:db8::9]:65535;transport=TCP;lr;m=%41?Subject=a%20b&Route=%3Csip:p%3E");
-
-    const DsSipURL tel("tel:+358-9;phone-context=x");
-    EXPECT_FALSE(tel.isSipURL());
-    EXPECT_EQ(tel.getText(), "tel:+358-9;phone-context=x");
-    EXPECT_TRUE(tel.getHost().empty());
-}
-
 TEST(DsSipURL, changesShowInTheText)
 {
     DsSipURL url("a b", "::1", 5070);
@@ -164,14 +140,6 @@ TEST(DsSipURL, refusesWhatIsNoURI)
     EXPECT_THROW(DsSipURL{headers}, DsException);
     EXPECT_TRUE(DsSipURL::parse("tel:123").isNil());
     EXPECT_FALSE(DsSipURL::parse(" sip:a@b ").isNil());
-}
-
-TEST(DsSipURL, decodesCompleteEscapesOnly)
-{
-    EXPECT_EQ(DsSipURL::decode("a%20b%2"), "a b%2");
-    EXPECT_EQ(DsSipURL::decode("%"), "%");
-    EXPECT_EQ(DsSipURL::decode("%zz%41"), "%zzA");
-    EXPECT_EQ(DsSipURL::decode(DsSipURL::encodeHeader("a&b=<c>%")), "a&b=<c>%");
 }
 
 }  // namespace

@@ -156,31 +156,6 @@ protected:
     std::vector<SubTask*> m_vTasks;
 };
 
-TEST_F(TaskManagerTest, StartsInOrderStopsInReverseAndCanDoItAgain)
-{
-    for (int i = 0; i < 2; ++i)
-    {
-        ASSERT_TRUE(m_manager.start());
-        ASSERT_TRUE(m_waiter.waitFor(Task::RUNNING_STATE));
-        EXPECT_THAT(m_journal.take(), ElementsAre("onSvcEntry", "start a", "start b", "start c"));
-        ASSERT_TRUE(m_manager.stop());
-        ASSERT_TRUE(m_manager.waitUntilDone());
-        EXPECT_EQ(m_manager.getTaskState(), Task::STOPPED_STATE);
-        EXPECT_THAT(
-            m_journal.take(),
-            ElementsAre("handleMOCallStop", "stop c", "stop b", "stop a", "onStopCompleted", "onSvcExit"));
-    }
-    EXPECT_THAT(m_waiter.seen(),
-                ElementsAre(Task::STARTING_STATE,
-                            Task::RUNNING_STATE,
-                            Task::STOPPING_STATE,
-                            Task::STOPPED_STATE,
-                            Task::STARTING_STATE,
-                            Task::RUNNING_STATE,
-                            Task::STOPPING_STATE,
-                            Task::STOPPED_STATE));
-}
-
 TEST_F(TaskManagerTest, EachSubTaskWaitsForTheOneBeforeWhileTheQueueIsServed)
 {
     task(0).m_bHold = true;

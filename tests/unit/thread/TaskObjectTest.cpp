@@ -94,52 +94,12 @@ TEST(TSStackIDGenerator, NeverGivesOneIdentifierToTwo)
     EXPECT_FALSE(bTwice);
 }
 
-TEST(TaskObjectVector, RefersWithoutOwning)
-{
-    TaskObjectVector<Machine> container;
-    MachinePtr pOne(new Machine);
-    MachinePtr pTwo(new Machine);
-    EXPECT_TRUE(container.getObject(3).isNull());
-    container.releaseObject(3);
-    container.addObject(3, pOne);
-    EXPECT_EQ(container.getObject(3), pOne);
-    EXPECT_TRUE(container.getObject(0).isNull());
-    container.addObject(3, pTwo);
-    EXPECT_TRUE(pOne.unique());
-    container.releaseObject(3);
-    container.releaseObject(3);
-    EXPECT_TRUE(pTwo.unique());
-    EXPECT_TRUE(container.getObject(3).isNull());
-}
-
 class TaskObjectPoolTest : public testing::Test
 {
 protected:
     ~TaskObjectPoolTest() override { EXPECT_EQ(Machine::s_live, 0); }
     AssertionCount m_assertions;
 };
-
-TEST_F(TaskObjectPoolTest, RecyclesTheLatestFirst)
-{
-    Pool pool(2);
-    const std::uint64_t uiObjects = MemAccounts::get("Quorvex::Object").liveObjects();
-    MachinePtr pOne = pool.acquire();
-    MachinePtr pTwo = pool.acquire();
-    EXPECT_EQ(MemAccounts::get("Quorvex::Object").liveObjects(), uiObjects + 2);
-    pOne->m_vCalls.push_back("kept");
-    Machine* const pFirst = pOne.get();
-    MachinePtr pAlso = pOne;
-    EXPECT_FALSE(pool.giveBack(pOne));  // somebody else still holds it
-    EXPECT_TRUE(pOne.isNull());
-    EXPECT_TRUE(pool.giveBack(pTwo));
-    EXPECT_TRUE(pool.giveBack(pAlso));
-    EXPECT_FALSE(pool.giveBack(pAlso));
-    EXPECT_EQ(pool.getNumUnused(), 2U);
-    MachinePtr pAgain = pool.acquire();
-    EXPECT_EQ(pAgain.get(), pFirst);
-    EXPECT_THAT(pAgain->m_vCalls, ElementsAre("kept"));
-    EXPECT_EQ(m_assertions(), 0U);
-}
 
 TEST_F(TaskObjectPoolTest, LastContainerGivesTheObjectBack)
 {

@@ -1,4 +1,0 @@
-extern "C" int SomethingElse()
-{
-    return 0;
-}

@@ -1,8 +1,0 @@
-#include "dynlib_product.h"
-#include "infra/Handle.h"
-#include "infra/ROConfiguration.h"
-
-extern "C" int LoadMethod(DynlibTest::Product**, const Quorvex::TSHandle<Quorvex::ROConfiguration>&)
-{
-    return 0;
-}
