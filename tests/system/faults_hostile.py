@@ -5,6 +5,7 @@ usage: faults_hostile.py GATEWAY_PORT COUNT [SEED (1) [MESSAGES PER SECOND (3000
 
 Everything goes to, and names, 127.0.0.1 or hosts below `.invalid`. The same seed sends the same messages."""
 import random
+import socket
 import struct
 import sys
 import time
@@ -239,7 +240,7 @@ def ping(wire, gateway_port, number, seconds=2.0):
 
 
 def send(gateway_port, count, seed=1, rate=3000):
-    """Sends the messages, at most so many per second; answers are thrown away."""
+    """Sends the messages, at most so many per second; answers are thrown away. How many pings had no answer in time."""
     with bound_socket() as wire, bound_socket() as probe:
         wire.setblocking(False)
         generator = Generator(gateway_port, wire.getsockname()[1], seed)
