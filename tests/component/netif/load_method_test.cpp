@@ -167,12 +167,16 @@ TEST(LoadMethodTest, LinkedClassForwardsToOneInterface)
     netIf.setCallEngine(&engine);
     ASSERT_TRUE(netIf.start());
     SipTestPeer peer;
-    SipTestCall call(peer, uiPort, "options");
     // Sent again until the socket is open.
     bool bAnswered = false;
     for (int iTry = 0; iTry < 100 && !bAnswered; ++iTry)
     {
-        call.request("OPTIONS");
+        const std::string strMe = "127.0.0.1:" + std::to_string(peer.getPort());
+        peer.send(uiPort,
+                  "OPTIONS sip:gateway@127.0.0.1 SIP/2.0\r\nVia: SIP/2.0/UDP " + strMe + ";branch=z9hG4bK" +
+                      std::to_string(iTry) + "\r\nFrom: <sip:peer@" + strMe +
+                      ">;tag=1\r\nTo: <sip:gateway@127.0.0.1>\r\nCall-ID: options\r\nCSeq: " +
+                      std::to_string(iTry + 1) + " OPTIONS\r\nContent-Length: 0\r\n\r\n");
         bAnswered = !peer.receive("200", std::chrono::milliseconds(200)).empty();
     }
     EXPECT_TRUE(bAnswered);

@@ -37,17 +37,6 @@ using DsCall = DsHandle<DsSipIncomingCall>;
 
 }  // namespace
 
-TEST_F(RegistryTest, DescribesItselfWithoutCalls)
-{
-    const DsVoipGatewayNetIf netIf;
-    std::ostringstream stream;
-    stream << netIf;
-    EXPECT_EQ(stream.str(),
-              "There are a total of 0 active VOIP IN state machines, and 0 active VOIP OUT state machines. "
-              "Of these, 0 "
-              "are out-of-service.In voip state machines:Out voip state machines:");
-}
-
 TEST_F(RegistryTest, MachineReturnsToItsPoolWithItsLastProxyAndIsUsedAgain)
 {
     RunningNetIf running;
@@ -275,16 +264,6 @@ TEST_F(RegistryTest, KillDoesNotWaitForCallsAndTheTaskCanRunAgain)
     EXPECT_TRUE(running.stop());
 }
 
-TEST_F(RegistryTest, StopWithoutCallsEndsAtOnce)
-{
-    RunningNetIf running;
-    const LogCapture log;
-    EXPECT_TRUE(running.stop());
-    EXPECT_EQ(log.count("All active state machines are already stopped."), 1U);
-    EXPECT_EQ(log.count("Performing SIP stack shutdown"), 1U);
-    EXPECT_FALSE(running.netIf().stop()) << "nothing to stop any more";
-}
-
 TEST_F(RegistryTest, StackThatCannotStartStopsTheTask)
 {
     RunningNetIf running;
@@ -322,33 +301,4 @@ TEST_F(RegistryTest, CallEngineThatTakesNoCallOrIsNotThere)
         EXPECT_TRUE(running.probe().waitUntilEmpty());
         EXPECT_TRUE(running.stop());
     }
-}
-
-TEST_F(RegistryTest, LegsKnowTheirDirection)
-{
-    RunningNetIf running;
-    running.engine().placeCall(running.netIf(),
-                               "out",
-                               [](ScriptedCall& io_call)
-                               {
-                                   EXPECT_STREQ(io_call.getLeg()->getEngineName(), "SIP OUT");
-                                   EXPECT_FALSE(io_call.getLeg()->inviteAccepted(eRING_WITHOUT_EARLY_MEDIA));
-                                   EXPECT_FALSE(io_call.getLeg()->remoteConnected(Call::eCONNECTION_NONE));
-                                   EXPECT_TRUE(io_call.getLeg()->hangup());
-                                   // Made and deleted at once: acquired and released in that order.
-                                   io_call.deleteLeg();
-                               });
-    running.engine().setScript(
-        [](ScriptedCall& io_call, const std::string& in_strWhat)
-        {
-            if (in_strWhat == "newInCall")
-            {
-                EXPECT_STREQ(io_call.getLeg()->getEngineName(), "SIP IN");
-                io_call.deleteLeg();
-            }
-        });
-    running.probe().newInCall();
-    EXPECT_TRUE(running.engine().waitForTold("gone", 2));
-    EXPECT_TRUE(running.probe().waitUntilEmpty());
-    EXPECT_TRUE(running.stop());
 }

@@ -51,38 +51,6 @@ TEST_F(OutboundTest, TheInviteSaysWhatTheLegSays)
     EXPECT_EQ(awaitEnd("says"), (Told{"connectFailed 1", "gone"}));
 }
 
-TEST_F(OutboundTest, AnsweredAndEndedByEitherSide)
-{
-    for (const bool bByCallee : {false, true})
-    {
-        SCOPED_TRACE(bByCallee);
-        const std::string strCallId = bByCallee ? "callee-ends" : "engine-ends";
-        Callee callee(m_running.getPort());
-        place(strCallId, makeLeg(callee.getUri()));
-        ASSERT_FALSE(callee.awaitInvite().empty());
-        callee.answer("100 Trying");
-        callee.answer("180 Ringing");
-        callee.answer("200 OK", kAnswer);
-        ASSERT_FALSE(callee.await("ACK").empty());
-        ASSERT_TRUE(m_running.media().waitForRequests("start", bByCallee ? 4 : 2)) << "both directions";
-        if (bByCallee)
-        {
-            callee.request("BYE");
-            EXPECT_FALSE(callee.await("200").empty());
-            EXPECT_EQ(awaitEnd(strCallId),
-                      (Told{"proceeding", "ringing 1", "connected 0", "disconnected", "gone"}));
-        }
-        else
-        {
-            hangup();
-            const std::string strBye = callee.await("BYE");
-            ASSERT_FALSE(strBye.empty());
-            callee.respond(strBye, "200 OK");
-            EXPECT_EQ(awaitEnd(strCallId), (Told{"proceeding", "ringing 1", "connected 0", "gone"}));
-        }
-    }
-}
-
 TEST_F(OutboundTest, RefusalsAreReportedByTheirKind)
 {
     struct Case
@@ -211,110 +179,6 @@ TEST_F(OutboundTest, ProvisionalResponses)
     }
 }
 
-TEST_F(OutboundTest, UnusableDescriptionsEndTheCall)
-{
-    const std::string strVideo =
-        "v=0\r\no=callee 1 1 IN IP4 127.0.0.1\r\ns=-\r\nc=IN IP4 127.0.0.1\r\nt=0 0\r\nm=video 4 RTP/AVP "
-        "34\r\n";
-    unsigned uiCall = 0;
-    for (const std::string& strBody : {strVideo, std::string("no description at all"), std::string()})
-    {
-        SCOPED_TRACE(strBody);
-        const std::string strCallId = "unusable-" + std::to_string(++uiCall);
-        Callee callee(m_running.getPort());
-        place(strCallId, makeLeg(callee.getUri()));
-        ASSERT_FALSE(callee.awaitInvite().empty());
-        callee.answer("200 OK", strBody);
-        EXPECT_FALSE(callee.await("ACK").empty());
-        const std::string strBye = callee.await("BYE");
-        ASSERT_FALSE(strBye.empty());
-        callee.respond(strBye, "200 OK");
-        EXPECT_EQ(awaitEnd(strCallId), (Told{"callFailed 3", "gone"}));
-    }
-    Callee callee(m_running.getPort());
-    place("unusable-early", makeLeg(callee.getUri()));
-    ASSERT_FALSE(callee.awaitInvite().empty());
-    callee.answer("183 Session Progress", strVideo);
-    const std::string strCancel = callee.await("CANCEL");
-    ASSERT_FALSE(strCancel.empty());
-    callee.respond(strCancel, "200 OK");
-    callee.answer("487 Request Terminated");
-    EXPECT_FALSE(callee.await("ACK").empty());
-    EXPECT_EQ(awaitEnd("unusable-early"), (Told{"callFailed 3", "gone"}));
-}
-
-TEST_F(OutboundTest, GivenUpBeforeTheAnswer)
-{
-    enum class End
-    {
-        e487,  // as it should be
-        e200,  // the answer crosses the CANCEL
-        eBusy,
-        eUnknown,  // a refusal that ends nothing by itself
-        eSilence
-    };
-    for (const End end : {End::e487, End::e200, End::eBusy, End::eUnknown, End::eSilence})
-    {
-        SCOPED_TRACE(static_cast<int>(end));
-        const std::string strCallId = "given-up-" + std::to_string(static_cast<int>(end));
-        Callee callee(m_running.getPort());
-        place(strCallId, makeLeg(callee.getUri()));
-        ASSERT_FALSE(callee.awaitInvite().empty());
-        callee.answer("180 Ringing");
-        ASSERT_TRUE(engine().waitForTold("ringing 1", static_cast<std::size_t>(end) + 1));
-        hangup();
-        const std::string strCancel = callee.await("CANCEL");
-        ASSERT_FALSE(strCancel.empty());
-        if (end != End::eSilence)
-        {
-            callee.respond(strCancel, "200 OK");
-        }
-        switch (end)
-        {
-            case End::e487:
-                callee.answer("487 Request Terminated");
-                break;
-            case End::e200:
-                callee.answer("200 OK", kAnswer);
-                break;
-            case End::eBusy:
-                callee.answer("486 Busy Here");
-                break;
-            case End::eUnknown:
-                callee.answer("488 Not Acceptable Here");
-                break;
-            case End::eSilence:
-                break;
-        }
-        if (end != End::eSilence)
-        {
-            EXPECT_FALSE(callee.await("ACK").empty());
-        }
-        if (end == End::e200)
-        {
-            const std::string strBye = callee.await("BYE");
-            EXPECT_FALSE(strBye.empty());
-            callee.respond(strBye, "200 OK");
-        }
-        EXPECT_EQ(awaitEnd(strCallId), (Told{"ringing 1", "gone"}));
-    }
-}
-
-TEST_F(OutboundTest, GivenUpBeforeAnyResponse)
-{
-    Callee callee(m_running.getPort());
-    place("early-end", makeLeg(callee.getUri()));
-    ASSERT_FALSE(callee.awaitInvite().empty());
-    hangup();
-    // The CANCEL waits for a provisional response.
-    callee.answer("100 Trying");
-    const std::string strCancel = callee.await("CANCEL");
-    ASSERT_FALSE(strCancel.empty());
-    callee.respond(strCancel, "200 OK");
-    callee.answer("487 Request Terminated");
-    EXPECT_EQ(awaitEnd("early-end"), (Told{"gone"}));
-}
-
 TEST_F(OutboundTest, InfoInBothDirections)
 {
     Callee callee(m_running.getPort());
@@ -340,51 +204,68 @@ TEST_F(OutboundTest, InfoInBothDirections)
     EXPECT_EQ(awaitEnd("info"), (Told{"connected 0", "info", "disconnected", "gone"}));
 }
 
-TEST_F(OutboundTest, TheAnswersCpdResultIsTheConnectionType)
+TEST_F(OutboundTest, MediaThatFail)
 {
-    const std::pair<const char*, const char*> kCases[] = {
-        {"Voice",    "connected 1"},
-        {"machine",  "connected 2"},
-        {"Nonsense", "connected 0"},
-    };
-    for (const auto& [szResult, szTold] : kCases)
+    using Request = ScriptedMediaEngine::Request;
+    struct Case
     {
-        SCOPED_TRACE(szResult);
+        const char* m_szOperation;
+        bool m_bEarly;
+        const char* m_szRequest;  ///< what the callee sees; null when no INVITE was sent
+        const char* m_szTold;
+    };
+    const Case kCases[] = {
+        {"create",    false, nullptr,  "connectFailed 8" },
+        {"configure", true,  "CANCEL", "connectFailed 21"},
+        {"start",     false, "BYE",    "callFailed 21"   },
+    };
+    for (const Case& c : kCases)
+    {
+        SCOPED_TRACE(c.m_szOperation);
+        m_running.media().setAnswer(
+            [&c](const Request& in_request, MediaEndpointCallback& io_callback)
+            {
+                if (in_request.m_strOperation.find(c.m_szOperation) != 0)
+                {
+                    ScriptedMediaEngine::answerWithSuccess(in_request, io_callback);
+                }
+                else if (in_request.m_strOperation == "configure")
+                {
+                    io_callback.configureStatus(in_request.m_direction,
+                                                MediaEndpointCallback::INVALID_CONFIG_STATUS);
+                }
+                else if (in_request.m_strOperation == "start")
+                {
+                    io_callback.startStatus(in_request.m_direction, MediaEndpointCallback::RESOURCE_STATUS);
+                }
+                else
+                {
+                    io_callback.getCapacityFailure(MediaEndpoint::RX_DIRECTION);
+                }
+            });
+        const std::string strCallId = std::string("fails-") + c.m_szOperation;
         Callee callee(m_running.getPort());
-        place(szResult, makeLeg(callee.getUri()));
-        ASSERT_FALSE(callee.awaitInvite().empty());
-        callee.answer("200 OK", kAnswer, "application/sdp", "CPD-Result: " + std::string(szResult) + "\r\n");
-        ASSERT_FALSE(callee.await("ACK").empty());
-        callee.request("BYE");
-        EXPECT_EQ(awaitEnd(szResult), (Told{szTold, "disconnected", "gone"}));
+        place(strCallId,
+              makeLeg(callee.getUri(),
+                      {
+                          {"sip.out.cpa.enabled", "TRUE"}
+        }));
+        Told vExpected{c.m_szTold, "gone"};
+        if (c.m_szRequest != nullptr)
+        {
+            ASSERT_FALSE(callee.awaitInvite().empty());
+            callee.answer(c.m_bEarly ? "183 Session Progress" : "200 OK", kAnswer);
+            const std::string strEnd = callee.await(c.m_szRequest);
+            ASSERT_FALSE(strEnd.empty());
+            callee.respond(strEnd, "200 OK");
+            if (c.m_bEarly)
+            {
+                callee.answer("487 Request Terminated");
+                vExpected.insert(vExpected.begin(), "earlyMedia");
+            }
+        }
+        EXPECT_EQ(awaitEnd(strCallId), vExpected);
     }
-}
-
-TEST_F(OutboundTest, StopGivesUpWhatRingsAndEndsWhatTalks)
-{
-    Callee ringing(m_running.getPort());
-    Callee talking(m_running.getPort());
-    place("talks", makeLeg(talking.getUri()));
-    ASSERT_FALSE(talking.awaitInvite().empty());
-    talking.answer("200 OK", kAnswer);
-    ASSERT_FALSE(talking.await("ACK").empty());
-    ASSERT_TRUE(m_running.media().waitForRequests("start", 2));
-    place("rings", makeLeg(ringing.getUri()));
-    ASSERT_FALSE(ringing.awaitInvite().empty());
-    ringing.answer("180 Ringing");
-    ASSERT_TRUE(engine().waitForTold("ringing 1"));
-    ASSERT_TRUE(m_running.netIf().stop());
-    const std::string strBye = talking.await("BYE");
-    ASSERT_FALSE(strBye.empty());
-    talking.respond(strBye, "200 OK");
-    const std::string strCancel = ringing.await("CANCEL");
-    ASSERT_FALSE(strCancel.empty());
-    ringing.respond(strCancel, "200 OK");
-    ringing.answer("487 Request Terminated");
-    EXPECT_TRUE(engine().waitForTold("gone", 2));
-    EXPECT_TRUE(m_running.netIf().waitUntilDone());
-    EXPECT_TRUE(m_running.netIf().start());
-    EXPECT_TRUE(m_running.probe().waitForState(Task::RUNNING_STATE));
 }
 
 }  // namespace

@@ -3,8 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include "RawPeer.h"
-#include "TestAgent.h"
+#include "CallFixture.h"
 #include "sipstack/DsException.h"
 
 namespace Quorvex
@@ -14,52 +13,15 @@ namespace
 
 using namespace std::chrono_literals;
 
-class DialogTest : public testing::Test
+using DialogTest = CallFixture;
+
+DsHandle<DsSipInviteMessage> reinvite(const Report& in_report)
 {
-protected:
-    explicit DialogTest(const DsSipStackConfig& in_config = TestAgent::defaults())
-        : m_agent(in_config), m_peer(m_agent.port())
-    {
-    }
-
-    Reports& reports() { return m_agent.reports(); }
-
-    Report establish()
-    {
-        m_peer.sendRequest("INVITE", kSdp);
-        const Report called = reports().expect("called");
-        called.m_hIn->answer(TestAgent::response(200, called.request(), kSdp));
-        m_peer.learn(m_peer.expect("SIP/2.0 200"));
-        m_peer.sendRequest("ACK");
-        return reports().expect("callConfirmed");
-    }
-
-    // Ends the call from the wire's side.
-    void bye()
-    {
-        m_peer.sendRequest("BYE");
-        const Report report = reports().expect("terminated");
-        report.m_hIn->respondToBye(TestAgent::response(200, report.request()));
-        m_peer.expect("SIP/2.0 200");
-    }
-
-    static DsHandle<DsSipInviteMessage> reinvite(const Report& in_report)
-    {
-        const auto invite =
-            in_report.m_hIn->getDialog()->createRequest("INVITE").dynamicCast<DsSipInviteMessage>();
-        invite->setBody(kSdp, "application/sdp");
-        return invite;
-    }
-
-    void expectEnd()
-    {
-        EXPECT_TRUE(reports().empty());
-        m_agent.expectEmpty();
-    }
-
-    TestAgent m_agent;
-    RawPeer m_peer;
-};
+    const auto invite =
+        in_report.m_hIn->getDialog()->createRequest("INVITE").dynamicCast<DsSipInviteMessage>();
+    invite->setBody(kSdp, "application/sdp");
+    return invite;
+}
 
 TEST_F(DialogTest, ReinviteMovesTheTarget)
 {

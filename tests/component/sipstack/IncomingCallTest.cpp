@@ -5,8 +5,7 @@
 
 #include <thread>
 
-#include "RawPeer.h"
-#include "TestAgent.h"
+#include "CallFixture.h"
 #include "sipstack/DsException.h"
 
 namespace Quorvex
@@ -16,41 +15,7 @@ namespace
 
 using namespace std::chrono_literals;
 
-class IncomingCallTest : public testing::Test
-{
-protected:
-    explicit IncomingCallTest(const DsSipStackConfig& in_config = TestAgent::defaults())
-        : m_agent(in_config), m_peer(m_agent.port())
-    {
-    }
-
-    Reports& reports() { return m_agent.reports(); }
-
-    Report invite()
-    {
-        m_peer.sendRequest("INVITE", kSdp);
-        return reports().expect("called");
-    }
-
-    // An answered and confirmed call.
-    Report establish()
-    {
-        const Report called = invite();
-        called.m_hIn->answer(TestAgent::response(200, called.request(), kSdp));
-        m_peer.learn(m_peer.expect("SIP/2.0 200"));
-        m_peer.sendRequest("ACK");
-        return reports().expect("callConfirmed");
-    }
-
-    void expectEnd()
-    {
-        EXPECT_TRUE(reports().empty());
-        m_agent.expectEmpty();
-    }
-
-    TestAgent m_agent;
-    RawPeer m_peer;
-};
+using IncomingCallTest = CallFixture;
 
 TEST_F(IncomingCallTest, AnsweredCallEndedByTheCaller)
 {

@@ -13,8 +13,6 @@ namespace Quorvex
 namespace
 {
 
-using namespace std::chrono_literals;
-
 class OutgoingCallTest : public testing::Test
 {
 protected:

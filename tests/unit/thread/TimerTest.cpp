@@ -199,13 +199,6 @@ TEST_F(TimeoutStateTest, DestroyedStateLeavesNoTimer)
     EXPECT_TRUE(m_timers.empty());
 }
 
-TEST(TimeoutEvent, IsReadable)
-{
-    std::ostringstream text;
-    text << TimeoutEvent(ACE_Time_Value(12, 34), nullptr);
-    EXPECT_EQ(text.str(), "timeout at 12.000034 s");
-}
-
 /// A task whose timers are used for real.
 class TimerTask final : public UserDefHandlerTaskManager
 {
