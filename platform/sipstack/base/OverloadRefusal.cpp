@@ -125,7 +125,9 @@ bool OverloadRefusal::refuses(msg_t* in_pMsg, const sip_t* in_pSip)
 bool OverloadRefusal::sendRefusal(msg_t* in_pMsg, const sip_t* in_pSip) const
 {
     const sip_via_t* const received = in_pSip->sip_via;
-    if (m_backlog.getOnlySocket() < 0 || received->v_branch == nullptr || received->v_protocol == nullptr ||
+    su_sockaddr_t* const source = msg_addr(in_pMsg);
+    const int iSocket = m_backlog.getOnlySocket(source->su_family);
+    if (iSocket < 0 || received->v_branch == nullptr || received->v_protocol == nullptr ||
         ::strcasecmp(received->v_protocol, sip_transport_udp) != 0)
     {
         return false;
@@ -156,8 +158,7 @@ bool OverloadRefusal::sendRefusal(msg_t* in_pMsg, const sip_t* in_pSip) const
     text.addHeader(in_pSip->sip_cseq);
     text.addHeader(to);
     text.add(m_strEnd);
-    su_sockaddr_t* const source = msg_addr(in_pMsg);
-    return text.fits() && ::sendto(m_backlog.getOnlySocket(),
+    return text.fits() && ::sendto(iSocket,
                                    text.get().data(),
                                    text.get().size(),
                                    MSG_DONTWAIT,

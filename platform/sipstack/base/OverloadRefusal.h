@@ -23,8 +23,9 @@ public:
     /// Whether there was too much to do when refuses() looked at the last new call.
     bool isOverloaded() const { return m_bOverloaded; }
     /// True when the message was a new call and has been refused, or the ACK of such a refusal: it is to be
-    /// forgotten. Does so only for UDP with one listen port, whose socket the answer leaves from; elsewhere
-    /// the agent refuses.
+    /// forgotten. Does so only for UDP with one listen port for the caller's kind of address (IPv4, IPv6),
+    /// whose socket the answer leaves from: which of several a message came to is not told this early.
+    /// Elsewhere the agent refuses.
     bool refuses(msg_t* in_pMsg, const sip_t* in_pSip);
     /// How many messages were forgotten so; of them refused calls. Any thread.
     std::uint64_t getForgotten() const { return m_ulForgotten; }

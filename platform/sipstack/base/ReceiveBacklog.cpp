@@ -73,9 +73,26 @@ void ReceiveBacklog::watch(const std::vector<DsSipListenPort>& in_vPorts)
                         }))
         {
             const auto uiBuffer = static_cast<unsigned int>(std::max(0, option(iSocket, SO_RCVBUF)));
-            m_vSockets.push_back({iSocket, std::min(kHighBytes, uiBuffer / 2)});
+            m_vSockets.push_back({iSocket, option(iSocket, SO_DOMAIN), std::min(kHighBytes, uiBuffer / 2)});
         }
     }
+}
+
+int ReceiveBacklog::getOnlySocket(int in_iFamily) const
+{
+    int iFound = -1;
+    for (const Socket& socket : m_vSockets)
+    {
+        if (socket.m_iFamily == in_iFamily)
+        {
+            if (iFound >= 0)
+            {
+                return -1;
+            }
+            iFound = socket.m_iDescriptor;
+        }
+    }
+    return iFound;
 }
 
 bool ReceiveBacklog::isHigh() const

@@ -16,13 +16,14 @@ public:
     void watch(const std::vector<DsSipListenPort>& in_vPorts);
     /// True when so much waits at one of them that new calls should be turned away.
     bool isHigh() const;
-    /// The socket when there is just one, else -1.
-    int getOnlySocket() const { return m_vSockets.size() == 1 ? m_vSockets.front().m_iDescriptor : -1; }
+    /// The socket that receives from addresses of the family (AF_INET) when there is just one, else -1.
+    int getOnlySocket(int in_iFamily) const;
 
 private:
     struct Socket
     {
         int m_iDescriptor;
+        int m_iFamily;
         unsigned int m_uiHighBytes;
     };
 
