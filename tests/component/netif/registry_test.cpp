@@ -191,6 +191,50 @@ TEST_F(RegistryTest, MachinesOfOneCallShareOneRecordAndOneEndpointIdentifier)
     EXPECT_TRUE(running.stop());
 }
 
+TEST_F(RegistryTest, MachineThatCannotBeInitializedHasNoPartInItsCallsRecord)
+{
+    RunningNetIf running;
+    auto& probe = running.probe();
+    DsCall hCall = probe.newInCall();
+    InStateMachine* pMachine = nullptr;
+    probe.run([&] { pMachine = probe.activeIn().begin()->second.get(); });
+    hCall = nullptr;
+    running.engine().deleteLegs();
+    ASSERT_EQ(probe.getPopulation().m_freeIn, 1U);
+
+    const std::string strCallId = "shared";
+    running.engine().placeCall(running.netIf(), strCallId, nullptr);
+    running.engine().run([] {});
+    running.engine().setScript(
+        [](ScriptedCall& io_call, const std::string& in_strWhat)
+        {
+            if (in_strWhat == "newInCall")
+            {
+                io_call.deleteLeg();
+            }
+        });
+    const LogCapture log;
+    probe.run(
+        [&]
+        {
+            pMachine->reset();  // without its states
+            const std::uint32_t uiID = probe.takeInID();
+            EXPECT_EQ(probe.acquireIn(uiID, strCallId.c_str()), eMO_FAILED);
+            EXPECT_TRUE(probe.getIn(uiID).isNull());
+            EXPECT_EQ(probe.getPopulation().m_activeIn, 1U) << "until the call engine's leg is released";
+            probe.giveInIDBack(uiID);
+        });
+    EXPECT_EQ(log.count("Failed to initialize InStateMachine", eERROR_LEVEL), 1U);
+    running.engine().run([] {});
+    const auto population = probe.getPopulation();
+    EXPECT_EQ(population.m_activeIn, 0U);
+    EXPECT_EQ(population.m_activeOut, 1U);
+    EXPECT_EQ(population.m_calls, 1U) << "the outbound machine's";
+    running.engine().deleteLegs();
+    EXPECT_TRUE(probe.waitUntilEmpty());
+    EXPECT_EQ(log.count("foundCall != end()"), 0U);
+}
+
 TEST_F(RegistryTest, OutboundCallsAreRefusedUnlessItRuns)
 {
     const auto expectRefused = [](RunningNetIf& io_running, std::size_t in_count)

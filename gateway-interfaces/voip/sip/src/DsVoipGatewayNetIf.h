@@ -222,8 +222,8 @@ private:
                                          const Machine& in_machine,
                                          std::uint32_t in_uiStreamId,
                                          const char* in_szDirection);
-    void addCallDataReference(const char* in_szCallId);
-    bool removeCallDataReference(const char* in_szCallId);
+    void addCallDataReference(VoipStateMachineNoT& io_machine);
+    bool removeCallDataReference(VoipStateMachineNoT& io_machine);
     CallDataHash::iterator findCallData(const char* in_szCallId);
 
     DynLibObjPtr<MediaEngine> m_pMediaEngine;

@@ -64,7 +64,7 @@ MOCallStatus DsVoipGatewayNetIf::acquireInStateMachine(InContainer& io_container
         return eMO_FAILED;
     }
     io_container.addObject(in_uiID, pInSM);
-    addCallDataReference(in_szCallId);
+    addCallDataReference(*pInSM);
     QLOG_DEBUG(getLogger(),
                "acquireInStateMachine : " << m_activeInSMHash.size() << " active in state machine(s)."
                                           << " call-id=" << in_szCallId << " uuid=" << pInSM->getUUID());
@@ -109,7 +109,7 @@ MOCallStatus DsVoipGatewayNetIf::acquireOutStateMachine(OutContainer& io_contain
         return eMO_DONE;
     }
     io_container.addObject(in_uiID, pOutSM);
-    addCallDataReference(in_szCallId);
+    addCallDataReference(*pOutSM);
     QLOG_DEBUG(getLogger(),
                "acquireOutStateMachine : " << m_activeOutSMHash.size() << " active out state machine(s)."
                                            << " call-id=" << in_szCallId << " uuid=" << pOutSM->getUUID());
@@ -193,7 +193,11 @@ void DsVoipGatewayNetIf::takeBack(Pool& io_pool,
                       << pMachine->getCallId() << ")");
         static_cast<void>(pMachine->kill());
     }
-    static_cast<void>(removeCallDataReference(pMachine->getCallId()));
+    // One that failed to initialize has no part in the call's record.
+    if (pMachine->sharesCallData())
+    {
+        static_cast<void>(removeCallDataReference(*pMachine));
+    }
     static_cast<void>(io_pool.giveBack(pMachine));
     io_hash.erase(in_found);
     if (QUORVEX_ASSERT_TEXT(getLogger(), m_uiNumSMOutOfService > 0, "m_uiNumSMOutOfService>0"))
@@ -215,10 +219,10 @@ DsVoipGatewayNetIf::CallDataHash::iterator DsVoipGatewayNetIf::findCallData(cons
     return m_callDataHash.find(m_strScratch);
 }
 
-void DsVoipGatewayNetIf::addCallDataReference(const char* in_szCallId)
+void DsVoipGatewayNetIf::addCallDataReference(VoipStateMachineNoT& io_machine)
 {
     const ScratchMemberGuard scratchGuard(m_bScratchInUse);
-    m_strScratch = in_szCallId;
+    m_strScratch = io_machine.getCallId();
     m_callDataHash.reserve(m_callDataHash.size() + 1);
     auto& pCallData = m_callDataHash[m_strScratch];
     if (pCallData.isNull())
@@ -226,11 +230,13 @@ void DsVoipGatewayNetIf::addCallDataReference(const char* in_szCallId)
         pCallData.reset(new CallData);
     }
     ++pCallData->m_uiNumSM;
+    io_machine.setSharesCallData(true);
 }
 
-bool DsVoipGatewayNetIf::removeCallDataReference(const char* in_szCallId)
+bool DsVoipGatewayNetIf::removeCallDataReference(VoipStateMachineNoT& io_machine)
 {
-    const auto foundCall = findCallData(in_szCallId);
+    io_machine.setSharesCallData(false);
+    const auto foundCall = findCallData(io_machine.getCallId());
     if (!QUORVEX_ASSERT_TEXT(getLogger(), foundCall != m_callDataHash.end(), "foundCall != end()") ||
         !QUORVEX_ASSERT(getLogger(), foundCall->second->m_uiNumSM > 0))
     {

@@ -56,6 +56,10 @@ public:
     /// Only after configure().
     DsVoipGatewayNetIf& getVoipGatewayNetIf() const { return *m_pVoipGatewayNetIf; }
 
+    /// Whether the network interface counts it in the record of its call.
+    bool sharesCallData() const { return m_bSharesCallData; }
+    void setSharesCallData(bool in_bShares) { m_bSharesCallData = in_bShares; }
+
     /// Writes whole SIP messages, at DEBUG, to "quorvex.sip.message".
     const CallLogger& getMsgLogger() const { return m_msgLogger; }
 
@@ -67,6 +71,9 @@ protected:
     Handle<ROConfiguration> m_hConfig;
     LimitedObjPtr<DsVoipGatewayNetIf> m_pVoipGatewayNetIf;
     CallLogger m_msgLogger;
+
+private:
+    bool m_bSharesCallData = false;
 };
 
 /// The machine of one call whose call-engine interface is CallIfPtr. It is made once and used for one call
