@@ -204,6 +204,26 @@ TEST_F(OutboundTest, InfoInBothDirections)
     EXPECT_EQ(awaitEnd("info"), (Told{"connected 0", "info", "disconnected", "gone"}));
 }
 
+TEST_F(OutboundTest, TheAnswersCpdResultIsTheConnectionType)
+{
+    const std::pair<const char*, const char*> kCases[] = {
+        {"Voice",    "connected 1"},
+        {"machine",  "connected 2"},
+        {"Nonsense", "connected 0"},
+    };
+    for (const auto& [szResult, szTold] : kCases)
+    {
+        SCOPED_TRACE(szResult);
+        Callee callee(m_running.getPort());
+        place(szResult, makeLeg(callee.getUri()));
+        ASSERT_FALSE(callee.awaitInvite().empty());
+        callee.answer("200 OK", kAnswer, "application/sdp", "CPD-Result: " + std::string(szResult) + "\r\n");
+        ASSERT_FALSE(callee.await("ACK").empty());
+        callee.request("BYE");
+        EXPECT_EQ(awaitEnd(szResult), (Told{szTold, "disconnected", "gone"}));
+    }
+}
+
 TEST_F(OutboundTest, MediaThatFail)
 {
     using Request = ScriptedMediaEngine::Request;

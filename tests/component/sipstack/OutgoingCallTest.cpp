@@ -142,6 +142,35 @@ TEST_F(OutgoingCallTest, TargetOutOfReachEndsWithoutAResponse)
     expectEnd();
 }
 
+// The user ends what has crossed its CANCEL, or the layer does.
+class CrossingTest : public OutgoingCallTest, public testing::WithParamInterface<bool>
+{
+};
+
+TEST_P(CrossingTest, AnswerThatCrossesTheCancelIsAcknowledgedAndEnded)
+{
+    {
+        const auto call = this->call();
+        m_peer.respond(m_strInvite, "180 Ringing", contact());
+        reports().expect("provisionalResponse");
+        call->hangup();
+        m_peer.respond(m_peer.expect("CANCEL"), "481 No such transaction");
+        m_peer.respond(m_strInvite, "200 OK", contact(), kSdp);
+        reports().expect("succeeded");
+        if (GetParam())
+        {
+            call->hangup();
+        }
+        m_peer.expect("ACK");
+        m_peer.respond(m_peer.expect("BYE"), "200 OK");
+        EXPECT_EQ(reports().expect("dialogTerminated").response()->getStatusCode(), 200U);
+        reports().expect("terminated");
+    }
+    expectEnd();
+}
+
+INSTANTIATE_TEST_SUITE_P(Crossings, CrossingTest, testing::Bool());
+
 TEST_F(OutgoingCallTest, FurtherForksAreAcknowledgedAndEnded)
 {
     {

@@ -47,6 +47,16 @@ public:
     std::vector<std::string> m_vRecords;
 };
 
+TEST(LoggingTest, LevelNames)
+{
+    int level = -1;
+    EXPECT_TRUE(Logging::parseLevel("debug", level));
+    EXPECT_EQ(level, eDEBUG_LEVEL);
+    EXPECT_FALSE(Logging::parseLevel("verbose", level));
+    EXPECT_FALSE(Logging::parseLevel("", level));
+    EXPECT_EQ(level, eDEBUG_LEVEL);
+}
+
 }  // namespace
 
 TEST(LoggerTest, LevelsComeFromTheNearestConfiguredAncestorAndChangeAtOnce)

@@ -91,4 +91,17 @@ TEST(MediaValues, configurationsKeepTypesApart)
         text.str());
 }
 
+TEST(MediaValues, aClonedCapacityIsItsOwn)
+{
+    auto pCapacity = std::make_unique<MediaEndpointCapacity>();
+    pCapacity->set("Payload type", std::vector<unsigned>{0, 8});
+    const std::unique_ptr<MediaEndpointCapacity> pClone(pCapacity->clone());
+    pCapacity.reset();
+    std::vector<unsigned> vTypes;
+    EXPECT_TRUE(pClone->getUnsignedList("Payload type", vTypes));
+    EXPECT_EQ((std::vector<unsigned>{0, 8}), vTypes);
+    EXPECT_NE(pClone->end(), pClone->find("Payload type"));
+    EXPECT_EQ(pClone->end(), pClone->find("Payload"));
+}
+
 }  // namespace Quorvex::Test
