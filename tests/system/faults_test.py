@@ -264,12 +264,15 @@ class Registrar(threading.Thread):
             self.socket.sendto(("\r\n".join(lines) + "\r\n\r\n").encode(), source)
             self.answered += 1
 
+    def overrides(self):
+        """What lets a gateway register here."""
+        return {"quorvex.sip": {"registration": [{"registrar": f"sip:127.0.0.1:{self.port}", "aor": "sip:gw@example.test",
+                                                  "user": "gw", "password": "secret", "expiresS": 2}]}}
+
 
 async def registrar_away(build):
     registrar = Registrar()
-    extra = {"registration": [{"registrar": f"sip:127.0.0.1:{registrar.port}", "aor": "sip:gw@example.test", "user": "gw",
-                               "password": "secret", "expiresS": 2}]}
-    async with Stage(build, {"quorvex.sip": extra}) as stage:
+    async with Stage(build, registrar.overrides()) as stage:
         await until("registered and refreshed", lambda: registrar.answered >= 2)
         registrar.silent = True
         await until("tried while the registrar is away", lambda: registrar.ignored >= 2)
@@ -300,9 +303,10 @@ class Clock:
 
 
 async def clock_jumps(build):
-    """Calls whose messages are lost are made good by timers: by none too early, and none never. What the records tell of a
-    call's length has passed."""
-    stage = Stage(build)
+    """Calls whose messages are lost are made good by timers: by none too early, and none never. Registrations are refreshed.
+    What the records tell of a call's length has passed."""
+    registrar = Registrar()
+    stage = Stage(build, registrar.overrides())
     clock, number, jumps = Clock(stage.gateway), itertools.count(1), (3600, -3600, 86400, 0)
     async with stage:
         began = time.monotonic()
@@ -311,9 +315,11 @@ async def clock_jumps(build):
                      for flow in FLOWS for role in flow.statuses for lost in (1, 2, 3)]
             await asyncio.sleep(0.15)
             clock.jump_to(jump)
+            refreshed = registrar.answered
             await asyncio.gather(*(call.finished() for call in calls))
             odd = [f"{call.flow.name}: {call.outcomes}" for call in calls if call.outcomes != call.flow.statuses]
             check(not odd, f"{len(odd)} of {len(calls)} calls went wrong with the clock at {jump} s: {odd[:5]}")
+            await until("the registration is refreshed", lambda: registrar.answered > refreshed)
         await stage.nothing_is_left()
         passed = time.monotonic() - began
         stage.gateway.stop()
@@ -325,6 +331,7 @@ async def clock_jumps(build):
             check(times == sorted(times) and times[-1] - times[0] < passed + 0.1, f"not within {passed:.1f} s: {record}")
             invited.append(times[0])
         check(max(invited) - min(invited) > 80000, "the clock did not jump")
+    registrar.over = True
 
 
 async def disk_fills(build):
