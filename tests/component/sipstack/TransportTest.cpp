@@ -151,6 +151,33 @@ TEST(ListenTest, PortInUseIsToldInOneLine)
     EXPECT_NE(error.find("/no/such/file"), std::string::npos) << error;
 }
 
+TEST(OverloadTest, NewCallsAreRefusedWhileCallsGoOn)
+{
+    std::atomic<bool> overloaded{false};
+    DsSipStackConfig config = TestAgent::defaults();
+    config.m_overloaded = [&] { return overloaded.load(); };
+    TestAgent agent(config);
+    RawPeer peer(agent.port());
+    peer.sendRequest("INVITE", kSdp);
+    {
+        const Report called = agent.reports().expect("called");
+        called.m_hIn->answer(TestAgent::response(200, called.request(), kSdp));
+        peer.learn(peer.expect("SIP/2.0 200"));
+        peer.sendRequest("ACK");
+        agent.reports().expect("callConfirmed");
+        overloaded = true;
+        RawPeer second(agent.port());
+        second.sendRequest("INVITE", kSdp);
+        EXPECT_EQ(RawPeer::header(second.expect("SIP/2.0 503"), "Retry-After"), "5");
+        peer.sendRequest("BYE");
+        const Report bye = agent.reports().expect("terminated");
+        bye.m_hIn->respondToBye(TestAgent::response(200, bye.request()));
+        peer.expect("SIP/2.0 200");
+    }
+    EXPECT_EQ(agent.stack().getStatistics().m_ulOverloadRefused, 1U);
+    agent.expectEmpty();
+}
+
 TEST(OverloadTest, NewCallsAreRefusedWhileMessagesPileUpAtThePort)
 {
     std::promise<void> first;
@@ -387,6 +414,23 @@ TEST(TcpTest, MessagesAreCutOutOfTheStreamWhereverItIsBroken)
     peer.readUntil("Call-ID: five");
     peer.readUntil("Call-ID: four");
     agent.expectEmpty();
+}
+
+TEST(TcpTest, TooLargeMessageEndsItsConnectionAndNoOther)
+{
+    DsSipStackConfig config = on({
+        {DsSipTransport::eTCP, "127.0.0.1", 0}
+    });
+    config.m_uiMaxMessageBytes = 8192;
+    TestAgent agent(config);
+    TcpPeer good(agent.port());
+    TcpPeer bad(agent.port());
+    bad.send(options("large", "", 1 << 20));
+    const std::string body(1 << 20, 'x');
+    bad.send(body);
+    EXPECT_TRUE(bad.isClosedWithin(5s));
+    good.send(options("fine"));
+    good.readUntil("SIP/2.0 200");
 }
 
 TEST(TcpTest, SlowAndIdleConnectionsAreClosed)

@@ -18,11 +18,9 @@ public:
     In& operator=(const In&) = delete;
     ~In() override { m_engine.tell(m_pCall, "gone"); }
 
-    bool invite(const CallLegInfo& in_leg) override
+    bool invite(const CallLegInfo&) override
     {
         const bool bAccept = m_engine.m_state.read([](const State& in_state) { return in_state.m_bAccept; });
-        m_engine.post([pCall = m_pCall, pInfo = std::make_shared<CallLegInfo>(in_leg)]
-                      { pCall->m_pLegInfo = std::make_unique<CallLegInfo>(*pInfo); });
         m_engine.tell(m_pCall, "invite");
         return bAccept;
     }

@@ -26,8 +26,6 @@ public:
     CallLeg* getLeg() const { return m_pLeg.get(); }
     OutCallLeg* getOutLeg() const { return dynamic_cast<OutCallLeg*>(m_pLeg.get()); }
     void deleteLeg() { m_pLeg.reset(); }
-    /// What the network interface said of the call; null before the invitation.
-    const CallLegInfo* getLegInfo() const { return m_pLegInfo.get(); }
     /// The targets of the last redirection; none before one.
     const CallInfo& getTargets() const { return m_targets; }
 
@@ -36,7 +34,6 @@ private:
 
     std::string m_strCallId;
     std::unique_ptr<CallLeg> m_pLeg;
-    std::unique_ptr<CallLegInfo> m_pLegInfo;
     CallInfo m_targets;
 };
 

@@ -93,21 +93,4 @@ inline DsHandle<DsSipInviteMessage> invite(const std::string& in_strBody = "",
     return request("INVITE", "", in_strBody, in_strType).dynamicCast<DsSipInviteMessage>();
 }
 
-/// The names and values of a message's headers from a place on, in order: "Name: value".
-inline std::vector<std::string> headersFrom(const DsSipMessage& in_message, const std::string& in_strFirst)
-{
-    std::vector<std::string> vHeaders;
-    bool bReached = false;
-    for (std::size_t i = 0; i < in_message.getNumHeaders(); ++i)
-    {
-        const DsSipMessage::HeaderLine line = in_message.getHeaderAt(i);
-        bReached = bReached || line.m_name == in_strFirst;
-        if (bReached)
-        {
-            vHeaders.push_back(std::string(line.m_name) + ": " + line.m_strValue);
-        }
-    }
-    return vHeaders;
-}
-
 }  // namespace Quorvex::LegsTest

@@ -218,6 +218,49 @@ TEST_F(StreamTest, aFloodOnOnePortDoesNotReachTheOthers)
     EXPECT_LT(m_pEngine->getTotals().m_ui64PacketsReceived, 10000U);
 }
 
+TEST_F(StreamTest, digitsArriveOnceUnderTheOtherPartysPayloadType)
+{
+    startEngine();
+    RecordingObserver observer;
+    m_pEngine->setMediaObserver(&observer);
+    Leg::Options a;
+    a.m_uiEventPayloadType = 96;
+    auto pA = makeStartedLeg("call", a);
+    auto pB = makeStartedLeg("call");
+    pA->m_peer.send(makeSound(1, 160));
+    const std::uint32_t ui32Timestamp = pA->m_peer.m_next.m_ui32Timestamp;
+    pA->m_peer.sendEvent(96, 5, false, 160, ui32Timestamp, true);
+    pA->m_peer.sendEvent(96, 5, false, 320, ui32Timestamp);
+    for (int i = 0; i < 3; ++i)
+    {
+        pA->m_peer.sendEvent(96, 5, true, 480, ui32Timestamp);
+    }
+    Peer::Packet packet;
+    unsigned uiEvents = 0;
+    unsigned uiEnds = 0;
+    std::uint32_t ui32Relayed = 0;
+    while (uiEnds < 3)
+    {
+        ASSERT_TRUE(pB->m_peer.receive(packet));
+        if (packet.m_header.m_ui8PayloadType == 101)
+        {
+            ASSERT_EQ(4U, packet.m_vPayload.size());
+            EXPECT_EQ(5U, packet.m_vPayload[0]);
+            EXPECT_EQ(uiEvents == 0, packet.m_header.m_bMarker);
+            ui32Relayed = uiEvents == 0 ? packet.m_header.m_ui32Timestamp : ui32Relayed;
+            EXPECT_EQ(ui32Relayed, packet.m_header.m_ui32Timestamp);
+            ++uiEvents;
+            uiEnds += (packet.m_vPayload[1] & 0x80) != 0 ? 1 : 0;
+        }
+    }
+    EXPECT_EQ(5U, uiEvents);
+    EXPECT_EQ("notify DTMF digit=5, duration=20ms", pA->m_pReports->next());
+    EXPECT_EQ("digit call 0 5", observer.m_reports.next());
+    pA->m_pEndpoint.reset();
+    EXPECT_EQ("ended call 0 PCMU 6", observer.m_reports.next());
+    m_pEngine->setMediaObserver(nullptr);
+}
+
 TEST_F(StreamTest, digitsAreSentAsEventsOrAsTones)
 {
     startEngine();

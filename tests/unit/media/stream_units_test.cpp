@@ -261,6 +261,35 @@ TEST(TelephoneEventTest, aPressIsReportedOnce)
     EXPECT_EQ('\0', TelephoneEventReceiver().receive(shortPayload, 3, 1, true, 0));
 }
 
+TEST(TxStreamTest, theStreamRunsOnWhateverItComesFrom)
+{
+    TxStream stream;
+    stream.initialize(9, 65535, 0xfffffff0);
+    const std::int64_t i64Start = 1'000'000 * MS;
+    // Relayed, with a gap and an overtaken packet, which keep their distances.
+    const auto first = stream.relay(1, 100, 5000, i64Start);
+    EXPECT_EQ(65535, first.m_ui16Sequence);
+    EXPECT_TRUE(first.m_bMarker);
+    EXPECT_EQ(2, stream.relay(1, 103, 5480, i64Start + 60 * MS).m_ui16Sequence);
+    const auto overtaken = stream.relay(1, 102, 5320, i64Start + 61 * MS);
+    EXPECT_EQ(1, overtaken.m_ui16Sequence);
+    EXPECT_EQ(first.m_ui32Timestamp + 320, overtaken.m_ui32Timestamp);
+    // Something of the engine's own between them pushes the rest back by one.
+    EXPECT_EQ(3, stream.inserted(77).m_ui16Sequence);
+    EXPECT_EQ(4, stream.relay(1, 104, 5640, i64Start + 80 * MS).m_ui16Sequence);
+    // What is left out on purpose leaves no gap.
+    stream.skip();
+    EXPECT_EQ(5, stream.relay(1, 106, 5960, i64Start + 120 * MS).m_ui16Sequence);
+    // Another source: the numbers run on, the time that has passed is in the timestamp.
+    const auto clocked = stream.clocked(160, i64Start + 220 * MS);
+    EXPECT_EQ(6, clocked.m_ui16Sequence);
+    EXPECT_TRUE(clocked.m_bMarker);
+    EXPECT_EQ(first.m_ui32Timestamp + 960 + 800, clocked.m_ui32Timestamp);
+    const auto next = stream.clocked(160, i64Start + 243 * MS);
+    EXPECT_EQ(clocked.m_ui32Timestamp + 160, next.m_ui32Timestamp);
+    EXPECT_FALSE(next.m_bMarker);
+}
+
 TEST(JitterBufferTest, ordersPacketsAndFillsGaps)
 {
     JitterBuffer buffer;

@@ -283,6 +283,18 @@ TEST_F(VoipMediaTest, RefusesOutcomesThatDoNotFit)
     EXPECT_TRUE(m_media.isAllStarted());
 }
 
+TEST_F(VoipMediaTest, AnEngineThatDoesNotRunIsNoticed)
+{
+    answerOffer(remoteSdp("0"));
+    m_engine.m_bRuns = false;
+    EXPECT_FALSE(m_media.startAll(false));
+    EXPECT_EQ(m_engine.take(), (Asked{"0 configure rx", "0 configure tx"}));
+    m_engine.m_bRuns = true;
+    EXPECT_TRUE(m_media.startAll(false));
+    succeed();
+    EXPECT_TRUE(m_media.isAllStarted());
+}
+
 TEST_F(VoipMediaTest, ARejectedStreamStaysStoppedBesideOneThatRuns)
 {
     answerOffer(remoteSdp("0") + "m=video 30002 RTP/AVP 31\r\nm=audio 30004 RTP/AVP 18\r\n", 3);
