@@ -1,5 +1,7 @@
 #pragma once
 
+#include <algorithm>
+#include <cstddef>
 #include <string>
 #include <thread>
 #include <utility>
@@ -47,20 +49,18 @@ public:
         }
         return vTexts;
     }
-    /// Waits for an event by the beginning of its text.
-    bool waitFor(const std::string& in_strEvent) const
+    /// Waits for an event by the beginning of its text, that many times.
+    bool waitFor(const std::string& in_strEvent, std::ptrdiff_t in_count = 1) const
     {
         return m_events.waitFor(
             [&](const std::vector<Event>& in_vEvents)
             {
-                for (const Event& event : in_vEvents)
-                {
-                    if (event.m_strText.compare(0, in_strEvent.size(), in_strEvent) == 0)
-                    {
-                        return true;
-                    }
-                }
-                return false;
+                return std::count_if(in_vEvents.begin(),
+                                     in_vEvents.end(),
+                                     [&](const Event& in_event) {
+                                         return in_event.m_strText.compare(
+                                                    0, in_strEvent.size(), in_strEvent) == 0;
+                                     }) >= in_count;
             });
     }
 

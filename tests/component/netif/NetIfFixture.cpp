@@ -121,6 +121,7 @@ std::shared_ptr<MapConfiguration> makeConfiguration(std::uint16_t in_uiPort,
     pConfiguration->set("quorvex.sip.contactUser", "gateway");
     pConfiguration->set("quorvex.sip.t1Ms", 50);
     pConfiguration->set("quorvex.sip.timerCMs", 5000);
+    pConfiguration->set("quorvex.sip.minSES", 2);
     pConfiguration->set("quorvex.sip.state.Disconnecting.timeoutMs", 1000);
     pConfiguration->set("quorvex.rtp.encodingList", "0 8");
     return pConfiguration;

@@ -50,6 +50,11 @@ public:
     {
         return m_netIf.releaseStateMachine(m_netIf.m_dsObjectContainer, in_uiID);
     }
+    MOCallStatus releaseInMedia(std::uint32_t in_uiID)
+    {
+        return m_netIf.releaseStateMachine(m_netIf.m_inSMPool.getProxyData(DsVoipGatewayNetIf::eMEDIA_PROXY),
+                                           in_uiID);
+    }
     /// Takes the machine from the leg proxy, the SIP proxy or the media proxy of that identifier.
     MOCallStatus releaseOut(std::uint32_t in_uiID)
     {

@@ -5,7 +5,9 @@
 
 #include <functional>
 #include <future>
+#include <memory>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "EventCapture.h"
@@ -404,12 +406,117 @@ TEST(ProxyTest, ReportsOfTheMediaEngineAreEventsInOrder)
     EXPECT_EQ(running.media().getNumCallbacks(), 0U);
 }
 
+namespace
+{
+
+/// An endpoint of a machine, whose media callback has lost the machine.
+template <class Machine>
+class LateEndpoint
+{
+public:
+    LateEndpoint(RunningNetIf& io_running, const char* in_szCallId) : m_running(io_running)
+    {
+        m_running.media().setAnswer([](const ScriptedMediaEngine::Request&, MediaEndpointCallback&) {});
+        m_running.probe().run(
+            [&]
+            {
+                m_pEndpoint.reset(m_running.netIf().getEndpoint(
+                    in_szCallId, 7, activeMachine(), Media::SENDRECV_MODE, false));
+            });
+        std::promise<std::uint32_t> id;
+        report([&](MediaEndpointCallback& io_callback)
+               { id.set_value(dynamic_cast<RtpCallbackProxy<Machine>&>(io_callback).getObjectID()); });
+        const std::uint32_t uiID = id.get_future().get();
+        m_running.probe().run(
+            [&]
+            {
+                EXPECT_EQ(
+                    kIn ? m_running.probe().releaseInMedia(uiID) : m_running.probe().releaseOutMedia(uiID),
+                    eMO_DONE);
+            });
+    }
+    LateEndpoint(const LateEndpoint&) = delete;
+    LateEndpoint& operator=(const LateEndpoint&) = delete;
+    ~LateEndpoint()
+    {
+        m_running.probe().run([this] { m_pEndpoint.reset(); });
+    }
+
+    /// The media engine says all that it can; it has been said when this returns.
+    void reportAll()
+    {
+        constexpr auto eRX = MediaEndpoint::RX_DIRECTION;
+        constexpr auto eTX = MediaEndpoint::TX_DIRECTION;
+        constexpr auto eSUCCESS = MediaEndpointCallback::SUCCESS_STATUS;
+        std::promise<void> reported;
+        report(
+            [&](MediaEndpointCallback& io_callback)
+            {
+                EXPECT_TRUE(io_callback.setCapacity(eRX, new MediaEndpointCapacity));
+                EXPECT_TRUE(io_callback.getCapacityFailure(eTX));
+                EXPECT_TRUE(io_callback.configureStatus(eRX, eSUCCESS));
+                EXPECT_TRUE(io_callback.startStatus(eRX, eSUCCESS));
+                EXPECT_TRUE(io_callback.stopStatus(eTX, eSUCCESS));
+                EXPECT_TRUE(io_callback.notifyEvent(new DtmfNotificationEvent('5', 100)));
+                reported.set_value();
+            });
+        reported.get_future().wait();
+    }
+
+private:
+    static constexpr bool kIn = std::is_same_v<Machine, InStateMachine>;
+
+    const Machine* activeMachine()
+    {
+        if constexpr (kIn)
+        {
+            return m_running.probe().activeIn().begin()->second.get();
+        }
+        else
+        {
+            return m_running.probe().activeOut().begin()->second.get();
+        }
+    }
+    template <class Job>
+    void report(Job in_job)
+    {
+        m_running.media().report(m_running.media().getRequests().front().m_uiEndpoint, in_job);
+    }
+
+    RunningNetIf& m_running;
+    std::unique_ptr<MediaEndpoint> m_pEndpoint;
+};
+
+// Nothing was said to a machine, and what was said is gone.
+void expectNothing(RunningNetIf& io_running, EventCapture& io_events)
+{
+    io_running.probe().run([] {});
+    EXPECT_EQ(io_events.takeAll(), Texts{});
+    for (const char* szAccount : {"Called_MO",
+                                  "Terminated_MO",
+                                  "UnknownRequest_MO<>",
+                                  "CallConfirmed_MO",
+                                  "ProvisionalResponse_MO",
+                                  "Succeeded_MO",
+                                  "FailedToConnect_MO",
+                                  "DialogTerminated_MO",
+                                  "Media_MO<SMType>",
+                                  "MediaEndpointCapacity",
+                                  "VoipOpStatusMediaEvent"})
+    {
+        EXPECT_EQ(MemAccounts::get(szAccount).liveObjects(), 0U) << szAccount;
+    }
+}
+
+}  // namespace
+
 TEST(ProxyTest, LateInboundCallbacksFindNoMachineAndDoNothing)
 {
     RunningNetIf running;
     EventCapture events;
     auto hProxy = running.probe().newInProxy("call");
-    running.engine().deleteLegs();
+    running.probe().run([] {});
+    LateEndpoint<InStateMachine> endpoint(running, "call");
     const std::uint32_t uiID = hProxy->getObjectID();
     running.probe().run([&] { EXPECT_EQ(running.probe().releaseIn(uiID), eMO_DONE); });
     running.engine().deleteLegs();
@@ -422,46 +529,25 @@ TEST(ProxyTest, LateInboundCallbacksFindNoMachineAndDoNothing)
     hProxy->unknownRequest(hCall, nullptr, request("INFO"));
     hProxy->reinviteTimeOut(hCall, invite());
     hProxy->callConfirmed(hCall, ack("", ""));
-    running.probe().run([] {});
-    EXPECT_EQ(events.takeAll(), Texts{});
-    for (const char* szAccount : {"Called_MO", "Terminated_MO", "UnknownRequest_MO<>", "CallConfirmed_MO"})
-    {
-        EXPECT_EQ(MemAccounts::get(szAccount).liveObjects(), 0U) << szAccount;
-    }
+    endpoint.reportAll();
+    expectNothing(running, events);
 }
 
-TEST(ProxyTest, LateOutboundAndMediaCallbacksFindNoMachineAndDoNothing)
+TEST(ProxyTest, LateOutboundCallbacksFindNoMachineAndDoNothing)
 {
-    using MediaProxy = RtpCallbackProxy<OutStateMachine>;
     RunningNetIf running;
     EventCapture events;
-    running.media().setAnswer([](const ScriptedMediaEngine::Request&, MediaEndpointCallback&) {});
     running.engine().placeCall(running.netIf(), "call", nullptr);
     running.engine().run([] {});
     DsHandle<OutSipLegInterfaceProxy> hProxy;
-    std::unique_ptr<MediaEndpoint> pEndpoint;
     running.probe().run(
         [&]
         {
-            OutStateMachine* const pMachine = running.probe().activeOut().begin()->second.get();
-            hProxy.reset(dynamic_cast<OutSipLegInterfaceProxy*>(
-                running.netIf().newSipOutgoingCallinterface(pMachine->getUUID())));
-            pEndpoint.reset(running.netIf().getEndpoint("call", 7, pMachine, Media::SENDRECV_MODE, false));
+            hProxy.reset(dynamic_cast<OutSipLegInterfaceProxy*>(running.netIf().newSipOutgoingCallinterface(
+                running.probe().activeOut().begin()->second->getUUID())));
         });
-    ASSERT_NE(pEndpoint, nullptr);
-    const std::uint32_t uiEndpoint = running.media().getRequests().back().m_uiEndpoint;
-    std::promise<std::uint32_t> mediaID;
-    running.media().report(uiEndpoint,
-                           [&](MediaEndpointCallback& io_callback)
-                           { mediaID.set_value(dynamic_cast<MediaProxy&>(io_callback).getObjectID()); });
-    const std::uint32_t uiMediaID = mediaID.get_future().get();
-    running.probe().run(
-        [&]
-        {
-            NetIfProbe& probe = running.probe();
-            EXPECT_EQ(probe.releaseOutSip(hProxy->getObjectID()), eMO_DONE);
-            EXPECT_EQ(probe.releaseOutMedia(uiMediaID), eMO_DONE);
-        });
+    LateEndpoint<OutStateMachine> endpoint(running, "call");
+    running.probe().run([&] { EXPECT_EQ(running.probe().releaseOutSip(hProxy->getObjectID()), eMO_DONE); });
     running.engine().deleteLegs();
     ASSERT_TRUE(running.probe().waitUntilEmpty());
     static_cast<void>(events.takeAll());
@@ -473,28 +559,6 @@ TEST(ProxyTest, LateOutboundAndMediaCallbacksFindNoMachineAndDoNothing)
     hProxy->failedToConnect(hCall, hDialog, nullptr);
     hProxy->dialogTerminated(hCall, hDialog, request("BYE"));
     hProxy->reinviteResponse(hCall, hDialog, response(200));
-    std::promise<void> reported;
-    running.media().report(
-        uiEndpoint,
-        [&](MediaEndpointCallback& io_callback)
-        {
-            EXPECT_TRUE(io_callback.setCapacity(MediaEndpoint::RX_DIRECTION, new MediaEndpointCapacity));
-            EXPECT_TRUE(
-                io_callback.stopStatus(MediaEndpoint::TX_DIRECTION, MediaEndpointCallback::SUCCESS_STATUS));
-            EXPECT_TRUE(io_callback.notifyEvent(new DtmfNotificationEvent('5', 100)));
-            reported.set_value();
-        });
-    reported.get_future().wait();
-    running.probe().run([] {});
-    EXPECT_EQ(events.takeAll(), Texts{});
-    for (const char* szAccount : {"ProvisionalResponse_MO",
-                                  "Succeeded_MO",
-                                  "FailedToConnect_MO",
-                                  "DialogTerminated_MO",
-                                  "MediaEndpointCapacity",
-                                  "VoipOpStatusMediaEvent"})
-    {
-        EXPECT_EQ(MemAccounts::get(szAccount).liveObjects(), 0U) << szAccount;
-    }
-    running.probe().run([&] { pEndpoint.reset(); });
+    endpoint.reportAll();
+    expectNothing(running, events);
 }

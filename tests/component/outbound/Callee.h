@@ -64,20 +64,22 @@ public:
         m_peer.send(m_uiGatewayPort, strText + in_strHeaders + withBody(in_strBody, in_strType));
     }
 
-    /// Sends a request in the dialog that the INVITE made; an ACK is that of the request before.
+    /// Sends a request in the dialog that the INVITE made; an ACK or CANCEL is that of the request before.
     void request(const std::string& in_strMethod,
                  const std::string& in_strBody = "",
                  const std::string& in_strType = "text/plain",
                  const std::string& in_strHeaders = "")
     {
-        m_uiCSeq += in_strMethod == "ACK" ? 0 : 1;
+        m_uiCSeq += in_strMethod == "ACK" || in_strMethod == "CANCEL" ? 0 : 1;
+        const std::string strBranch =
+            (in_strMethod == "CANCEL" ? "INVITE" : in_strMethod) + std::to_string(m_uiCSeq);
         const std::string strContact = SipTestPeer::header(m_strInvite, "Contact");
         const std::string strTarget =
             strContact.substr(strContact.find('<') + 1, strContact.find('>') - strContact.find('<') - 1);
         m_peer.send(m_uiGatewayPort,
-                    in_strMethod + " " + strTarget + " SIP/2.0\r\nVia: SIP/2.0/UDP 127.0.0.1:" +
-                        std::to_string(m_peer.getPort()) + ";branch=z9hG4bK-callee-" +
-                        in_strMethod + std::to_string(m_uiCSeq) + SipTestPeer::header(m_strInvite, "Call-ID") +
+                    in_strMethod + " " + strTarget +
+                        " SIP/2.0\r\nVia: SIP/2.0/UDP 127.0.0.1:" + std::to_string(m_peer.getPort()) +
+                        ";branch=z9hG4bK-callee-" + strBranch + SipTestPeer::header(m_strInvite, "Call-ID") +
                         "\r\nMax-Forwards: 70\r\nFrom: " + SipTestPeer::header(m_strInvite, "To") +
                         ";tag=callee\r\nTo: " + SipTestPeer::header(m_strInvite, "From") +
                         "\r\nCall-ID: " + SipTestPeer::header(m_strInvite, "Call-ID") +

@@ -210,5 +210,133 @@ TEST(CallEvents, EndsThatTheFarEndMakesOrOwes)
     }
 }
 
+constexpr const char* kSession = "Supported: timer\r\nSession-Expires: 2;refresher=";
+
+// `in_strRefresher`: who is to refresh the session; empty for a call without one.
+void connect(InCallStage& io_stage, const std::string& in_strRefresher)
+{
+    io_stage.invite({InCallStage::kOffer,
+                     in_strRefresher.empty() ? "" : kSession + in_strRefresher + "\r\n",
+                     true,
+                     true});
+    io_stage.say([](CallLeg& io_leg) { EXPECT_TRUE(io_leg.remoteConnected(Call::eCONNECTION_NONE)); });
+    ASSERT_TRUE(io_stage.gets("200"));
+    io_stage.send("ACK");
+    ASSERT_TRUE(io_stage.waitFor("CONNECTED::iConnected"));
+}
+
+void connect(OutCallStage& io_stage, const std::string& in_strRefresher)
+{
+    io_stage.bringTo("REMOTE_RINGING");
+    io_stage.callee().answer("200 OK",
+                             kAnswer,
+                             "application/sdp",
+                             in_strRefresher.empty() ? "" : kSession + in_strRefresher + "\r\n");
+    ASSERT_FALSE(io_stage.callee().await("ACK").empty());
+    ASSERT_TRUE(io_stage.waitFor("CONNECTED::iConnected"));
+}
+
+/// What may befall a connected call besides; the event that it must come as.
+template <class Stage>
+struct Incident
+{
+    const char* m_szName;
+    const char* m_szRefresher;  ///< null: the call still sets up its media
+    std::function<void(Stage&, EventCapture&)> m_happen;
+    const char* m_szEvent;
+};
+
+template <class Stage, std::size_t Size>
+void expectEvents(const Incident<Stage> (&in_incidents)[Size])
+{
+    for (const Incident<Stage>& incident : in_incidents)
+    {
+        SCOPED_TRACE(incident.m_szName);
+        Stage stage;
+        EventCapture capture;
+        if (incident.m_szRefresher == nullptr)
+        {
+            stage.bringTo("CONNECTED::iMediaSetup");
+        }
+        else
+        {
+            connect(stage, incident.m_szRefresher);
+        }
+        if (incident.m_happen)
+        {
+            incident.m_happen(stage, capture);
+        }
+        EXPECT_TRUE(capture.waitFor(incident.m_szEvent));
+        static_cast<void>(takeEvents(capture, stage.running()));
+    }
+}
+
+void hangUp(CallLeg& io_leg)
+{
+    EXPECT_TRUE(io_leg.hangup());
+}
+
+TEST(CallEvents, WhatBefallsAConnectedCall)
+{
+    // clang-format off
+    const Incident<InCallStage> kInbound[] = {
+        {"re-INVITE cancelled", nullptr,
+         [](InCallStage& io_stage, EventCapture& io_capture)
+         {
+             io_stage.send("INVITE");
+             ASSERT_TRUE(io_capture.waitFor("eREINVITE_REQUEST"));
+             io_stage.send("CANCEL");
+         },
+         "eREINVITE_CANCEL"},
+        {"re-INVITE never acknowledged", "",
+         [](InCallStage& io_stage, EventCapture&)
+         {
+             io_stage.send("INVITE", InCallStage::kOffer);
+             ASSERT_TRUE(io_stage.gets("200"));
+         },
+         "eREINVITE_TIMED_OUT"},
+        {"our BYE answered", "",
+         [](InCallStage& io_stage, EventCapture&)
+         {
+             io_stage.say(hangUp);
+             io_stage.answer(io_stage.receive("BYE"), "200 OK");
+         },
+         "e200_OK code=200"},
+        {"session to be refreshed", "uas", nullptr, "eSESSION_REFRESH_TIME"},
+        {"session not refreshed",   "uac", nullptr, "eSESSION_TIMED_OUT"},
+    };
+    const Incident<OutCallStage> kOutbound[] = {
+        {"re-INVITE cancelled", nullptr,
+         [](OutCallStage& io_stage, EventCapture& io_capture)
+         {
+             io_stage.callee().request("INVITE");
+             ASSERT_TRUE(io_capture.waitFor("eREINVITE_REQUEST"));
+             io_stage.callee().request("CANCEL");
+         },
+         "eREINVITE_CANCEL"},
+        {"re-INVITE never acknowledged", "",
+         [](OutCallStage& io_stage, EventCapture&)
+         {
+             io_stage.callee().request("INVITE", kAnswer, "application/sdp");
+             ASSERT_FALSE(io_stage.callee().await("200").empty());
+         },
+         "eREINVITE_TIMED_OUT"},
+        {"our BYE answered", "",
+         [](OutCallStage& io_stage, EventCapture& io_capture)
+         {
+             io_stage.say(hangUp);
+             io_stage.callee().respond(io_stage.callee().await("BYE"), "200 OK");
+             // The 200 of the INVITE was the first.
+             EXPECT_TRUE(io_capture.waitFor("e200_OK code=200", 2));
+         },
+         "e200_OK code=200"},
+        {"session to be refreshed", "uac", nullptr, "eSESSION_REFRESH_TIME"},
+        {"session not refreshed",   "uas", nullptr, "eSESSION_TIMED_OUT"},
+    };
+    // clang-format on
+    expectEvents(kInbound);
+    expectEvents(kOutbound);
+}
+
 }  // namespace
 }  // namespace Quorvex::Test
