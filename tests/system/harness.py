@@ -156,7 +156,7 @@ class Gateway:
         if self.process:
             self.output.close()
         if kind is None:
-            shutil.rmtree(self.folder)
+            shutil.rmtree(self.folder, ignore_errors=True)  # a party that is just ending may still write there
         else:
             print(f"the gateway's log is {self.log_file}; its last lines:", file=sys.stderr)
             lines = [line for line in self.log().splitlines() if " memory account " not in line]
