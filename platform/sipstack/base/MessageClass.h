@@ -15,7 +15,7 @@ class OutgoingCallCore;
 struct AnsweredInvite
 {
     std::string m_strTag;  ///< of the far end that answered first
-    OutgoingCallCore* m_pCall;
+    OutgoingCallCore* m_pCall = nullptr;
 };
 using AnsweredInvites = std::unordered_map<std::string, AnsweredInvite>;
 

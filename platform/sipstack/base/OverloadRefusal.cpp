@@ -19,7 +19,7 @@ namespace
 constexpr std::string_view kTag = "overload-";
 
 // The text of one message as it grows; a message that does not fit is not sent.
-class Text
+class Text  // NOLINT(cppcoreguidelines-pro-type-member-init): the text is written before it is read
 {
 public:
     void add(std::string_view in_text)

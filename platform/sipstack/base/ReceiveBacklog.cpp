@@ -62,6 +62,7 @@ void ReceiveBacklog::watch(const std::vector<DsSipListenPort>& in_vPorts)
 {
     m_vSockets.clear();
     const std::unique_ptr<DIR, int (*)(DIR*)> pFolder(::opendir("/proc/self/fd"), ::closedir);
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): nobody else reads this folder's stream
     for (const dirent* pEntry = nullptr; pFolder && (pEntry = ::readdir(pFolder.get())) != nullptr;)
     {
         const int iSocket = std::atoi(static_cast<const char*>(pEntry->d_name));

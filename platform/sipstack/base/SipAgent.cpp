@@ -412,7 +412,7 @@ void SipAgent::onOutgoing(nta_outgoing_t* in_pOrq, const sip_t* in_pSip)
         in_pSip != nullptr && in_pSip->sip_via != nullptr ? in_pSip->sip_via->v_branch : nullptr;
     const auto known = branch != nullptr ? m_answeredInvites.find(branch) : m_answeredInvites.end();
     // A copy of the first 2xx comes here too before its ACK is on its way.
-    if (known != m_answeredInvites.end() && in_pSip->sip_status->st_status / 100 == 2 &&
+    if (in_pSip != nullptr && known != m_answeredInvites.end() && in_pSip->sip_status->st_status / 100 == 2 &&
         in_pSip->sip_to->a_tag != nullptr &&
         su_casematch(known->second.m_strTag.c_str(), in_pSip->sip_to->a_tag) == 0)
     {
