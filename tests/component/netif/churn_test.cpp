@@ -25,7 +25,7 @@ namespace
 {
 
 constexpr unsigned kRounds = 100000;
-constexpr unsigned kMaxHeld = 50;
+constexpr unsigned kBindEvery = 10;  ///< every so manieth call gets proxies of the other kinds
 
 /// Destroys things of one kind on a thread of its own, in an order of its own.
 template <class Thing>
@@ -131,23 +131,37 @@ TEST(ChurnTest, AcquiredAndReleasedByAllProxiesOnTheirThreadsNothingIsLeft)
                 {
                     for (unsigned ui = 0; ui < kRounds / 2; ++ui)
                     {
-                        sipIn.take(running.probe().newInCall());
-                        if (ui % kMaxHeld == 0)
+                        DsHandle<DsSipIncomingCall> hCall = running.probe().newInCall();
+                        if (ui % kBindEvery == 0)
                         {
                             ASSERT_TRUE(
                                 running.probe().run([&] { bindOthers(running.probe().activeIn(), false); }));
                         }
+                        sipIn.take(std::move(hCall));
                     }
                 });
             for (unsigned ui = 0; ui < kRounds / 2; ++ui)
             {
+                ScriptedCall* pHeld = nullptr;
+                const bool bBind = ui % kBindEvery == 0;
                 running.engine().placeCall(running.netIf(),
                                            "out-" + std::to_string(ui % 7),
-                                           [](ScriptedCall& io_call) { io_call.deleteLeg(); });
-                if (ui % kMaxHeld == 0)
+                                           [bBind, &pHeld](ScriptedCall& io_call)
+                                           {
+                                               if (bBind)
+                                               {
+                                                   pHeld = &io_call;
+                                               }
+                                               else
+                                               {
+                                                   io_call.deleteLeg();
+                                               }
+                                           });
+                if (bBind)
                 {
                     running.engine().run([] {});
                     ASSERT_TRUE(running.probe().run([&] { bindOthers(running.probe().activeOut(), true); }));
+                    running.engine().post([pHeld] { pHeld->deleteLeg(); });
                 }
             }
             sipThread.join();
@@ -159,6 +173,8 @@ TEST(ChurnTest, AcquiredAndReleasedByAllProxiesOnTheirThreadsNothingIsLeft)
         EXPECT_EQ(population.m_outOfService, 0U);
         EXPECT_GT(population.m_freeIn, 0U);
         EXPECT_GT(population.m_freeOut, 0U);
+        EXPECT_EQ(uiEndpoints, kRounds / kBindEvery);
+        EXPECT_EQ(uiSipOut, kRounds / 2 / kBindEvery);
         EXPECT_EQ(running.engine().count("newInCall"), kRounds / 2);
         EXPECT_EQ(running.engine().count("gone"), 2 * (kRounds / 2));
         // No identifier is lost: as many are free as were ever out at a time, so the next one is a small
