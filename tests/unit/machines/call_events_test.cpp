@@ -12,6 +12,7 @@
 #include "EventCapture.h"
 #include "InCallStage.h"
 #include "OutCallStage.h"
+#include "calleng/CallInfo.h"
 
 namespace Quorvex::Test
 {
@@ -336,6 +337,58 @@ TEST(CallEvents, WhatBefallsAConnectedCall)
     // clang-format on
     expectEvents(kInbound);
     expectEvents(kOutbound);
+}
+
+TEST(CallEvents, BothLegsOfACallShareItsRecordAndItsEndpointIdentifier)
+{
+    InCallStage stage;
+    RunningNetIf& running = stage.running();
+    Callee callee(running.getPort());
+    stage.invite();
+    const std::string strCallId = running.engine().getCallIds().back();
+    CallLegInfo leg;
+    leg.setParameter("sip.out.requestUri", callee.getUri());
+    leg.setParameter("media.rtp.audio", "sendrecv");
+    CallInfo info;
+    info.addLeg(leg);
+    running.engine().placeCall(running.netIf(),
+                               strCallId,
+                               [&](ScriptedCall& io_call)
+                               { EXPECT_TRUE(io_call.getOutLeg()->invite(info)); });
+    ASSERT_FALSE(callee.awaitInvite().empty());
+    callee.answer("200 OK", kAnswer);
+    ASSERT_FALSE(callee.await("ACK").empty());
+    stage.say([](CallLeg& io_leg) { EXPECT_TRUE(io_leg.remoteConnected(Call::eCONNECTION_NONE)); });
+    ASSERT_TRUE(stage.gets("200"));
+    stage.send("ACK");
+    ASSERT_TRUE(stage.waitFor("CONNECTED::iConnected"));
+
+    Texts vCreated;
+    for (const ScriptedMediaEngine::Request& request : running.media().getRequests())
+    {
+        if (request.m_strOperation.compare(0, 6, "create") == 0)
+        {
+            EXPECT_EQ(request.m_strCallId, strCallId);
+            vCreated.push_back(request.m_strOperation + " " + request.m_strEptId);
+        }
+    }
+    EXPECT_EQ(vCreated, (Texts{"createIdentified ept-1", "create "}));
+
+    // The record goes with the machine that goes last.
+    const auto expectPopulation = [&](std::size_t in_uiIn, std::size_t in_uiOut, std::size_t in_uiCalls)
+    {
+        waitUntil([&] { return running.probe().getPopulation().m_activeIn == in_uiIn; });
+        const auto population = running.probe().getPopulation();
+        EXPECT_EQ(population.m_activeIn, in_uiIn);
+        EXPECT_EQ(population.m_activeOut, in_uiOut);
+        EXPECT_EQ(population.m_calls, in_uiCalls);
+    };
+    expectPopulation(1, 1, 1);
+    stage.send("BYE");
+    ASSERT_TRUE(stage.gets("200"));
+    expectPopulation(0, 1, 1);
+    callee.request("BYE");
+    EXPECT_TRUE(running.probe().waitUntilEmpty());
 }
 
 }  // namespace
