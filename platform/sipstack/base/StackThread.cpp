@@ -21,6 +21,7 @@ thread_local std::uint64_t s_ulEvents = 0;
 // How long the loop rests when the base library's next timer is less than a millisecond away. Its own loop
 // would ask again and again; this costs at most as much delay.
 constexpr long kRestNs = 250000;
+constexpr std::size_t kMostKeptJobs = 1024;
 constexpr std::int64_t kForeverMs = 3600000;
 
 int clearBell(su_root_magic_t*, su_wait_t*, su_wakeup_arg_t* in_pBell)
@@ -225,6 +226,11 @@ bool StackThread::runJobs()
         }
     }
     m_vBatch.clear();
+    // What a rush needed is not kept for ever.
+    if (m_vBatch.capacity() > kMostKeptJobs)
+    {
+        m_vBatch.shrink_to_fit();
+    }
     return true;
 }
 

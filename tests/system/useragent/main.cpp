@@ -146,6 +146,8 @@ std::string obey(UserAgent& in_agent, const std::string& in_strLine)
 
 int main(int argc, char** argv)
 {
+    // Which arena a thread gets is chance: with one, the same calls need the same memory in each round.
+    ::mallopt(M_ARENA_MAX, 1);
     DsSipStackConfig config;
     if (!readOptions(argc, argv, config))
     {
