@@ -1,6 +1,7 @@
 #include "sipstack/base/MessageClass.h"
 
 #include <cctype>
+#include <cstdint>
 #include <cstring>
 #include <string_view>
 
@@ -126,6 +127,29 @@ bool isOfFurtherFork(const sip_t* in_pSip)
            su_casematch(known->second.m_strTag.c_str(), in_pSip->sip_to->a_tag) == 0;
 }
 
+// An ACK to a 2xx belongs to a dialog (RFC 3261 13.3.1.4). The base library looks at Call-ID, CSeq and From
+// tag only, and would take an INVITE for acknowledged by a far end that has not got its answer.
+bool isAckToNoDialog(const sip_t* in_pSip)
+{
+    if (in_pSip->sip_request == nullptr || in_pSip->sip_request->rq_method != sip_method_ack ||
+        t_pAgent == nullptr || in_pSip->sip_cseq == nullptr || in_pSip->sip_call_id == nullptr ||
+        in_pSip->sip_from == nullptr || in_pSip->sip_via == nullptr || in_pSip->sip_to == nullptr ||
+        in_pSip->sip_to->a_tag == nullptr)
+    {
+        return false;
+    }
+    // That to another final response has the branch of its INVITE, and no dialog any more.
+    const nta_incoming_t* const invite = inviteOfBranch(t_pAgent, in_pSip);
+    return (invite == nullptr || nta_incoming_status(invite) < 300) &&
+           nta_leg_by_dialog(t_pAgent,
+                             nullptr,
+                             in_pSip->sip_call_id,
+                             in_pSip->sip_from->a_tag,
+                             nullptr,
+                             in_pSip->sip_to->a_tag,
+                             nullptr) == nullptr;
+}
+
 // Runs when the headers of a message are there, for a message in pieces more than once.
 issize_t extractBody(msg_t* in_pMsg, msg_pub_t* io_pPublic, char* io_szText, isize_t in_length, int in_iEnd)
 {
@@ -139,9 +163,14 @@ issize_t extractBody(msg_t* in_pMsg, msg_pub_t* io_pPublic, char* io_szText, isi
     {
         sip->sip_cseq->cs_method = sip_method_unknown;
     }
+    if (isAckToNoDialog(sip))
+    {
+        constexpr std::uint32_t kNoCSeq = 0xFFFFFFFF;  // beyond what a request may have (RFC 3261 8.1.1.5)
+        sip->sip_cseq->cs_seq = kNoCSeq;
+    }
     if (sip->sip_request != nullptr && sip->sip_request->rq_method == sip_method_cancel)
     {
-        const nta_incoming_t* const invite = cancelledInvite(t_pAgent, sip);
+        const nta_incoming_t* const invite = inviteOfBranch(t_pAgent, sip);
         const int status = invite == nullptr ? 0 : nta_incoming_status(invite);
         if (status >= 200 && status < 300)
         {
@@ -196,18 +225,18 @@ bool isLateCancel(const sip_t* in_pSip)
            std::strcmp(in_pSip->sip_request->rq_method_name, sip_method_name_cancel) == 0;
 }
 
-nta_incoming_t* cancelledInvite(const nta_agent_t* in_pAgent, const sip_t* in_pCancel)
+nta_incoming_t* inviteOfBranch(const nta_agent_t* in_pAgent, const sip_t* in_pRequest)
 {
-    if (in_pAgent == nullptr || in_pCancel->sip_cseq == nullptr || in_pCancel->sip_call_id == nullptr ||
-        in_pCancel->sip_from == nullptr || in_pCancel->sip_to == nullptr || in_pCancel->sip_via == nullptr)
+    if (in_pAgent == nullptr || in_pRequest->sip_cseq == nullptr || in_pRequest->sip_call_id == nullptr ||
+        in_pRequest->sip_from == nullptr || in_pRequest->sip_to == nullptr || in_pRequest->sip_via == nullptr)
     {
         return nullptr;
     }
     // What the INVITE said where the two differ.
-    sip_cseq_t cseq = *in_pCancel->sip_cseq;
+    sip_cseq_t cseq = *in_pRequest->sip_cseq;
     cseq.cs_method = sip_method_invite;
     cseq.cs_method_name = sip_method_name_invite;
-    sip_t invite = *in_pCancel;
+    sip_t invite = *in_pRequest;
     invite.sip_cseq = &cseq;
     return nta_incoming_find(in_pAgent, &invite, invite.sip_via);
 }

@@ -29,6 +29,9 @@ using AnsweredInvites = std::unordered_map<std::string, AnsweredInvite>;
 /// A CANCEL whose INVITE has its 2xx is taken for a request of its own, so that it reaches a leg: the base
 /// library answers it 481 before any leg sees it. isLateCancel() knows it there.
 ///
+/// An ACK to no dialog of ours is made to belong to no INVITE either: the base library would take an answered
+/// one for acknowledged whatever the To tag says.
+///
 /// What an overloaded agent turns away ends here; the base library then counts it as no SIP message.
 ///
 /// A 2xx of a further fork is taken for one to no request, so that it reaches the default transaction: the
@@ -42,7 +45,7 @@ void setReceiver(nta_agent_t* in_pAgent, OverloadRefusal* in_pOverload, const An
 /// A CANCEL that came after the 2xx to its INVITE: RFC 3261 9.2 gives it 200, and the call goes on.
 bool isLateCancel(const sip_t* in_pSip);
 
-/// The INVITE that a CANCEL speaks of, or null.
-nta_incoming_t* cancelledInvite(const nta_agent_t* in_pAgent, const sip_t* in_pCancel);
+/// The INVITE that was received with the branch of this CANCEL or ACK, or null.
+nta_incoming_t* inviteOfBranch(const nta_agent_t* in_pAgent, const sip_t* in_pRequest);
 
 }  // namespace Quorvex

@@ -75,7 +75,7 @@ int SipAgent::onLegRequest(nta_leg_t*, nta_incoming_t* in_pIrq, const sip_t* in_
     if (isLateCancel(in_pSip))
     {
         // RFC 3261 9.2: with the To tag of the answer to the INVITE.
-        if (nta_incoming_t* const invite = cancelledInvite(m_pNta, in_pSip))
+        if (nta_incoming_t* const invite = inviteOfBranch(m_pNta, in_pSip))
         {
             nta_incoming_tag(in_pIrq, nta_incoming_tag(invite, nullptr));
         }

@@ -61,6 +61,36 @@ TEST_F(IncomingCallTest, AnsweredCallEndedByTheCaller)
     expectEnd();
 }
 
+TEST_F(IncomingCallTest, AnAckOfAnotherDialogConfirmsNothing)
+{
+    {
+        const Report called = invite();
+        called.m_hIn->answer(TestAgent::response(200, called.request()));
+        const std::string ok = m_peer.expect("SIP/2.0 200");
+        m_peer.learn(ok);
+        const std::string fromTag = m_peer.m_strFromTag;
+        const std::string toTag = m_peer.m_strToTag;
+        for (const bool bInTransaction : {false, true})
+        {
+            m_peer.m_bAckInTransaction = bInTransaction;
+            m_peer.m_strToTag = "another";
+            m_peer.sendRequest("ACK");
+            m_peer.m_strToTag = toTag;
+            m_peer.m_strFromTag = "another";
+            m_peer.sendRequest("ACK");
+            m_peer.m_strFromTag = fromTag;
+        }
+        // The answer is still without its ACK.
+        m_peer.expect("SIP/2.0 200");
+        EXPECT_TRUE(reports().empty());
+        m_peer.sendRequest("ACK");
+        reports().expect("callConfirmed").m_hIn->hangup();
+        m_peer.respond(m_peer.expect("BYE"), "200 OK");
+        reports().expect("terminated");
+    }
+    expectEnd();
+}
+
 TEST_F(IncomingCallTest, MissingAckEndsTheCallWithBye)
 {
     {

@@ -110,7 +110,8 @@ std::string RawPeer::request(const std::string& in_strMethod,
     if (in_strMethod == "ACK" || in_strMethod == "CANCEL")
     {
         cseq = m_uiInviteCSeq == 0 ? 1 : m_uiInviteCSeq;
-        branch = in_strMethod == "CANCEL" && !m_strInviteBranch.empty() ? m_strInviteBranch : branch;
+        const bool bOfInvite = in_strMethod == "CANCEL" || (in_strMethod == "ACK" && m_bAckInTransaction);
+        branch = bOfInvite && !m_strInviteBranch.empty() ? m_strInviteBranch : branch;
     }
     else
     {

@@ -36,7 +36,8 @@ public:
     std::string m_strFromTag = "peer";
     std::string m_strToTag;
     unsigned int m_uiCSeq = 1;
-    std::string m_strExtra;  // header lines for the next request, each with its line end
+    bool m_bAckInTransaction = false;  // an ACK has the branch of its INVITE, as one to a refusal has
+    std::string m_strExtra;            // header lines for the next request, each with its line end
 
     /// A request of the call; a To tag goes in once it is known. "ACK" and "CANCEL" keep the INVITE's CSeq.
     std::string request(const std::string& in_strMethod,
