@@ -20,7 +20,7 @@ from load import Failure, Kamailio, QuorvexGateway, SippAnswering, check, latenc
 from plot import plot  # noqa: E402
 
 RATES = [100, 400, 1000]
-LADDER = [600, 800, 1000, 1250, 1500, 1750, 2000, 2500, 3200]
+LADDER = [600, 1000, 1500, 2000, 2500, 3200, 4000]
 HELD = [100, 1000, 10000]
 SETTLED_S = 34  # after this the transactions of the calls' INVITEs are gone (64*T1)
 
