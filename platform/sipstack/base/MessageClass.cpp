@@ -127,27 +127,24 @@ bool isOfFurtherFork(const sip_t* in_pSip)
            su_casematch(known->second.m_strTag.c_str(), in_pSip->sip_to->a_tag) == 0;
 }
 
-// An ACK to a 2xx belongs to a dialog (RFC 3261 13.3.1.4). The base library looks at Call-ID, CSeq and From
-// tag only, and would take an INVITE for acknowledged by a far end that has not got its answer.
+// An ACK to a 2xx belongs to a dialog (RFC 3261 13.3.1.4). When it has the branch of its INVITE, as one to a
+// refusal has, the base library does not look at its To tag, and would take the answer for acknowledged by a
+// far end that has not got it.
 bool isAckToNoDialog(const sip_t* in_pSip)
 {
-    if (in_pSip->sip_request == nullptr || in_pSip->sip_request->rq_method != sip_method_ack ||
-        t_pAgent == nullptr || in_pSip->sip_cseq == nullptr || in_pSip->sip_call_id == nullptr ||
-        in_pSip->sip_from == nullptr || in_pSip->sip_via == nullptr || in_pSip->sip_to == nullptr ||
-        in_pSip->sip_to->a_tag == nullptr)
+    if (in_pSip->sip_request == nullptr || in_pSip->sip_request->rq_method != sip_method_ack)
     {
         return false;
     }
-    // That to another final response has the branch of its INVITE, and no dialog any more.
-    const nta_incoming_t* const invite = inviteOfBranch(t_pAgent, in_pSip);
-    return (invite == nullptr || nta_incoming_status(invite) < 300) &&
-           nta_leg_by_dialog(t_pAgent,
-                             nullptr,
-                             in_pSip->sip_call_id,
-                             in_pSip->sip_from->a_tag,
-                             nullptr,
-                             in_pSip->sip_to->a_tag,
-                             nullptr) == nullptr;
+    nta_incoming_t* const invite = inviteOfBranch(t_pAgent, in_pSip);
+    const int status = invite == nullptr ? 0 : nta_incoming_status(invite);
+    if (status < 200 || status >= 300)
+    {
+        return false;
+    }
+    const char* const own = nta_incoming_gettag(invite);
+    const char* const theirs = in_pSip->sip_to->a_tag;
+    return own != nullptr && (theirs == nullptr || su_casematch(own, theirs) == 0);
 }
 
 // Runs when the headers of a message are there, for a message in pieces more than once.

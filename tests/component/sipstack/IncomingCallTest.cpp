@@ -73,8 +73,11 @@ TEST_F(IncomingCallTest, AnAckOfAnotherDialogConfirmsNothing)
         for (const bool bInTransaction : {false, true})
         {
             m_peer.m_bAckInTransaction = bInTransaction;
-            m_peer.m_strToTag = "another";
-            m_peer.sendRequest("ACK");
+            for (const char* szTag : {"another", ""})
+            {
+                m_peer.m_strToTag = szTag;
+                m_peer.sendRequest("ACK");
+            }
             m_peer.m_strToTag = toTag;
             m_peer.m_strFromTag = "another";
             m_peer.sendRequest("ACK");
@@ -87,6 +90,25 @@ TEST_F(IncomingCallTest, AnAckOfAnotherDialogConfirmsNothing)
         reports().expect("callConfirmed").m_hIn->hangup();
         m_peer.respond(m_peer.expect("BYE"), "200 OK");
         reports().expect("terminated");
+    }
+    expectEnd();
+}
+
+TEST_F(IncomingCallTest, AByeThatOvertakesTheAckLeavesNothing)
+{
+    {
+        const Report called = invite();
+        called.m_hIn->answer(TestAgent::response(200, called.request()));
+        m_peer.learn(m_peer.expect("SIP/2.0 200"));
+        m_peer.sendRequest("BYE");
+        const Report bye = reports().expect("terminated");
+        bye.m_hIn->respondToBye(TestAgent::response(200, bye.request()));
+        m_peer.sendRequest("ACK");
+        while (m_peer.receive(200ms))
+        {
+            // What was sent before the ACK came.
+        }
+        m_peer.expectNone("SIP/2.0 200", 700ms);
     }
     expectEnd();
 }
