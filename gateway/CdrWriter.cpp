@@ -30,8 +30,8 @@ std::size_t countLines(std::string_view in_strText)
     return static_cast<std::size_t>(std::count(in_strText.begin(), in_strText.end(), '\n'));
 }
 
-/// Whether it is a file whose last line has no end.
-bool endsInALine(const std::string& in_strFile)
+/// Whether it is a regular file whose last line has no end.
+bool lacksLineEnd(const std::string& in_strFile)
 {
     std::error_code error;
     if (!std::filesystem::is_regular_file(in_strFile, error))
@@ -165,7 +165,7 @@ bool CdrWriter::openFile(std::string& out_strError)
         return false;
     }
     // A process that was killed, or a disk that stayed full, may have left half a record.
-    m_bBeginLine = endsInALine(m_strFile);
+    m_bBeginLine = lacksLineEnd(m_strFile);
     return true;
 }
 

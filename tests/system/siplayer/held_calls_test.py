@@ -42,7 +42,11 @@ def held_calls(build):
                 agent.wait_until(lambda s: s["confirmed"] == number * CALLS, "the calls", 100)
                 held = settled(agent, over)
                 check(agent.status()["calls"] == CALLS, f"not all calls are held: {agent.status()}")
-                agent.command("hangup")
+                # At the rate at which they came: the base library's tables of requests grow with what is under way
+                # at once, for good, and would make the second round look larger.
+                while agent.status()["calls"]:
+                    agent.command("hangup 40")
+                    time.sleep(0.1)
                 agent.wait_until_idle(60)
                 code = process.wait(60)
                 check(code == 0, f"sipp ended with {code}: " + (errors.read_text(errors="replace")[:500]
@@ -56,10 +60,9 @@ def held_calls(build):
                   f"after their end {after} KiB (before all: {before} KiB)", flush=True)
         held_1, after_1 = rounds[0]
         for number, (held, after) in enumerate(rounds[1:], 2):
-            # All calls ended at once make the base library's tables of requests grow, once and for good (850 KB for
-            # 5,000 calls). Pages come in fours of KiB; a heap of another shape may hold a little more or less.
-            check(held <= held_1 * 1.02 + 256, f"round {number} held {held} KiB, the first {held_1}")
-            check(after <= after_1 * 1.02 + 256, f"{after} KiB after round {number}, {after_1} after the first")
+            # Pages come in fours of KiB; a heap of another shape may hold a little more or less.
+            check(held <= held_1 * 1.005 + 128, f"round {number} held {held} KiB, the first {held_1}")
+            check(after <= after_1 * 1.01 + 128, f"{after} KiB after round {number}, {after_1} after the first")
 
 
 if __name__ == "__main__":

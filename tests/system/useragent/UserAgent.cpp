@@ -76,13 +76,14 @@ void UserAgent::placeNext(const std::string& in_strUri,
     }
 }
 
-void UserAgent::hangupAll()
+void UserAgent::hangup(std::size_t in_uiCount)
 {
     m_stack.post(
-        [this]
+        [this, in_uiCount]
         {
-            const auto actors = m_actors;
-            for (Actor* const actor : actors)
+            std::vector<Actor*> vActors(m_actors.begin(), m_actors.end());
+            vActors.resize(std::min(vActors.size(), in_uiCount));
+            for (Actor* const actor : vActors)
             {
                 actor->hangup();
             }

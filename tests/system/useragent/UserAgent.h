@@ -61,7 +61,7 @@ public:
                     unsigned int in_uiPerSecond);
 
     /// Ends every call.
-    void hangupAll();
+    void hangup(std::size_t in_uiCount);
 
     /// Everything that is counted, as one line of "name=value".
     std::string describe() const;

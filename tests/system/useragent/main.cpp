@@ -10,7 +10,7 @@
 //
 //   status                        the counters
 //   call URI SCRIPT [N [RATE]]    places N calls, RATE per second
-//   hangup                        ends every call
+//   hangup [N]                    ends N calls, or every one
 //   trim                          gives free memory back to the system
 //
 // At the end of standard input it ends what is left, prints the counters, and what is not clean; the exit
@@ -20,6 +20,7 @@
 
 #include <charconv>
 #include <iostream>
+#include <limits>
 #include <map>
 #include <sstream>
 #include <string>
@@ -131,7 +132,8 @@ std::string obey(UserAgent& in_agent, const std::string& in_strLine)
     }
     if (command == "hangup")
     {
-        in_agent.hangupAll();
+        std::size_t count = 0;
+        in_agent.hangup(words >> count ? count : std::numeric_limits<std::size_t>::max());
         return "ok";
     }
     if (command == "trim")
