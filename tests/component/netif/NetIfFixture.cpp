@@ -35,21 +35,6 @@ private:
     const std::function<void()> m_job;
 };
 
-template <class Condition>
-bool waitUntil(Condition in_condition)
-{
-    const auto end = std::chrono::steady_clock::now() + Test::kDeadline;
-    while (!in_condition())
-    {
-        if (std::chrono::steady_clock::now() > end)
-        {
-            return false;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return true;
-}
-
 }  // namespace
 
 bool NetIfProbe::post(std::function<void()> in_job)
@@ -84,7 +69,7 @@ DsVoipGatewayNetIf::Population NetIfProbe::getPopulation()
 
 bool NetIfProbe::waitUntilEmpty()
 {
-    return waitUntil(
+    return Test::waitUntil(
         [this]
         {
             const auto population = getPopulation();
@@ -94,7 +79,7 @@ bool NetIfProbe::waitUntilEmpty()
 
 bool NetIfProbe::waitForState(Task::State in_state)
 {
-    return waitUntil([this, in_state] { return m_netIf.getTaskState() == in_state; });
+    return Test::waitUntil([this, in_state] { return m_netIf.getTaskState() == in_state; });
 }
 
 DsHandle<DsSipIncomingCall> NetIfProbe::newInCall()
@@ -176,7 +161,7 @@ void expectAccountsEmpty()
                                                       "VoipOpStatusMediaEvent"};
     for (const std::string& strName : vPerCall)
     {
-        EXPECT_TRUE(waitUntil([&] { return MemAccounts::get(strName).liveObjects() == 0; }))
+        EXPECT_TRUE(Test::waitUntil([&] { return MemAccounts::get(strName).liveObjects() == 0; }))
             << strName << ": " << MemAccounts::get(strName).liveObjects() << " objects";
     }
 }

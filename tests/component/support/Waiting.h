@@ -3,12 +3,29 @@
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
+#include <thread>
 
 namespace Quorvex::Test
 {
 
 /// How long a test waits for what must come. Long, since it only costs when the test fails.
 inline constexpr std::chrono::seconds kDeadline{20};
+
+/// Waits for what nothing reports; false when it does not come.
+template <class Condition>
+bool waitUntil(Condition in_condition)
+{
+    const auto end = std::chrono::steady_clock::now() + kDeadline;
+    while (!in_condition())
+    {
+        if (std::chrono::steady_clock::now() > end)
+        {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return true;
+}
 
 /// State that one thread changes and another waits for.
 template <class State>

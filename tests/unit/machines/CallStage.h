@@ -9,25 +9,12 @@
 
 #include "ConnectedState.h"
 #include "NetIfFixture.h"
+#include "SipLeg.h"
+#include "VoipMedia.h"
 #include "gtest/gtest.h"
 
 namespace Quorvex::Test
 {
-
-template <class Condition>
-bool waitUntil(Condition in_condition)
-{
-    const auto end = std::chrono::steady_clock::now() + kDeadline;
-    while (!in_condition())
-    {
-        if (std::chrono::steady_clock::now() > end)
-        {
-            return false;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return true;
-}
 
 /// One call at a time through a running network interface: the far end is written out message by message, the
 /// call engine's commands are given to the machine as events, the media engine answers or is silent.
@@ -106,6 +93,18 @@ public:
         {
             m_running.media().setAnswer([](const ScriptedMediaEngine::Request&, MediaEndpointCallback&) {});
         }
+    }
+
+    /// Waits until the call's media say so.
+    bool waitForMedia(bool (VoipMedia::*in_pIs)() const)
+    {
+        return waitUntil(
+            [&]
+            {
+                bool bIs = false;
+                m_running.probe().run([&] { bIs = (m_pMachine->getSipLeg()->getMedia().*in_pIs)(); });
+                return bIs;
+            });
     }
 
     /// What the call engine was told of this call, in order, after its beginning.

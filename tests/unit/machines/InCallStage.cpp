@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include "SipLeg.h"
-#include "VoipMedia.h"
 
 namespace Quorvex::Test
 {
@@ -237,13 +235,7 @@ void InCallStage::bringTo(const std::string& in_strState)
         bringTo("CONNECTED::iConnected");
         send("REFER", "", "Refer-To: <sip:other@127.0.0.1>\r\n");
         ASSERT_TRUE(waitForTold("transfer"));
-        ASSERT_TRUE(waitUntil(
-            [&]
-            {
-                bool bHeld = false;
-                m_running.probe().run([&] { bHeld = m_pMachine->getSipLeg()->getMedia().isAllOnHold(); });
-                return bHeld;
-            }));
+        ASSERT_TRUE(waitForMedia(&VoipMedia::isAllOnHold));
     }
     else if (in_strState == "CONNECTED::iTransfered")
     {

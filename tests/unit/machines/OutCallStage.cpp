@@ -1,7 +1,5 @@
 #include "OutCallStage.h"
 
-#include "SipLeg.h"
-#include "VoipMedia.h"
 #include "calleng/CallInfo.h"
 
 namespace Quorvex::Test
@@ -70,13 +68,7 @@ void OutCallStage::bringTo(const std::string& in_strState)
         invite(true);
         ASSERT_FALSE(m_pCallee->awaitInvite().empty());
         answer();
-        ASSERT_TRUE(waitUntil(
-            [&]
-            {
-                bool bStarted = false;
-                m_running.probe().run([&] { bStarted = m_pMachine->getSipLeg()->getMedia().isAllStarted(); });
-                return bStarted;
-            }));
+        ASSERT_TRUE(waitForMedia(&VoipMedia::isAllStarted));
     }
     else if (in_strState == "CONNECTED::iMediaSetup")
     {
@@ -95,13 +87,7 @@ void OutCallStage::bringTo(const std::string& in_strState)
         ASSERT_TRUE(waitFor("CONNECTED::iConnected"));
         m_pCallee->request("REFER", "", "", "Refer-To: <sip:other@127.0.0.1>\r\n");
         ASSERT_TRUE(waitForTold("transfer"));
-        ASSERT_TRUE(waitUntil(
-            [&]
-            {
-                bool bHeld = false;
-                m_running.probe().run([&] { bHeld = m_pMachine->getSipLeg()->getMedia().isAllOnHold(); });
-                return bHeld;
-            }));
+        ASSERT_TRUE(waitForMedia(&VoipMedia::isAllOnHold));
     }
     else if (in_strState == "CONNECTED::iTransfered")
     {

@@ -17,35 +17,35 @@ const std::string kIdle = "IDLE";
 const std::string kCancel = "CANCEL";
 const std::string kDisconnecting = "DISCONNECTING";
 
+// On its way; ringing moves it once.
+Moves invited(bool in_bRingingMoves)
+{
+    Moves moves = {
+        {eAPI_KILL,                kIdle  },
+        {eAPI_STOP,                kCancel},
+        {eAPI_HANGUP,              kCancel},
+        {e200_OK,                  kIdle  },
+        {eSIP_RESPONSE,            kIdle  },
+        {e487_REQUEST_CANCELLED,   kIdle  },
+        {eREMOTE_BUSY,             kIdle  },
+        {eINVALID_NUMBER,          kIdle  },
+        {eNO_ANSWER,               kIdle  },
+        {eTERMINATED_UPON_TIMEOUT, kIdle  },
+        {eMEDIA_OP_STATUS,         kCancel}
+    };
+    if (in_bRingingMoves)
+    {
+        moves[e180_RINGING] = "REMOTE_RINGING";
+    }
+    return moves;
+}
+
 // The 200 has no SDP, the re-direction names no target, the notification says nothing of the analysis.
 const std::vector<StateCase> kOwnStates = {
     {"INITIAL",
      {{eAPI_KILL, kIdle}, {eAPI_HANGUP, kIdle}, {eMEDIA_SET_CAPACITY, kIdle}, {eAPI_INVITE, kIdle}}},
-    {"INVITING",
-     {{eAPI_KILL, kIdle},
-      {eAPI_STOP, kCancel},
-      {eAPI_HANGUP, kCancel},
-      {e180_RINGING, "REMOTE_RINGING"},
-      {e200_OK, kIdle},
-      {eSIP_RESPONSE, kIdle},
-      {e487_REQUEST_CANCELLED, kIdle},
-      {eREMOTE_BUSY, kIdle},
-      {eINVALID_NUMBER, kIdle},
-      {eNO_ANSWER, kIdle},
-      {eTERMINATED_UPON_TIMEOUT, kIdle},
-      {eMEDIA_OP_STATUS, kCancel}}                                                                 },
-    {"REMOTE_RINGING",
-     {{eAPI_KILL, kIdle},
-      {eAPI_STOP, kCancel},
-      {eAPI_HANGUP, kCancel},
-      {e200_OK, kIdle},
-      {eSIP_RESPONSE, kIdle},
-      {e487_REQUEST_CANCELLED, kIdle},
-      {eREMOTE_BUSY, kIdle},
-      {eINVALID_NUMBER, kIdle},
-      {eNO_ANSWER, kIdle},
-      {eTERMINATED_UPON_TIMEOUT, kIdle},
-      {eMEDIA_OP_STATUS, kCancel}}                                                                 },
+    {"INVITING",            invited(true)                                                          },
+    {"REMOTE_RINGING",      invited(false)                                                         },
     {"WAIT_FOR_CPA_RESULT",
      {{eAPI_KILL, kIdle},
       {eAPI_STOP, kDisconnecting},
