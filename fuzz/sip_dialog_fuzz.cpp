@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <limits>
 #include <string>
 #include <thread>
 
@@ -24,6 +25,7 @@ namespace
 using namespace Quorvex;
 using namespace std::chrono_literals;
 
+constexpr std::size_t kAllCalls = std::numeric_limits<std::size_t>::max();
 constexpr std::array<const char*, 16> kScripts = {"answer",
                                                   "ring.answer",
                                                   "reliable.answer",
@@ -94,7 +96,7 @@ public:
     /// Everything that the inputs so far began has to end by itself.
     void expectEnd()
     {
-        m_agent.hangupAll();
+        m_agent.hangup(kAllCalls);
         const auto deadline = std::chrono::steady_clock::now() + 15s;
         std::string left;
         for (;;)
@@ -184,7 +186,7 @@ public:
                 m_uiDamage = in_uiHow;
                 break;
             default:
-                (in_uiHow & 1U) != 0 ? m_rig.agent().hangupAll() : m_strToTag.push_back('z');
+                (in_uiHow & 1U) != 0 ? m_rig.agent().hangup(kAllCalls) : m_strToTag.push_back('z');
                 break;
         }
         m_rig.agent().stack().ping(1000);
