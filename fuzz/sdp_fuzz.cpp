@@ -90,7 +90,7 @@ void tryDescription(std::string_view in_text, bool in_bAsAnswer)
             require(local.initLocalAnswer(s_capacity, s_config, *pRemote));
         }
         std::string strSection;
-        local.getMediaDescription()->appendTo(strSection);
+        local.makeSection()->appendTo(strSection);
         require(DsSdpMsg::parse(strSection)->getMediaDescriptions().size() == 1);
         std::ostringstream shown;
         shown << local << *pRemote;

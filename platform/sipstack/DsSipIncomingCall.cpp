@@ -23,6 +23,19 @@ DsSipIncomingCall::DsSipIncomingCall(const DsHandle<DsSipInviteMessage>& in_hInv
 
 DsSipIncomingCall::~DsSipIncomingCall() = default;
 
+DsHandle<DsSipInviteMessage> DsSipIncomingCall::getInvite() const
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return m_hInvite;
+}
+
+void DsSipIncomingCall::forgetInvite()
+{
+    DsHandle<DsSipInviteMessage> hForgotten;
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    hForgotten.swap(m_hInvite);
+}
+
 IncomingCallCore& DsSipIncomingCall::core() const
 {
     if (!m_pCore)

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <mutex>
 
 #include "infra/MemAccount.h"
 #include "sipstack/DsSipCall.h"
@@ -58,7 +59,8 @@ public:
     void rejectReplaces(const DsHandle<DsSipDialog>& in_hReplacedDialog,
                         const DsHandle<DsSipDialog>& in_hNewDialog) override;
 
-    const DsHandle<DsSipInviteMessage>& getInvite() const { return m_hInvite; }
+    /// Nil once the ACK of its 2xx has come: nobody asks for the INVITE then. Any thread.
+    DsHandle<DsSipInviteMessage> getInvite() const;
 
 protected:
     ~DsSipIncomingCall() override;
@@ -68,7 +70,10 @@ private:
     IncomingCallCore& core() const;
     DsHandle<DsSipDialog> dialog() const;
 
-    const DsHandle<DsSipInviteMessage> m_hInvite;
+    void forgetInvite();
+
+    mutable std::mutex m_mutex;  // guards the next one
+    DsHandle<DsSipInviteMessage> m_hInvite;
     DsHandle<DsSipIncomingCallinterface> m_hInterface;  // SIP stack thread; released with the core
     std::shared_ptr<IncomingCallCore> m_pCore;          // set before called(), never changed
 };

@@ -13,9 +13,9 @@ namespace Quorvex
 
 DsSipOutgoingCall::DsSipOutgoingCall(const DsHandle<DsSipInviteMessage>& in_hInvite,
                                      const DsHandle<DsSipOutgoingCallinterface>& in_hInterface)
-    : m_hInvite(in_hInvite),
-      m_strCallId(in_hInvite->getCallID().empty() ? SipAgent::newTag() : in_hInvite->getCallID()),
-      m_hInterface(in_hInterface)
+    : m_strCallId(in_hInvite->getCallID().empty() ? SipAgent::newTag() : in_hInvite->getCallID()),
+      m_hInterface(in_hInterface),
+      m_hInvite(in_hInvite)
 {
 }
 
@@ -49,6 +49,12 @@ DsHandle<DsSipOutgoingCall> DsSipOutgoingCall::create(
         throw DsException("the SIP stack is not running");
     }
     return call;
+}
+
+DsHandle<DsSipInviteMessage> DsSipOutgoingCall::getInvite() const
+{
+    const std::lock_guard<std::recursive_mutex> lock(m_mutex);
+    return m_hInvite;
 }
 
 void DsSipOutgoingCall::hangup()

@@ -46,7 +46,8 @@ public:
     unsigned int getNumDialogs() const;
     std::recursive_mutex& getMutex() const { return m_mutex; }
 
-    const DsHandle<DsSipInviteMessage>& getInvite() const { return m_hInvite; }
+    /// Nil once the call has been answered: nobody asks for the INVITE then.
+    DsHandle<DsSipInviteMessage> getInvite() const;
 
     /// The Call-ID of the INVITE on the wire: the message's own, else the one the stack chose. Known from
     /// create() on and never changed, also while the INVITE is sent again (digest, session interval). Any
@@ -71,12 +72,12 @@ private:
     DsSipOutgoingCall(const DsHandle<DsSipInviteMessage>& in_hInvite,
                       const DsHandle<DsSipOutgoingCallinterface>& in_hInterface);
 
-    const DsHandle<DsSipInviteMessage> m_hInvite;
     const std::string m_strCallId;
     DsHandle<DsSipOutgoingCallinterface> m_hInterface;  // SIP stack thread; released with the core
     std::shared_ptr<OutgoingCallCore> m_pCore;
     std::atomic<bool> m_bUnreachable{false};
-    mutable std::recursive_mutex m_mutex;  // guards m_vDialogs
+    mutable std::recursive_mutex m_mutex;  // guards the two below
+    DsHandle<DsSipInviteMessage> m_hInvite;
     std::vector<DsHandle<DsSipDialog>> m_vDialogs;
 };
 

@@ -73,7 +73,8 @@ public:
     std::string acceptSession(nta_incoming_t* in_pIrq);
     /// A 2xx to an INVITE of ours.
     void agreeSession(const sip_t* in_pSip);
-    /// What we offered or answered last; a refresh of the session repeats it.
+    /// What we offered or answered last; a refresh of the session repeats it. Before the session is settled:
+    /// without a session timer it is not kept.
     void rememberSdp(const DsHandle<DsSipMessage>& in_hMessage);
 
     nta_leg_t* getLeg() const { return m_pLeg; }
@@ -132,6 +133,7 @@ private:
     void answerReinvite(const DsHandle<DsSipResponse>& in_hResponse);
     void sendBye(const DsHandle<DsSipRequest>& in_hBye);
     void refreshSession();
+    void forgetUnusedSdp();
     void lose(const char* in_szReason);
     void sendReinvite(const DsHandle<DsSipInviteMessage>& in_hInvite);
     void retryReinvite(const DsHandle<DsSipInviteMessage>& in_hInvite);

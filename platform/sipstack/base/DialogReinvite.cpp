@@ -270,8 +270,8 @@ void DialogCore::endReinvite(const sip_t* in_pAnswer,
     }
     if (accepted)
     {
-        agreeSession(in_pAnswer);
         rememberSdp(DsHandle<DsSipMessage>(in_hInvite));
+        agreeSession(in_pAnswer);
     }
     if (std::exchange(m_bRefreshing, false))
     {
@@ -298,6 +298,7 @@ std::string DialogCore::acceptSession(nta_incoming_t* in_pIrq)
     msg_t* const msg = nta_incoming_getrequest(in_pIrq);
     std::string headers = m_session.accept(sip_object(msg), m_agent.config());
     msg_destroy(msg);
+    forgetUnusedSdp();
     return headers;
 }
 
@@ -308,6 +309,15 @@ void DialogCore::agreeSession(const sip_t* in_pSip)
         m_bUpdateAllowed = sip_is_allowed(in_pSip->sip_allow, SIP_METHOD_UPDATE) != 0;
     }
     m_session.agree(in_pSip, m_agent.config());
+    forgetUnusedSdp();
+}
+
+void DialogCore::forgetUnusedSdp()
+{
+    if (m_session.getInterval() == 0)
+    {
+        std::string().swap(m_strLocalSdp);
+    }
 }
 
 void DialogCore::rememberSdp(const DsHandle<DsSipMessage>& in_hMessage)

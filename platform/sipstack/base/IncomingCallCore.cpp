@@ -259,6 +259,7 @@ void IncomingCallCore::onAck()
     const auto ack = m_agent.bridge().fromAckOrCancel(m_pIrq).dynamicCast<DsSipAckMessage>();
     nta_incoming_destroy(m_pIrq);
     m_pIrq = nullptr;
+    m_hCall->forgetInvite();
     m_state = State::eConfirmed;
     if (m_bHangupDue)
     {

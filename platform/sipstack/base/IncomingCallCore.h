@@ -1,7 +1,7 @@
 #pragma once
 
 #include <atomic>
-#include <deque>
+#include <list>
 #include <memory>
 #include <mutex>
 #include <utility>
@@ -112,7 +112,7 @@ private:
     bool m_bRequires100rel = false;
     nta_reliable_t* m_pReliable = nullptr;
     bool m_bReliableAsked = false;  // by the user, who hears of its PRACK; not only by the far end
-    std::deque<std::pair<DsHandle<DsSipResponse>, bool>> m_vReliableQueue;
+    std::list<std::pair<DsHandle<DsSipResponse>, bool>> m_vReliableQueue;
     DsHandle<DsSipResponse> m_hHeldAnswer;
 
     // Any thread: what the user has decided, ahead of what the stack has done.

@@ -85,7 +85,7 @@ void OutgoingCallCore::begin(const DsHandle<DsSipOutgoingCall>& in_hCall)
 
 void OutgoingCallCore::openLeg()
 {
-    const auto& invite = m_hCall->getInvite();
+    const auto invite = m_hCall->getInvite();
     m_uiSessionExpires = m_agent.config().m_uiSessionExpiresS;
     std::string from = invite->getHeaderValue("From");
     if (invite->getFromTag().empty())
@@ -102,6 +102,15 @@ void OutgoingCallCore::openLeg()
                              TAG_END());
 }
 
+void OutgoingCallCore::closeLeg()
+{
+    if (m_pLeg != nullptr)
+    {
+        nta_leg_destroy(m_pLeg);
+        m_pLeg = nullptr;
+    }
+}
+
 void OutgoingCallCore::send()
 {
     if (m_state != State::eResolving && m_state != State::eCalling)
@@ -109,7 +118,7 @@ void OutgoingCallCore::send()
         return;
     }
     const auto self = shared_from_this();
-    const auto& invite = m_hCall->getInvite();
+    const auto invite = m_hCall->getInvite();
     if (m_vRoutes.empty())
     {
         QLOG_INFO(s_logger, "no address for " << invite->getRequestURI());
@@ -314,6 +323,7 @@ void OutgoingCallCore::onSuccess(const sip_t* in_pSip, const DsHandle<DsSipRespo
     m_pDialog->agreeSession(in_pSip);
     m_state = State::eConfirmed;
     m_pInvite.reset();
+    closeLeg();
     // The other early dialogs are over; a 2xx of theirs makes one of its own.
     for (const auto& dialog : m_vDialogs)
     {
@@ -326,6 +336,7 @@ void OutgoingCallCore::onSuccess(const sip_t* in_pSip, const DsHandle<DsSipRespo
     {
         const std::lock_guard<std::recursive_mutex> lock(m_hCall->m_mutex);
         m_hCall->m_vDialogs = {m_pDialog->getHandle()};
+        m_hCall->m_hInvite = nullptr;
     }
     if (m_bCancelled)
     {
@@ -373,7 +384,7 @@ void OutgoingCallCore::onFailure(int in_iStatus,
                                  const sip_t* in_pSip,
                                  const DsHandle<DsSipResponse>& in_hResponse)
 {
-    const auto& invite = m_hCall->getInvite();
+    const auto invite = m_hCall->getInvite();
     if (!m_bCancelled &&
         m_challenges.answer(in_hResponse, "INVITE", invite->getRequestURI(), m_agent.credentials()))
     {
@@ -513,11 +524,7 @@ void OutgoingCallCore::close()
         }
     }
     m_furtherDialogs.clear();
-    if (m_pLeg != nullptr)
-    {
-        nta_leg_destroy(m_pLeg);
-        m_pLeg = nullptr;
-    }
+    closeLeg();
     reports().terminated(m_hCall, DsHandle<DsSipMessage>());
     m_hCall->m_hInterface = nullptr;
     m_hCall = nullptr;

@@ -53,6 +53,7 @@ private:
 
     void send();
     void openLeg();
+    void closeLeg();
     void onResponse(const sip_t* in_pSip);
     void onProvisional(const sip_t* in_pSip, const DsHandle<DsSipResponse>& in_hResponse);
     void onSuccess(const sip_t* in_pSip, const DsHandle<DsSipResponse>& in_hResponse);

@@ -21,10 +21,10 @@ constexpr auto kReceive = Media::RECVONLY_MODE;
 constexpr auto kBoth = Media::SENDRECV_MODE;
 constexpr auto kNone = Media::INACTIVE_MODE;
 
-std::string sectionOf(const SdpInfo& in_info)
+std::string sectionOf(const LocalSdpInfo& in_info)
 {
     std::string strText;
-    in_info.getMediaDescription()->appendTo(strText);
+    in_info.makeSection()->appendTo(strText);
     return strText;
 }
 

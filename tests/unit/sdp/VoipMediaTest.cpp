@@ -311,7 +311,7 @@ TEST_F(VoipMediaTest, ARefusedReinviteChangesNothing)
     answerOffer(remoteSdp("0"));
     m_media.startAll(false);
     succeed();
-    const auto hRemote = m_media.getSdp().getRemoteSdpMsg();
+    const SdpInfo* const pRemote = &m_media.getSdp().getRemoteSdp()[0];
     for (const std::string strCase : kRefused)
     {
         SCOPED_TRACE(strCase);
@@ -334,7 +334,8 @@ TEST_F(VoipMediaTest, ARefusedReinviteChangesNothing)
         EXPECT_EQ(m_media.getStreamCount(), 1U);
         EXPECT_EQ(m_engine.m_iEndpoints, 1);
         EXPECT_TRUE(m_media.allCapacitiesReceived());
-        EXPECT_EQ(m_media.getSdp().getRemoteSdpMsg(), hRemote);
+        ASSERT_EQ(m_media.getSdp().getRemoteSdp().size(), 1U);
+        EXPECT_EQ(&m_media.getSdp().getRemoteSdp()[0], pRemote);
         EXPECT_TRUE(m_media.remoteHasMadeAnOffer());
         EXPECT_TRUE(m_media.isAllStarted());
         m_engine.take();

@@ -113,6 +113,12 @@ bool InSipLeg::initialize()
 template <class Create, class Send>
 bool InSipLeg::createAndSend(const std::string& in_strWhat, Create in_create, Send in_send)
 {
+    if (m_bAnswered)
+    {
+        QLOG_DEBUG(getLogger(),
+                   "Exception occured" << in_strWhat << ": the INVITE has its final response already");
+        return false;
+    }
     DsHandle<DsSipResponse> hResponse;
     try
     {
@@ -143,6 +149,10 @@ DsHandle<DsSipResponse> InSipLeg::createResponse(unsigned int in_uiResponseCode,
                                                  const std::string& in_strSdp,
                                                  std::string_view in_strReason) const
 {
+    if (getInitialInviteMsg().isNil())
+    {
+        throw DsException("the INVITE has its final response already");
+    }
     return makeDs<DsSipResponse>(in_uiResponseCode, getInitialInviteMsg(), in_strReason, in_strSdp, kSdpType);
 }
 
@@ -304,7 +314,13 @@ bool InSipLeg::send200Ok(const Fallible<Call::ConnectionType>& in_connType)
     return createAndSend(
         std::string(),
         [&] { return create200Ok(in_connType); },
-        [this](const DsHandle<DsSipResponse>& in_hResponse) { m_hInCall->answer(in_hResponse); });
+        [this](const DsHandle<DsSipResponse>& in_hResponse)
+        {
+            m_hInCall->answer(in_hResponse);
+            m_bAnswered = true;
+            // Responses were all that it was kept for.
+            setInitialInviteMsg(DsHandle<DsSipInviteMessage>());
+        });
 }
 
 DsHandle<DsSipResponse> InSipLeg::createRejection(unsigned int in_uiResponseCode,
@@ -387,7 +403,7 @@ bool InSipLeg::sendInfoMsg(const std::vector<Parameter>& in_vParameters)
 
 const char* InSipLeg::getCallID() const
 {
-    QUORVEX_ASSERT(getLogger(), getInitialInviteMsg().isNil() == false);
+    QUORVEX_ASSERT(getLogger(), !m_strCallID.empty());
     return m_strCallID.c_str();
 }
 

@@ -119,6 +119,7 @@ private:
     std::string m_strToDisplayName;
     std::string m_strReferToURI;
     bool m_b183WithSDPSent = false;
+    bool m_bAnswered = false;
     bool m_bEndedHere = false;
     bool m_bDoNotSend180After183 = false;
     unsigned int m_uiOverride1XXWithSDP = 0;

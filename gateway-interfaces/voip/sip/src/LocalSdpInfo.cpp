@@ -65,7 +65,24 @@ bool LocalSdpInfo::initLocalOffer(const MediaEndpointCapacity& in_capacity,
         return false;
     }
     m_offer = Offer{getPayloadTypes(), getStreamMode(), getMediaConfig()};
-    return generateMediaDescription();
+    return describe();
+}
+
+bool LocalSdpInfo::describe()
+{
+    m_bDescribed = !getPayloadTypes().empty();
+    setMediaDescription(DsHandle<DsSdpMediaDescription>());
+    return m_bDescribed;
+}
+
+DsHandle<DsSdpMediaDescription> LocalSdpInfo::makeSection() const
+{
+    if (m_bDescribed)
+    {
+        return generateMediaDescription();
+    }
+    const auto& hRejection = getMediaDescription();
+    return hRejection.isNil() ? hRejection : makeDs<DsSdpMediaDescription>(*hRejection);
 }
 
 bool LocalSdpInfo::initLocalAnswer(const MediaEndpointCapacity& in_capacity,
@@ -99,16 +116,21 @@ bool LocalSdpInfo::initLocal_i(const MediaEndpointCapacity& in_capacity,
                                Media::StreamMode in_mode)
 {
     QLOG_DEBUG(getLogger(), "LocalSdpInfo::initLocal_i : capacity :\n" << in_capacity);
-    m_capacity = in_capacity;
     initConfigData();
+    m_vPacketSize.clear();
+    in_capacity.getUnsignedList(MediaEndpointCapacity::PAYLOAD_SIZE, m_vPacketSize);
 
     std::string strAddress;
     unsigned uiPort = 0;
     const bool bAddress =
-        m_capacity.getString(MediaEndpointCapacity::IPV4_ADDRESS, strAddress) && !strAddress.empty();
+        in_capacity.getString(MediaEndpointCapacity::IPV4_ADDRESS, strAddress) && !strAddress.empty();
+    if (m_strLocalAddress.empty())
+    {
+        m_strLocalAddress = strAddress;
+    }
     if (!QUORVEX_ASSERT_TEXT(getLogger(), bAddress, "capacity has IPv4 Address") ||
         !QUORVEX_ASSERT_TEXT(getLogger(),
-                             m_capacity.getUnsigned(MediaEndpointCapacity::UDP_PORT, uiPort),
+                             in_capacity.getUnsigned(MediaEndpointCapacity::UDP_PORT, uiPort),
                              "capacity has UDP Port"))
     {
         return false;
@@ -116,12 +138,13 @@ bool LocalSdpInfo::initLocal_i(const MediaEndpointCapacity& in_capacity,
     getMediaConfig().setIPAddress(strAddress);
     getMediaConfig().setUDPPort(uiPort);
     if (!QUORVEX_ASSERT(getLogger(), (getPort() & 0x01) == 0) ||
-        !QUORVEX_ASSERT(getLogger(), getPort() != 0 && getPort() <= 65535) || !initPayloadTypes(in_config))
+        !QUORVEX_ASSERT(getLogger(), getPort() != 0 && getPort() <= 65535) ||
+        !initPayloadTypes(in_capacity, in_config))
     {
         return false;
     }
     initPacketTime(in_config);
-    if (!initTelephoneEvents())
+    if (!initTelephoneEvents(in_capacity))
     {
         return false;
     }
@@ -129,7 +152,8 @@ bool LocalSdpInfo::initLocal_i(const MediaEndpointCapacity& in_capacity,
     return true;
 }
 
-bool LocalSdpInfo::initPayloadTypes(const ROConfiguration& in_config)
+bool LocalSdpInfo::initPayloadTypes(const MediaEndpointCapacity& in_capacity,
+                                    const ROConfiguration& in_config)
 {
     const std::string strEncodings = textOf(in_config, kEncodingListKey);
     if (in_config.getValue(kEncodingListKey) == nullptr)
@@ -149,7 +173,7 @@ bool LocalSdpInfo::initPayloadTypes(const ROConfiguration& in_config)
     }
     std::vector<unsigned> vCapable;
     if (!QUORVEX_ASSERT_TEXT(getLogger(),
-                             m_capacity.getUnsignedList(MediaEndpointCapacity::PAYLOAD_TYPE, vCapable),
+                             in_capacity.getUnsignedList(MediaEndpointCapacity::PAYLOAD_TYPE, vCapable),
                              "capacity has Payload type"))
     {
         return false;
@@ -185,8 +209,7 @@ void LocalSdpInfo::initPacketTime(const ROConfiguration& in_config)
                                   << "). Using a default of 20ms");
         vConfigured.assign(1, kDefaultPacketSizeMs);
     }
-    std::vector<unsigned> vCapable;
-    if (!m_capacity.getUnsignedList(MediaEndpointCapacity::PAYLOAD_SIZE, vCapable) || vCapable.empty())
+    if (m_vPacketSize.empty())
     {
         setPacketTime(vConfigured.front());
         return;
@@ -194,23 +217,23 @@ void LocalSdpInfo::initPacketTime(const ROConfiguration& in_config)
     const auto found =
         std::find_if(vConfigured.begin(),
                      vConfigured.end(),
-                     [&vCapable](unsigned in_uiSize) { return contains(vCapable, in_uiSize); });
+                     [this](unsigned in_uiSize) { return contains(m_vPacketSize, in_uiSize); });
     if (found != vConfigured.end())
     {
         setPacketTime(*found);
         return;
     }
-    setPacketTime(vCapable.front());
+    setPacketTime(m_vPacketSize.front());
     QLOG_WARN(getLogger(),
-              "The configuration packet size ("
-                  << kPacketSizeKey << ") is not supported by the media engine. Using " << vCapable.front()
-                  << "ms");
+              "The configuration packet size (" << kPacketSizeKey
+                                                << ") is not supported by the media engine. Using "
+                                                << m_vPacketSize.front() << "ms");
 }
 
-bool LocalSdpInfo::initTelephoneEvents()
+bool LocalSdpInfo::initTelephoneEvents(const MediaEndpointCapacity& in_capacity)
 {
     bool bSupport = false;
-    if (!m_capacity.getBool(MediaEndpointCapacity::RFC2833_SUPPORT, bSupport))
+    if (!in_capacity.getBool(MediaEndpointCapacity::RFC2833_SUPPORT, bSupport))
     {
         QLOG_WARN(getLogger(), "Capacity does not contain 2833 support");
         return true;
@@ -221,7 +244,7 @@ bool LocalSdpInfo::initTelephoneEvents()
     unsigned uiPayloadType = 0;
     if (bSupport && !QUORVEX_ASSERT_TEXT(
                         getLogger(),
-                        m_capacity.getUnsigned(MediaEndpointCapacity::RFC2833_PAYLOAD_TYPE, uiPayloadType) &&
+                        in_capacity.getUnsigned(MediaEndpointCapacity::RFC2833_PAYLOAD_TYPE, uiPayloadType) &&
                             uiPayloadType <= 127,
                         "capacity has Rfc 2833 payload type"))
     {
@@ -272,7 +295,7 @@ bool LocalSdpInfo::negotiate(const SdpInfo& in_remote, bool in_bRemoteAnswer)
         getMediaConfig().setRfc2833PayloadType(in_remote.getMediaConfig().getRfc2833PayloadType());
     }
     if (!negotiateMode(in_remote.getStreamMode(), in_bRemoteAnswer) ||
-        !QUORVEX_ASSERT(getLogger(), isValid()) || !generateMediaDescription())
+        !QUORVEX_ASSERT(getLogger(), isValid()) || !describe())
     {
         return false;
     }
@@ -310,14 +333,10 @@ void LocalSdpInfo::negotiatePacketSizes(const SdpInfo& in_remote)
     const unsigned uiLocal = getPacketTime().valueOr(kDefaultPacketSizeMs);
     getMediaConfig().setPacketSizeMs(uiLocal);
     unsigned uiRemote = uiLocal;
-    if (in_remote.getPacketTime().valid())
+    if (in_remote.getPacketTime().valid() &&
+        (m_vPacketSize.empty() || contains(m_vPacketSize, in_remote.getPacketTime().value())))
     {
-        std::vector<unsigned> vCapable;
-        m_capacity.getUnsignedList(MediaEndpointCapacity::PAYLOAD_SIZE, vCapable);
-        if (vCapable.empty() || contains(vCapable, in_remote.getPacketTime().value()))
-        {
-            uiRemote = in_remote.getPacketTime().value();
-        }
+        uiRemote = in_remote.getPacketTime().value();
     }
     m_remoteConfig.value().setPacketSizeMs(uiRemote);
 }
@@ -326,20 +345,17 @@ bool LocalSdpInfo::reject(const SdpInfo& in_remote)
 {
     invalidate();
     const auto& hRemote = in_remote.getMediaDescription();
-    if (hRemote.isNil() || hRemote->getMediaField() == nullptr)
+    const bool bForgotten = hRemote.isNil() && in_remote.isValid() && !in_remote.getPayloadTypes().empty();
+    if (!bForgotten && (hRemote.isNil() || hRemote->getMediaField() == nullptr))
     {
         return false;
     }
-    const DsSdpMediaField& field = *hRemote->getMediaField();
+    const DsSdpMediaField field = bForgotten ? in_remote.generateMediaField() : *hRemote->getMediaField();
     const auto hMedia = makeDs<DsSdpMediaDescription>(
         DsSdpMediaField(field.getMediaType(), 0, field.getTransport(), field.getFormats()));
-    std::string strAddress = m_strLocalAddress;
-    if (strAddress.empty())
-    {
-        m_capacity.getString(MediaEndpointCapacity::IPV4_ADDRESS, strAddress);
-    }
-    hMedia->setConnectionField({"IN", "IP4", strAddress.empty() ? "0.0.0.0" : strAddress});
+    hMedia->setConnectionField({"IN", "IP4", m_strLocalAddress.empty() ? "0.0.0.0" : m_strLocalAddress});
     setMediaDescription(hMedia);
+    m_bDescribed = false;
     return true;
 }
 

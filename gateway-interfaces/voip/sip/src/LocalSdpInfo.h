@@ -43,7 +43,9 @@ public:
 
     /// What to send where, once negotiated; invalid before.
     const Fallible<RtpMediaConfigData>& getRemoteConfig() const { return m_remoteConfig; }
-    const MediaEndpointCapacity& getCapacity() const { return m_capacity; }
+
+    /// The section of a description of ours, made anew; nil while nothing has been described.
+    DsHandle<DsSdpMediaDescription> makeSection() const;
 
 private:
     /// What we offered: what each answer to it is measured against.
@@ -58,17 +60,19 @@ private:
     bool initLocal_i(const MediaEndpointCapacity& in_capacity,
                      const ROConfiguration& in_config,
                      Media::StreamMode in_mode);
-    bool initPayloadTypes(const ROConfiguration& in_config);
+    bool initPayloadTypes(const MediaEndpointCapacity& in_capacity, const ROConfiguration& in_config);
     void initPacketTime(const ROConfiguration& in_config);
-    bool initTelephoneEvents();
+    bool initTelephoneEvents(const MediaEndpointCapacity& in_capacity);
+    bool describe();
     bool applyRemoteSdp(const SdpInfo& in_remote, bool in_bRemoteAnswer);
     bool negotiate(const SdpInfo& in_remote, bool in_bRemoteAnswer);
     bool negotiateMode(Media::StreamMode in_remoteMode, bool in_bRemoteAnswer);
     void negotiatePacketSizes(const SdpInfo& in_remote);
     bool reject(const SdpInfo& in_remote);
 
-    MediaEndpointCapacity m_capacity;
+    std::vector<unsigned> m_vPacketSize;  // that the engine can do, in ms; empty: any
     std::string m_strLocalAddress;
+    bool m_bDescribed = false;
     Fallible<RtpMediaConfigData> m_remoteConfig;
     Fallible<Offer> m_offer;
 };

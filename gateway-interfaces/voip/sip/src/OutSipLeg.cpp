@@ -80,6 +80,8 @@ bool OutSipLeg::send2XXAck(const DsHandle<DsSipDialog>& hDialog, const DsHandle<
     try
     {
         hDialog->ack();
+        // Nobody asks for the INVITE of an answered call.
+        setInitialInviteMsg(DsHandle<DsSipInviteMessage>());
         return true;
     }
     catch (const DsException& exception)

@@ -86,8 +86,6 @@ private:
 
     DsVoipGatewayNetIf* const m_pNetIf = nullptr;
     DsHandle<DsSipOutgoingCall> m_hOutCall;
-    DsHandle<DsSipToHeader> m_hToHeader;
-    DsHandle<DsSipFromHeader> m_hFromHeader;
     CallLogger m_cdrLogger;
 };
 

@@ -99,8 +99,6 @@ bool OutSipLeg::createInvite(const CallInfo& in_callInfo, const char* in_szCallI
         QLOG_ERROR(getLogger(), "invalid INVITE message, no To header");
         return false;
     }
-    m_hFromHeader = makeDs<DsSipFromHeader>(*hFrom->getURL());
-    m_hToHeader = makeDs<DsSipToHeader>(*hTo->getURL());
     addCustomHeaders(legInfo.getParameters(), invite);
     if (const auto hDate = createDateHeader(); !hDate.isNil())
     {

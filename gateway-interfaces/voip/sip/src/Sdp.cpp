@@ -39,58 +39,64 @@ const StaticLogger& Sdp::getSummaryLogger()
     return s_logger;
 }
 
-void Sdp::beginLocalMsg(const std::string& in_strLocalAddress)
+void Sdp::writeLocalMsg(const std::string& in_strLocalAddress, std::ostream& out_stream)
 {
     if (m_uiSessionId == 0 && m_uiSessionVersion == 0)
     {
         m_uiSessionId = m_uiSessionVersion = secondsNow();
     }
-    m_hLocalSdpMsg = makeDs<DsSdpMsg>();
+    const auto hMsg = makeDs<DsSdpMsg>();
     const DsSdpOriginField origin("Quorvex-Tech", m_uiSessionId, m_uiSessionVersion++, in_strLocalAddress);
     QLOG_DEBUG(getLogger(), origin.getText());
-    m_hLocalSdpMsg->setOriginField(origin);
-    m_hLocalSdpMsg->setSessionNameField(DsSdpSessionNameField("SIP Call"));
-    m_hLocalSdpMsg->setTimeDescription(DsSdpTimeDescription());
+    hMsg->setOriginField(origin);
+    hMsg->setSessionNameField(DsSdpSessionNameField("SIP Call"));
+    hMsg->setTimeDescription(DsSdpTimeDescription());
+    addMediaDescriptions(*hMsg);
+    out_stream << hMsg->toString();
 }
 
-void Sdp::addMediaDescriptions()
+void Sdp::addMediaDescriptions(DsSdpMsg& io_msg) const
 {
     // The address that most streams share stands once, for the session: that of the first usable stream, or
     // of the first at all. Streams with another one carry their own.
-    const auto connectionOf = [](const LocalSdpInfo& in_info)
+    struct Section
     {
-        const auto* pOwn = in_info.getMediaDescription()->getConnectionField();
-        return pOwn != nullptr ? *pOwn
-                               : DsSdpConnectionField("IN", "IP4", in_info.getMediaConfig().getIPAddress());
+        DsHandle<DsSdpMediaDescription> m_hMedia;
+        DsSdpConnectionField m_connection;
     };
-    const LocalSdpInfo* pFirst = nullptr;
+    std::vector<Section> vSections;
+    vSections.reserve(m_vLocalSdpInfo.size());
+    std::size_t first = 0;
+    bool bFirstValid = false;
     for (const auto& pInfo : m_vLocalSdpInfo)
     {
-        if (!pInfo->getMediaDescription().isNil() &&
-            (pFirst == nullptr || (!pFirst->isValid() && pInfo->isValid())))
-        {
-            pFirst = pInfo.get();
-        }
-    }
-    if (pFirst == nullptr)
-    {
-        return;
-    }
-    const DsSdpConnectionField session = connectionOf(*pFirst);
-    m_hLocalSdpMsg->setConnectionField(session);
-    for (const auto& pInfo : m_vLocalSdpInfo)
-    {
-        const auto& hMedia = pInfo->getMediaDescription();
+        auto hMedia = pInfo->makeSection();
         if (hMedia.isNil())
         {
             continue;
         }
-        // The section belongs to the stream, which may be described again: what the message needs is set on a
-        // copy.
-        const auto hSection = makeDs<DsSdpMediaDescription>(*hMedia);
-        const auto own = connectionOf(*pInfo);
-        own == session ? hSection->clearConnectionField() : hSection->setConnectionField(own);
-        m_hLocalSdpMsg->addMediaDescription(hSection);
+        if (!bFirstValid && pInfo->isValid())
+        {
+            bFirstValid = true;
+            first = vSections.size();
+        }
+        const auto* pOwn = hMedia->getConnectionField();
+        auto connection = pOwn != nullptr
+                              ? *pOwn
+                              : DsSdpConnectionField("IN", "IP4", pInfo->getMediaConfig().getIPAddress());
+        vSections.push_back({std::move(hMedia), std::move(connection)});
+    }
+    if (vSections.empty())
+    {
+        return;
+    }
+    const DsSdpConnectionField session = vSections[first].m_connection;
+    io_msg.setConnectionField(session);
+    for (const auto& section : vSections)
+    {
+        section.m_connection == session ? section.m_hMedia->clearConnectionField()
+                                        : section.m_hMedia->setConnectionField(section.m_connection);
+        io_msg.addMediaDescription(section.m_hMedia);
     }
 }
 
@@ -101,23 +107,19 @@ bool Sdp::generateSdpOffer(const std::string& in_strLocalAddress, std::ostream& 
     {
         return false;
     }
-    beginLocalMsg(in_strLocalAddress);
-    addMediaDescriptions();
-    out_stream << m_hLocalSdpMsg->toString();
+    writeLocalMsg(in_strLocalAddress, out_stream);
     return true;
 }
 
 bool Sdp::generateSdpAnswer(const std::string& in_strLocalAddress, std::ostream& out_stream)
 {
     TRACE_SCOPE(getLogger(), "Sdp::generateSdpAnswer");
-    if (!QUORVEX_ASSERT_TEXT(getLogger(), !m_hRemoteSdpMsg.isNil(), "! m_hRemoteSdpMsg.isNil()") ||
+    if (!QUORVEX_ASSERT_TEXT(getLogger(), m_bRemoteSdp, "! m_hRemoteSdpMsg.isNil()") ||
         !QUORVEX_ASSERT(getLogger(), m_vLocalSdpInfo.size() == m_vRemoteSdpInfo.size()))
     {
         return false;
     }
-    beginLocalMsg(in_strLocalAddress);
-    addMediaDescriptions();
-    out_stream << m_hLocalSdpMsg->toString();
+    writeLocalMsg(in_strLocalAddress, out_stream);
     for (const auto& pInfo : m_vLocalSdpInfo)
     {
         if (pInfo->isValid())
@@ -149,6 +151,7 @@ bool Sdp::initRemoteSdp(const DsHandle<DsSipMessage>& in_hMsg)
         const auto hMsg = DsSdpMsg::parse(in_hMsg->getBody());
         m_vRemoteSdpInfo.initFrom(*hMsg, m_iResolveTimeoutMs);
         m_hRemoteSdpMsg = hMsg;
+        m_bRemoteSdp = true;
         return true;
     }
     catch (const DsException& exception)
@@ -161,8 +164,15 @@ bool Sdp::initRemoteSdp(const DsHandle<DsSipMessage>& in_hMsg)
 bool Sdp::clearRemoteSdp()
 {
     m_hRemoteSdpMsg = nullptr;
+    m_bRemoteSdp = false;
     m_vRemoteSdpInfo.clear();
     return true;
+}
+
+void Sdp::agree()
+{
+    m_hRemoteSdpMsg = nullptr;
+    m_vRemoteSdpInfo.forgetUsedDescriptions();
 }
 
 void Sdp::detachLocalSdp()
@@ -175,8 +185,8 @@ void Sdp::detachLocalSdp()
 
 void Sdp::restore(const Sdp& in_former)
 {
-    m_hLocalSdpMsg = in_former.m_hLocalSdpMsg;
     m_hRemoteSdpMsg = in_former.m_hRemoteSdpMsg;
+    m_bRemoteSdp = in_former.m_bRemoteSdp;
     m_vLocalSdpInfo = in_former.m_vLocalSdpInfo;
     m_vRemoteSdpInfo = in_former.m_vRemoteSdpInfo;
 }

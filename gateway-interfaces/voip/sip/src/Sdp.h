@@ -39,8 +39,12 @@ public:
     void setLocalSdp(LocalSdpInfoVector in_vLocalSdpInfo) { m_vLocalSdpInfo = std::move(in_vLocalSdpInfo); }
     const LocalSdpInfoVector& getLocalSdp() const { return m_vLocalSdpInfo; }
     const SdpInfoVector& getRemoteSdp() const { return m_vRemoteSdpInfo; }
-    /// Nil when there is none.
+    /// Nil when there is none, and once it was agreed on.
     const DsHandle<DsSdpMsg>& getRemoteSdpMsg() const { return m_hRemoteSdpMsg; }
+    bool hasRemoteSdp() const { return m_bRemoteSdp; }
+
+    /// Both sides have agreed: what only the negotiation needed of the remote description is given up.
+    void agree();
 
     /// How long a host name in a remote connection line may take to resolve; 250 ms unless set.
     void setResolveTimeoutMs(int in_iTimeoutMs) { m_iResolveTimeoutMs = in_iTimeoutMs; }
@@ -59,11 +63,11 @@ public:
     void restore(const Sdp& in_former);
 
 private:
-    void beginLocalMsg(const std::string& in_strLocalAddress);
-    void addMediaDescriptions();
+    void writeLocalMsg(const std::string& in_strLocalAddress, std::ostream& out_stream);
+    void addMediaDescriptions(DsSdpMsg& io_msg) const;
 
-    DsHandle<DsSdpMsg> m_hLocalSdpMsg;
-    DsHandle<DsSdpMsg> m_hRemoteSdpMsg;
+    DsHandle<DsSdpMsg> m_hRemoteSdpMsg;  // until it is agreed on
+    bool m_bRemoteSdp = false;
     LocalSdpInfoVector m_vLocalSdpInfo;
     SdpInfoVector m_vRemoteSdpInfo;
     std::uint64_t m_uiSessionId = 0;

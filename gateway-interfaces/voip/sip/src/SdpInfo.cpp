@@ -71,13 +71,9 @@ DsSdpAttributeField SdpInfo::generateAttributeField(unsigned in_uiPayloadType)
         std::to_string(in_uiPayloadType) + ' ' + RFC1890::getPayloadTypeString(in_uiPayloadType) + "/8000"};
 }
 
-bool SdpInfo::generateMediaDescription()
+DsHandle<DsSdpMediaDescription> SdpInfo::generateMediaDescription() const
 {
     const auto hMedia = makeDs<DsSdpMediaDescription>(generateMediaField());
-    if (m_vPayloadType.empty())
-    {
-        return false;
-    }
     for (const unsigned uiPayloadType : m_vPayloadType)
     {
         hMedia->addAttributeField(generateAttributeField(uiPayloadType));
@@ -93,8 +89,7 @@ bool SdpInfo::generateMediaDescription()
         hMedia->addAttributeField({"ptime", std::to_string(m_packetTime.value())});
     }
     hMedia->addAttributeField(DsSdpAttributeField(Media::getMediaModeString(m_streamMode)));
-    m_hMediaDescription = hMedia;
-    return true;
+    return hMedia;
 }
 
 std::ostream& SdpInfo::write(std::ostream& out_stream) const

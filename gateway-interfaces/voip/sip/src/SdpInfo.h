@@ -48,14 +48,17 @@ public:
     RtpMediaConfigData& getMediaConfig() { return m_mediaConfig; }
     unsigned getPort() const;
 
+    /// The section of the far end's description, until forgotten; of a stream of ours, the rejection of an
+    /// offered one. Nil otherwise.
     const DsHandle<DsSdpMediaDescription>& getMediaDescription() const { return m_hMediaDescription; }
+    void forgetMediaDescription() { m_hMediaDescription = nullptr; }
 
     /// The media line of this stream. Its payload types must not be empty.
     DsSdpMediaField generateMediaField() const;
     /// The "rtpmap" attribute of a static payload type.
     static DsSdpAttributeField generateAttributeField(unsigned in_uiPayloadType);
-    /// Makes the media section anew from what the stream says; false when there is no payload type to name.
-    bool generateMediaDescription();
+    /// A media section made from what the stream says. Its payload types must not be empty.
+    DsHandle<DsSdpMediaDescription> generateMediaDescription() const;
 
     std::ostream& write(std::ostream& out_stream) const override;
 

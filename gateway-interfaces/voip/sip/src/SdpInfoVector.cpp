@@ -154,6 +154,17 @@ void SdpInfoVector::initFrom(const DsSdpMsg& in_msg, int in_iResolveTimeoutMs)
     m_vInfo.swap(vInfo);
 }
 
+void SdpInfoVector::forgetUsedDescriptions()
+{
+    for (const auto& pInfo : m_vInfo)
+    {
+        if (pInfo->isValid())
+        {
+            pInfo->forgetMediaDescription();
+        }
+    }
+}
+
 SdpInfoVector::value_type SdpInfoVector::makeInfo(const DsSdpMsg& in_msg,
                                                   const DsHandle<DsSdpMediaDescription>& in_hMedia,
                                                   int in_iResolveTimeoutMs)

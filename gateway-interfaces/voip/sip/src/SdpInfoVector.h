@@ -21,6 +21,9 @@ public:
     void initFrom(const DsSdpMsg& in_msg, int in_iResolveTimeoutMs);
 
     void clear() { m_vInfo.clear(); }
+    /// Gives up the sections of the usable streams, which have been read; those of the others are needed to
+    /// reject them.
+    void forgetUsedDescriptions();
     std::size_t size() const { return m_vInfo.size(); }
     bool empty() const { return m_vInfo.empty(); }
     const SdpInfo& operator[](std::size_t in_index) const { return *m_vInfo[in_index]; }

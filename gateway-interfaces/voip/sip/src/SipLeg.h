@@ -125,7 +125,7 @@ public:
 
     VoipMedia& getMedia() const { return *m_pMedia; }
 
-    /// The call's first INVITE, received or sent; nil before.
+    /// The call's first INVITE, received or sent; nil before, and once the call has been answered.
     void setInitialInviteMsg(const DsHandle<DsSipInviteMessage>& in_hInvite)
     {
         m_hInitialInvite = in_hInvite;

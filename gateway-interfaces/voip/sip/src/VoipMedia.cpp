@@ -1,5 +1,7 @@
 #include "VoipMedia.h"
 
+#include <algorithm>
+
 #include "SdpText.h"
 #include "VoipEndpointFactory.h"
 #include "infra/Assertion.h"
@@ -131,7 +133,7 @@ bool VoipMedia::allCapacitiesReceived() const
 
 bool VoipMedia::remoteHasMadeAnOffer() const
 {
-    return !m_hRemoteSdpMessage.isNil();
+    return m_bRemoteSdp;
 }
 
 void VoipMedia::configureRecordingFromHeaders(const DsSipMessage& in_msg)
@@ -160,6 +162,19 @@ void VoipMedia::configureRecordingFromHeaders(const DsSipMessage& in_msg)
                     << m_strRecorderOutputIdHeader);
         }
     }
+}
+
+bool VoipMedia::engineAsksForSipData() const
+{
+    return std::any_of(m_vMediaStreams.begin(),
+                       m_vMediaStreams.end(),
+                       [](const auto& in_pStream)
+                       {
+                           const MediaEndpointCapacity* const pCapacity = in_pStream->getCapacity();
+                           return pCapacity == nullptr || pCapacity->contains(kInviteKey) ||
+                                  pCapacity->contains(kRemoteCallIdKey) ||
+                                  pCapacity->contains(kCustomHeadersKey);
+                       });
 }
 
 void VoipMedia::fillSipInfo(const MediaEndpointCapacity& in_capacity, MediaEndpointConfig& io_config) const

@@ -122,6 +122,7 @@ private:
     struct AgreedState
     {
         Sdp m_sdp;
+        bool m_bRemoteSdp;
         DsHandle<DsSipMessage> m_hRemoteSdpMessage;
         std::size_t m_streamCount;
         std::string m_strRecorderOutputIdHeader;
@@ -140,6 +141,7 @@ private:
     void configureRecordingFromHeaders(const DsSipMessage& in_msg);
     void configureRecordingFromHeaders(const CallLegInfo& in_leg);
     void fillSipInfo(const MediaEndpointCapacity& in_capacity, MediaEndpointConfig& io_config) const;
+    bool engineAsksForSipData() const;
 
     // Running them (VoipMediaRun.cpp).
     bool applyDirections(std::size_t in_index, bool in_bCpa);
@@ -165,6 +167,9 @@ private:
     VoipEndpointFactory& m_factory;
     StreamVector m_vMediaStreams;
     Sdp m_sdp;
+    /// The far end's last offer or answer carried a description.
+    bool m_bRemoteSdp = false;
+    /// The message that did; kept beyond the agreement only for an engine that asks for SIP data.
     DsHandle<DsSipMessage> m_hRemoteSdpMessage;
     std::string m_strLocalAddress;
     std::string m_strCallId;

@@ -79,7 +79,7 @@ bool VoipMedia::fillLegInfo(CallLegInfo& io_leg)
 {
     TRACE_SCOPE(getLogger(), "VoipMedia::fillLegInfo");
     configureRecordingFromHeaders(io_leg);
-    if (m_hRemoteSdpMessage.isNil())
+    if (!m_bRemoteSdp)
     {
         io_leg.addRtpSendReceiveParameters(0);
     }

@@ -85,6 +85,7 @@ bool VoipMedia::takeOffer(const DsHandle<DsSipMessage>& in_hMsg)
         QLOG_DEBUG(getLogger(), "No SDP present in remote offer.");
         m_bOfferUnanswered = false;
         m_sdp.clearRemoteSdp();
+        m_bRemoteSdp = false;
         m_hRemoteSdpMessage = nullptr;
         return true;
     }
@@ -102,6 +103,7 @@ bool VoipMedia::takeOffer(const DsHandle<DsSipMessage>& in_hMsg)
             return false;
         }
     }
+    m_bRemoteSdp = true;
     m_hRemoteSdpMessage = in_hMsg;
     return true;
 }
@@ -151,8 +153,7 @@ bool VoipMedia::generateSdpAnswer(std::ostream& out_stream)
         agree();
         return true;
     }
-    if (QUORVEX_ASSERT_TEXT(
-            getLogger(), !m_sdp.getRemoteSdpMsg().isNil(), "! m_sdp.getRemoteSdpMsg().isNil()"))
+    if (QUORVEX_ASSERT_TEXT(getLogger(), m_sdp.hasRemoteSdp(), "! m_sdp.getRemoteSdpMsg().isNil()"))
     {
         QUORVEX_SDP_SUMMARY(eINFO_LEVEL,
                             "Failed to create local SDP answer for remote offer :\n"
@@ -211,6 +212,7 @@ bool VoipMedia::takeAnswer(const DsHandle<DsSipMessage>& in_hMsg)
             return false;
         }
     }
+    m_bRemoteSdp = true;
     m_hRemoteSdpMessage = in_hMsg;
     QUORVEX_SDP_SUMMARY(eDEBUG_LEVEL, "Remote SDP answer OK :" << in_hMsg->getBody());
     return true;
@@ -221,6 +223,7 @@ void VoipMedia::rememberAgreed()
     if (m_bAgreedOnce && !m_pAgreed)
     {
         m_pAgreed = std::make_unique<AgreedState>(AgreedState{m_sdp,
+                                                              m_bRemoteSdp,
                                                               m_hRemoteSdpMessage,
                                                               m_vMediaStreams.size(),
                                                               m_strRecorderOutputIdHeader,
@@ -234,6 +237,11 @@ void VoipMedia::agree()
     m_bAgreedOnce = true;
     m_bOfferUnanswered = false;
     m_pAgreed.reset();
+    m_sdp.agree();
+    if (!engineAsksForSipData())
+    {
+        m_hRemoteSdpMessage = nullptr;
+    }
 }
 
 void VoipMedia::rollbackSdpOffer()
@@ -254,6 +262,7 @@ void VoipMedia::goBackToAgreed()
     QLOG_DEBUG(getLogger(),
                "Going back to what was last agreed on, with " << m_pAgreed->m_streamCount << " streams");
     m_sdp.restore(m_pAgreed->m_sdp);
+    m_bRemoteSdp = m_pAgreed->m_bRemoteSdp;
     m_hRemoteSdpMessage = m_pAgreed->m_hRemoteSdpMessage;
     m_vMediaStreams.resize(m_pAgreed->m_streamCount);
     m_strRecorderOutputIdHeader = m_pAgreed->m_strRecorderOutputIdHeader;
