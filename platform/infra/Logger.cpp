@@ -8,6 +8,7 @@
 #include <log4cplus/spi/loggingevent.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <chrono>
 #include <cstdlib>
@@ -31,18 +32,27 @@ std::atomic<bool> s_bClosed{false};
 thread_local std::ostringstream* s_pFreeStream = nullptr;
 thread_local bool s_bThreadEnds = false;
 
-struct StreamEnd
+/// The texts before the records that this thread made last.
+struct RecentPrefixes
 {
-    ~StreamEnd()
+    std::array<std::shared_ptr<const std::string>, 4> m_texts;
+    std::size_t m_oldest = 0;
+};
+thread_local RecentPrefixes* s_pRecentPrefixes = nullptr;
+
+struct ThreadEnd
+{
+    ~ThreadEnd()
     {
         s_bThreadEnds = true;
         delete std::exchange(s_pFreeStream, nullptr);
+        delete std::exchange(s_pRecentPrefixes, nullptr);
     }
     /// Makes sure that it lives.
     void use() const {}
 };
 
-thread_local const StreamEnd s_streamEnd;
+thread_local const ThreadEnd s_threadEnd;
 
 /// "2031-05-04T10:00:00.123 INFO  [140] quorvex.gateway.Host: text". Used under its appender's lock.
 class LineLayout final : public log4cplus::Layout
@@ -224,7 +234,7 @@ void LoggerNode::append(int in_iLevel,
 
 LogText::LogText()
 {
-    s_streamEnd.use();
+    s_threadEnd.use();
     m_pStream = std::exchange(s_pFreeStream, nullptr);
     if (m_pStream == nullptr)
     {
@@ -255,39 +265,67 @@ Logger::Logger(std::string_view in_name) : m_pNode(LoggerTree::instance().node(i
 
 void LoggingIdLogger::addLoggingId(std::string_view in_id)
 {
-    setPrefix(getLeading(), getIds(), in_id);
+    setPrefix(m_leadingLength, {getPrefix(), "[", in_id, "] "});
 }
 
 void LoggingIdLogger::clearLoggingIds()
 {
-    setPrefix(getLeading(), {});
+    setPrefix(m_leadingLength, {getLeading()});
 }
 
-void LoggingIdLogger::setLeadingId(std::string_view in_id)
+void LoggingIdLogger::setLeadingId(std::string_view in_name, std::string_view in_id)
 {
-    std::string strLeading;
-    if (!in_id.empty())
-    {
-        strLeading.append("[").append(in_id).append("] ");
-    }
-    setPrefix(strLeading, getIds());
+    setPrefix(in_name.size() + in_id.size() + 3, {"[", in_name, in_id, "] ", getIds()});
 }
 
-// Makes a new text: copies of this logger share the old one.
-void LoggingIdLogger::setPrefix(std::string_view in_leading,
-                                std::string_view in_ids,
-                                std::string_view in_moreIds)
+void LoggingIdLogger::clearLeadingId()
 {
-    const std::size_t leading = in_leading.size();
-    std::string strPrefix;
-    strPrefix.reserve(leading + in_ids.size() + (in_moreIds.empty() ? 0 : in_moreIds.size() + 3));
-    strPrefix.append(in_leading).append(in_ids);
-    if (!in_moreIds.empty())
+    setPrefix(0, {getIds()});
+}
+
+// The loggers of a call are set one soon after another to the same text: it is made once.
+void LoggingIdLogger::setPrefix(std::size_t in_leadingLength,
+                                std::initializer_list<std::string_view> in_parts)
+{
+    std::size_t length = 0;
+    for (const std::string_view part : in_parts)
     {
-        strPrefix.append("[").append(in_moreIds).append("] ");
+        length += part.size();
     }
-    m_pPrefix = strPrefix.empty() ? nullptr : std::make_shared<const std::string>(std::move(strPrefix));
-    m_leadingLength = leading;
+    std::string strText;
+    strText.reserve(length);
+    for (const std::string_view part : in_parts)
+    {
+        strText.append(part);
+    }
+    m_leadingLength = in_leadingLength;
+    if (strText.empty())
+    {
+        m_pPrefix = nullptr;
+        return;
+    }
+    if (s_pRecentPrefixes == nullptr && !s_bThreadEnds)
+    {
+        s_threadEnd.use();
+        s_pRecentPrefixes = new RecentPrefixes;
+    }
+    if (s_pRecentPrefixes == nullptr)
+    {
+        m_pPrefix = std::make_shared<const std::string>(std::move(strText));
+        return;
+    }
+    RecentPrefixes& recent = *s_pRecentPrefixes;
+    for (const auto& pText : recent.m_texts)
+    {
+        if (pText != nullptr && *pText == strText)
+        {
+            m_pPrefix = pText;
+            return;
+        }
+    }
+    m_pPrefix = std::make_shared<const std::string>(std::move(strText));
+    recent.m_texts[recent.m_oldest] = m_pPrefix;
+    recent.m_oldest = (recent.m_oldest + 1) % recent.m_texts.size();
 }
 
 void LoggingIdLogger::log(int in_iLevel,
@@ -307,14 +345,12 @@ void LoggingIdLogger::log(int in_iLevel,
 
 void CallLogger::callStart(std::string_view in_callId)
 {
-    m_strCallId = in_callId;
-    setLeadingId("call=" + m_strCallId);
+    setLeadingId(kCall, in_callId);
 }
 
 void CallLogger::callEnd()
 {
-    m_strCallId.clear();
-    setLeadingId({});
+    clearLeadingId();
 }
 
 void CallLogger::refreshLevel() const

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cstddef>
+#include <initializer_list>
 #include <memory>
 #include <sstream>
 #include <string>
@@ -91,10 +92,16 @@ public:
 
 protected:
     /// The identifier of the call, which stands before all others.
-    void setLeadingId(std::string_view in_id);
+    void setLeadingId(std::string_view in_name, std::string_view in_id);
+    void clearLeadingId();
+    std::string_view getLeadingId() const
+    {
+        // Between "[" and "] ".
+        return m_leadingLength == 0 ? std::string_view() : getPrefix().substr(1, m_leadingLength - 3);
+    }
 
 private:
-    void setPrefix(std::string_view in_leading, std::string_view in_ids, std::string_view in_moreIds = {});
+    void setPrefix(std::size_t in_leadingLength, std::initializer_list<std::string_view> in_parts);
     std::string_view getLeading() const { return getPrefix().substr(0, m_leadingLength); }
     std::string_view getIds() const { return getPrefix().substr(m_leadingLength); }
     std::string_view getPrefix() const
@@ -103,7 +110,7 @@ private:
     }
 
     Logger m_logger;
-    // The leading identifier, then the others. Shared between copies: each call has a dozen loggers.
+    // The leading identifier, then the others. Shared: each call has a dozen loggers.
     std::shared_ptr<const std::string> m_pPrefix;
     std::size_t m_leadingLength = 0;
 };
@@ -117,14 +124,17 @@ public:
 
     void callStart(std::string_view in_callId);
     void callEnd();
-    /// The identifier of the call that runs; empty when none does.
-    const std::string& getCallId() const { return m_strCallId; }
+    /// The identifier of the call that runs, empty when none does; valid until the next change.
+    std::string_view getCallId() const
+    {
+        return getLeadingId().substr(getLeadingId().empty() ? 0 : kCall.size());
+    }
     /// Takes the level in force for the logger's name from its chain again. Levels are shared by name and
     /// followed at once, so this only matters to a back end that was configured behind our back.
     void refreshLevel() const;
 
 private:
-    std::string m_strCallId;
+    static constexpr std::string_view kCall = "call=";
 };
 
 /// Base of the objects that log under their own logger.

@@ -12,7 +12,15 @@ bool Challenges::answer(const DsHandle<DsSipResponse>& in_hResponse,
                         const std::vector<DsSipCredential>& in_vCredentials)
 {
     const auto status = in_hResponse.isNil() ? 0 : in_hResponse->getStatusCode();
-    if ((status != 401 && status != 407) || in_vCredentials.empty() || ++m_uiAttempts > kMostAttempts)
+    if ((status != 401 && status != 407) || in_vCredentials.empty())
+    {
+        return false;
+    }
+    if (!m_pAnswered)
+    {
+        m_pAnswered = std::make_unique<Answered>();
+    }
+    if (++m_pAnswered->m_uiAttempts > kMostAttempts)
     {
         return false;
     }
@@ -21,15 +29,21 @@ bool Challenges::answer(const DsHandle<DsSipResponse>& in_hResponse,
     std::string headers;
     for (const auto& answer : answers)
     {
-        fresh = m_nonces.insert(answer.m_strRealm + '\n' + answer.m_strNonce).second || fresh;
+        fresh = m_pAnswered->m_nonces.insert(answer.m_strRealm + '\n' + answer.m_strNonce).second || fresh;
         headers += answer.m_strName + ": " + answer.m_strValue + "\r\n";
     }
     if (!fresh)
     {
         return false;  // these credentials were refused already
     }
-    m_strHeaders = headers;
+    m_pAnswered->m_strHeaders = headers;
     return true;
+}
+
+const std::string& Challenges::getHeaders() const
+{
+    static const std::string s_strNone;
+    return m_pAnswered ? m_pAnswered->m_strHeaders : s_strNone;
 }
 
 }  // namespace Quorvex

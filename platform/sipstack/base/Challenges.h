@@ -1,5 +1,6 @@
 #pragma once
 
+#include <memory>
 #include <set>
 #include <string>
 #include <vector>
@@ -24,15 +25,19 @@ public:
                 const std::vector<DsSipCredential>& in_vCredentials);
 
     /// "" or header lines, each with its line end.
-    const std::string& getHeaders() const { return m_strHeaders; }
+    const std::string& getHeaders() const;
 
 private:
     // A far end that makes a new nonce for every attempt would never be done with.
     static constexpr unsigned int kMostAttempts = 4;
 
-    std::set<std::string> m_nonces;
-    std::string m_strHeaders;
-    unsigned int m_uiAttempts = 0;
+    struct Answered
+    {
+        std::set<std::string> m_nonces;
+        std::string m_strHeaders;
+        unsigned int m_uiAttempts = 0;
+    };
+    std::unique_ptr<Answered> m_pAnswered;  // with the first challenge: few calls meet one
 };
 
 }  // namespace Quorvex

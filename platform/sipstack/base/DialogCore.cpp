@@ -26,15 +26,7 @@ DialogCore::DialogCore(SipAgent& in_agent, DialogOwner& in_owner)
     : m_agent(in_agent),
       m_pAgent(in_agent.weak_from_this()),
       m_pOwner(&in_owner),
-      m_session(
-          in_agent.thread(),
-          [this] { refreshSession(); },
-          [this]
-          {
-              const auto self = shared_from_this();
-              m_pOwner->onDialogSessionTimeOut(*this);
-              lose("the session was not refreshed in time");
-          })
+      m_session(in_agent.thread(), *this)
 {
     m_agent.dialogCreated();
 }
@@ -185,7 +177,7 @@ void DialogCore::end()
     m_hOurReinvite = DsHandle<DsSipInviteMessage>();
     m_bOurReinvitePending = false;
     m_vRequests.clear();
-    m_inviteAnswer = nullptr;
+    m_pInviteAnswer.reset();
     if (m_pLeg != nullptr)
     {
         nta_leg_destroy(m_pLeg);
@@ -351,6 +343,7 @@ void DialogCore::sendAck(const DsHandle<DsSipMessage>& in_hAck)
     su_home_deinit(home);
     // It stays in the base library to acknowledge further copies of the 2xx.
     nta_outgoing_destroy(ack);
+    std::string().swap(m_strAckBranch);
 }
 
 void DialogCore::lose(const char* in_szReason)
@@ -421,9 +414,9 @@ void DialogCore::postInviteResponse(const DsHandle<DsSipResponse>& in_hResponse)
     SipAgent::lock(m_pAgent)->post(
         [self = shared_from_this(), in_hResponse]
         {
-            if (self->m_inviteAnswer)
+            if (self->m_pInviteAnswer)
             {
-                const auto answer = self->m_inviteAnswer;
+                const auto answer = *self->m_pInviteAnswer;
                 answer(in_hResponse);
             }
         });
@@ -452,9 +445,9 @@ void DialogCore::setLogger(CallLogger* in_pLogger)
     }
 }
 
-void DialogCore::setInviteAnswer(std::function<void(const DsHandle<DsSipResponse>&)> in_function)
+void DialogCore::setInviteAnswer(InviteAnswer in_function)
 {
-    m_inviteAnswer = std::move(in_function);
+    m_pInviteAnswer = in_function ? std::make_unique<InviteAnswer>(std::move(in_function)) : nullptr;
 }
 
 }  // namespace Quorvex

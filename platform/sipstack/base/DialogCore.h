@@ -27,6 +27,7 @@ class SipAgent;
 /// base library.
 class DialogCore final : public LegHandler,
                          public IncomingHandler,
+                         private SessionTimer::Handler,
                          public std::enable_shared_from_this<DialogCore>
 {
 public:
@@ -112,7 +113,8 @@ public:
     void setLogger(CallLogger* in_pLogger);
 
     /// Set for a dialog that was offered in the place of another: takes the answer to its INVITE.
-    void setInviteAnswer(std::function<void(const DsHandle<DsSipResponse>&)> in_function);
+    using InviteAnswer = std::function<void(const DsHandle<DsSipResponse>&)>;
+    void setInviteAnswer(InviteAnswer in_function);
 
     int onLegRequest(nta_leg_t* in_pLeg, nta_incoming_t* in_pIrq, const sip_t* in_pSip) override;
 
@@ -132,7 +134,8 @@ private:
     void answerBye(const DsHandle<DsSipResponse>& in_hResponse);
     void answerReinvite(const DsHandle<DsSipResponse>& in_hResponse);
     void sendBye(const DsHandle<DsSipRequest>& in_hBye);
-    void refreshSession();
+    void onSessionRefreshDue() override;
+    void onSessionExpired() override;
     void forgetUnusedSdp();
     void lose(const char* in_szReason);
     void sendReinvite(const DsHandle<DsSipInviteMessage>& in_hInvite);
@@ -197,7 +200,7 @@ private:
     bool m_bUpdateAllowed = false;  // by the far end
     bool m_bRefreshing = false;     // our re-INVITE is the layer's, not the user's
 
-    std::function<void(const DsHandle<DsSipResponse>&)> m_inviteAnswer;
+    std::unique_ptr<InviteAnswer> m_pInviteAnswer;
     std::unique_ptr<CallLogger> m_pLogger;
 };
 

@@ -328,7 +328,14 @@ void DialogCore::rememberSdp(const DsHandle<DsSipMessage>& in_hMessage)
     }
 }
 
-void DialogCore::refreshSession()
+void DialogCore::onSessionExpired()
+{
+    const auto self = shared_from_this();
+    m_pOwner->onDialogSessionTimeOut(*this);
+    lose("the session was not refreshed in time");
+}
+
+void DialogCore::onSessionRefreshDue()
 {
     const auto self = shared_from_this();
     if (m_pOwner == nullptr || m_state != State::eConfirmed)

@@ -83,18 +83,27 @@ void SessionTimer::restart()
     {
         return;
     }
+    if (!m_pTimers)
+    {
+        m_pTimers = std::make_unique<Timers>();
+    }
     const std::uint64_t interval = 1000ULL * m_uiInterval;
     if (m_bOurs)
     {
-        m_refreshTimer.start(m_thread, interval / 2, m_onRefresh);
+        m_pTimers->m_refresh.start(m_thread, interval / 2, [this] { m_handler.onSessionRefreshDue(); });
     }
-    m_expiryTimer.start(m_thread, interval - std::min<std::uint64_t>(32000, interval / 3), m_onExpiry);
+    m_pTimers->m_expiry.start(m_thread,
+                              interval - std::min<std::uint64_t>(32000, interval / 3),
+                              [this] { m_handler.onSessionExpired(); });
 }
 
 void SessionTimer::stop()
 {
-    m_refreshTimer.stop();
-    m_expiryTimer.stop();
+    if (m_pTimers)
+    {
+        m_pTimers->m_refresh.stop();
+        m_pTimers->m_expiry.stop();
+    }
 }
 
 std::string SessionTimer::refreshHeaders() const

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <functional>
+#include <memory>
 #include <string>
 
 #include "sipstack/DsSipStack.h"
@@ -15,14 +15,20 @@ namespace Quorvex
 class SessionTimer
 {
 public:
-    /// @param in_onRefresh half of the interval has passed and the refresh is ours to send
-    /// @param in_onExpiry the session was not refreshed in time
-    SessionTimer(StackThread& in_thread,
-                 std::function<void()> in_onRefresh,
-                 std::function<void()> in_onExpiry)
-        : m_thread(in_thread), m_onRefresh(std::move(in_onRefresh)), m_onExpiry(std::move(in_onExpiry))
+    class Handler
     {
-    }
+    public:
+        /// Half of the interval has passed and the refresh is ours to send.
+        virtual void onSessionRefreshDue() = 0;
+        /// The session was not refreshed in time.
+        virtual void onSessionExpired() = 0;
+
+    protected:
+        ~Handler() = default;
+    };
+
+    /// The handler must outlive the timer.
+    SessionTimer(StackThread& in_thread, Handler& in_handler) : m_thread(in_thread), m_handler(in_handler) {}
 
     /// The header lines of our requests that may set a timer; "" when we ask for none.
     static std::string offer(const DsSipStackConfig& in_config, unsigned int in_uiInterval);
@@ -43,13 +49,17 @@ public:
     std::string refreshHeaders() const;
 
 private:
+    struct Timers
+    {
+        StackTimer m_refresh;
+        StackTimer m_expiry;
+    };
+
     StackThread& m_thread;
-    const std::function<void()> m_onRefresh;
-    const std::function<void()> m_onExpiry;
-    unsigned int m_uiInterval = 0;  // s; 0: no timer
-    bool m_bOurs = false;           // the refresh is
-    StackTimer m_refreshTimer;
-    StackTimer m_expiryTimer;
+    Handler& m_handler;
+    unsigned int m_uiInterval = 0;      // s; 0: no timer
+    bool m_bOurs = false;               // the refresh is
+    std::unique_ptr<Timers> m_pTimers;  // once there has been an interval
 };
 
 }  // namespace Quorvex

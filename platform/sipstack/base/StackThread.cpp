@@ -3,6 +3,7 @@
 #include <poll.h>
 
 #include <future>
+#include <utility>
 
 #include "infra/Logger.h"
 #include "infra/ThreadName.h"
@@ -35,18 +36,18 @@ int clearBell(su_root_magic_t*, su_wait_t*, su_wakeup_arg_t* in_pBell)
 void StackTimer::start(StackThread& in_thread, std::uint64_t in_ulMs, std::function<void()> in_function)
 {
     stop();
-    m_function = std::move(in_function);
     m_pThread = &in_thread;
     m_position =
-        in_thread.m_timers.emplace(StackThread::nowNs() + static_cast<std::int64_t>(in_ulMs) * 1000000, this);
+        in_thread.m_timers.emplace(StackThread::nowNs() + static_cast<std::int64_t>(in_ulMs) * 1000000,
+                                   Entry{this, std::move(in_function)});
 }
 
 void StackTimer::stop()
 {
     if (m_pThread != nullptr)
     {
-        m_pThread->m_timers.erase(m_position);
-        m_pThread = nullptr;
+        StackThread* const pThread = std::exchange(m_pThread, nullptr);
+        pThread->m_timers.erase(m_position);
     }
 }
 
@@ -243,11 +244,10 @@ void StackThread::runTimers()
     const std::int64_t now = nowNs();
     while (!m_timers.empty() && m_timers.begin()->first <= now)
     {
-        StackTimer* const timer = m_timers.begin()->second;
-        timer->stop();
         // The function may destroy the timer, or start it again.
-        const auto function = std::move(timer->m_function);
-        function();
+        const auto entry = m_timers.extract(m_timers.begin());
+        entry.mapped().m_pTimer->m_pThread = nullptr;
+        entry.mapped().m_function();
     }
 }
 

@@ -36,11 +36,16 @@ public:
 
 private:
     friend class StackThread;
-    using Queue = std::multimap<std::int64_t, StackTimer*>;
+    // Of a timer that runs. It stands in the queue: there are many timers, and few that run.
+    struct Entry
+    {
+        StackTimer* m_pTimer;
+        std::function<void()> m_function;
+    };
+    using Queue = std::multimap<std::int64_t, Entry>;
 
     StackThread* m_pThread = nullptr;  // null when not scheduled
     Queue::iterator m_position;
-    std::function<void()> m_function;
 };
 
 /// The thread that runs the SIP base library: its event loop, driven step by step so that it sleeps when
