@@ -347,7 +347,9 @@ void MediaThread::setClock(RtpEndpoint& in_endpoint, unsigned in_uiPeriodMs)
         {
             if (vMembers.empty())
             {
-                clock.m_i64Next = now();
+                // An endpoint is alone for a moment until its call's other party has started, too: no packet
+                // yet.
+                clock.m_i64Next = now() + in_uiPeriodMs * NS_PER_MS;
             }
             vMembers.push_back(&in_endpoint);
         }

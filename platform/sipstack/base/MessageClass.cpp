@@ -8,7 +8,6 @@
 #include "sipstack/DsSipText.h"
 #include "sipstack/base/OverloadRefusal.h"
 #include "sipstack/base/SofiaLog.h"
-#include "sipstack/base/StackThread.h"
 
 namespace Quorvex
 {
@@ -150,7 +149,6 @@ bool isAckToNoDialog(const sip_t* in_pSip)
 // Runs when the headers of a message are there, for a message in pieces more than once.
 issize_t extractBody(msg_t* in_pMsg, msg_pub_t* io_pPublic, char* io_szText, isize_t in_length, int in_iEnd)
 {
-    StackThread::countEvent();  // or the loop would rest after a message that no handler sees
     auto* const sip = reinterpret_cast<sip_t*>(io_pPublic);
     if (sip->sip_request != nullptr && sip->sip_request->rq_url->url_type == url_invalid)
     {

@@ -179,7 +179,6 @@ private:
 
     static void onAnswer(sres_context_t* in_pQuery, sres_query_t*, sres_record_t** in_pAnswers)
     {
-        StackThread::countEvent();
         auto* const query = static_cast<Query*>(in_pQuery);
         const auto self = query->m_pSearch->shared_from_this();
         self->take(query->m_uiType, query->m_strName, in_pAnswers);

@@ -23,6 +23,7 @@ namespace
 
 /// The time of day when it was first asked for, and what has passed since. The base library's timers go by
 /// the time of day: once the clock had been set back, nothing would be sent again and nothing would time out.
+/// In whole milliseconds: its loop sleeps for so many, and would not sleep at all through the rest of one.
 void steadyTime(su_time_t* io_pTime)
 {
     using namespace std::chrono;
@@ -33,9 +34,9 @@ void steadyTime(su_time_t* io_pTime)
     static const su_time_t s_begunAt = *io_pTime;
     static const auto s_begun = steady_clock::now();
     const auto passed = duration_cast<microseconds>(steady_clock::now() - s_begun);
-    const unsigned long ulUs = s_begunAt.tv_usec + static_cast<unsigned long>(passed.count());
-    io_pTime->tv_sec = s_begunAt.tv_sec + ulUs / 1000000;
-    io_pTime->tv_usec = ulUs % 1000000;
+    const unsigned long ulMs = (s_begunAt.tv_usec + static_cast<unsigned long>(passed.count())) / 1000;
+    io_pTime->tv_sec = s_begunAt.tv_sec + ulMs / 1000;
+    io_pTime->tv_usec = ulMs % 1000 * 1000;
 }
 [[maybe_unused]] const bool s_bTimeIsSteady = (_su_time = steadyTime, true);
 
@@ -45,7 +46,6 @@ StaticLogger s_logger("quorvex.sip.Stack");
 template <class Function>
 int guarded(Function in_function)
 {
-    StackThread::countEvent();
     try
     {
         return in_function();

@@ -1,7 +1,5 @@
 #include "sipstack/base/StackThread.h"
 
-#include <poll.h>
-
 #include <future>
 #include <utility>
 
@@ -17,17 +15,11 @@ namespace
 
 StaticLogger s_logger("quorvex.sip.Stack");
 
-thread_local std::uint64_t s_ulEvents = 0;
-
-// How long the loop rests when the base library's next timer is less than a millisecond away. Its own loop
-// would ask again and again; this costs at most as much delay.
-constexpr long kRestNs = 250000;
 constexpr std::size_t kMostKeptJobs = 1024;
 constexpr std::int64_t kForeverMs = 3600000;
 
 int clearBell(su_root_magic_t*, su_wait_t*, su_wakeup_arg_t* in_pBell)
 {
-    StackThread::countEvent();
     return reinterpret_cast<EventBell*>(in_pBell)->clear() ? 0 : -1;
 }
 
@@ -54,11 +46,6 @@ void StackTimer::stop()
 StackThread::~StackThread()
 {
     join();
-}
-
-void StackThread::countEvent()
-{
-    ++s_ulEvents;
 }
 
 std::int64_t StackThread::nowNs()
@@ -177,7 +164,7 @@ void StackThread::loop(su_root_t* in_pRoot)
     for (;;)
     {
         runTimers();
-        const bool worked = runJobs();
+        runJobs();
         {
             const std::lock_guard<std::mutex> lock(m_mutex);
             if (m_bEnd && m_vJobs.empty())
@@ -187,29 +174,16 @@ void StackThread::loop(su_root_t* in_pRoot)
             m_bAsleep.store(m_vJobs.empty());
         }
         Bell::Batch::ring();
-        const std::int64_t wait = m_bAsleep.load() ? msToNextTimer() : 0;
-        const std::uint64_t seen = s_ulEvents;
-        const su_duration_t next = su_root_step(in_pRoot, static_cast<su_duration_t>(wait));
-        const bool close = next <= 0 || (!m_timers.empty() && msToNextTimer() <= 0);
-        if (close && !worked && seen == s_ulEvents && m_bAsleep.load())
-        {
-            pollfd bell = {m_pBell->getDescriptor(), POLLIN, 0};
-            const timespec rest = {0, kRestNs};
-            ::ppoll(&bell, 1, &rest, nullptr);
-        }
+        su_root_step(in_pRoot, static_cast<su_duration_t>(m_bAsleep.load() ? msToNextTimer() : 0));
         m_bAsleep.store(false);
     }
 }
 
-bool StackThread::runJobs()
+void StackThread::runJobs()
 {
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
         m_vBatch.swap(m_vJobs);
-    }
-    if (m_vBatch.empty())
-    {
-        return false;
     }
     for (auto& job : m_vBatch)
     {
@@ -232,7 +206,6 @@ bool StackThread::runJobs()
     {
         m_vBatch.shrink_to_fit();
     }
-    return true;
 }
 
 void StackThread::runTimers()

@@ -73,16 +73,12 @@ public:
 
     bool isCurrent() const { return std::this_thread::get_id() == m_id.load(std::memory_order_relaxed); }
 
-    /// A callback of the base library ran: the loop has had work, and does not need its guard against
-    /// spinning.
-    static void countEvent();
-
 private:
     friend class StackTimer;
 
     void run(const std::function<bool(su_root_s*)>& in_init, const std::function<void()>& in_exit);
     void loop(su_root_s* in_pRoot);
-    bool runJobs();
+    void runJobs();
     void runTimers();
     std::int64_t msToNextTimer() const;
     static std::int64_t nowNs();
