@@ -1,7 +1,7 @@
 #pragma once
 
 #include <map>
-#include <optional>
+#include <memory>
 #include <string>
 #include <utility>
 
@@ -43,8 +43,9 @@ private:
     using Key = std::pair<std::string, unsigned int>;
     struct Entry
     {
-        std::optional<StreamStatistics> m_figures;
-        std::optional<CallRecord> m_record;
+        // What comes at the end only: a call that stands pays for two pointers.
+        std::unique_ptr<StreamStatistics> m_pFigures;
+        std::unique_ptr<CallRecord> m_pRecord;
         EngineLoop::TimerId m_timer = EngineLoop::kNoTimer;
     };
     using Entries = std::map<Key, Entry>;

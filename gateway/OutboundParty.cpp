@@ -39,7 +39,7 @@ OutboundParty::~OutboundParty() = default;
 void OutboundParty::place(std::vector<CallLegInfo> in_vLegs, unsigned int in_uiFirstLeg)
 {
     m_uiNextLeg = in_uiFirstLeg;
-    m_pending.assign(in_vLegs.begin(), in_vLegs.end());
+    m_pending.assign(in_vLegs.rbegin(), in_vLegs.rend());
     next();
 }
 
@@ -71,8 +71,8 @@ void OutboundParty::next()
     }
     else
     {
-        callInfo.addLeg(m_pending.front());
-        m_pending.pop_front();
+        callInfo.addLeg(m_pending.back());
+        m_pending.pop_back();
     }
     ++m_uiTried;
     Attempt& attempt =

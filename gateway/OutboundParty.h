@@ -2,7 +2,6 @@
 
 #include <chrono>
 #include <cstdint>
-#include <deque>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -120,7 +119,8 @@ private:
     const std::string m_strCallId;
     const std::string m_strRoute;
     CallLogger m_logger;
-    std::deque<CallLegInfo> m_pending;
+    // The next one stands last.
+    std::vector<CallLegInfo> m_pending;
     // Redirection: the targets offered last, least preferred first; those tried of them; the leg that they
     // come from.
     CallInfo m_targets;

@@ -1,10 +1,10 @@
 #pragma once
 
-#include <functional>
+#include <algorithm>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <utility>
+#include <vector>
 
 #include "infra/Assertion.h"
 #include "infra/CountedObjPtr.h"
@@ -12,6 +12,7 @@
 #include "infra/NamedState.h"
 #include "infra/RecursivityGuard.h"
 #include "infra/ScratchMember.h"
+#include "infra/SharedName.h"
 
 namespace Quorvex
 {
@@ -101,25 +102,14 @@ public:
     using StatePtr = CountedObjPtr<State>;
     using ObjectWithLogger<LoggerType>::getLogger;
 
-private:
-    struct NameHash
-    {
-        using is_transparent = void;
-        std::size_t operator()(std::string_view in_name) const
-        {
-            return std::hash<std::string_view>()(in_name);
-        }
-    };
-    using StateHash = std::unordered_map<std::string, StateRecord, NameHash, std::equal_to<>>;
-
-public:
-    using StateMachineConstIterator = typename StateHash::const_iterator;
+    /// The states in the order of their registration, by their names. A dozen states is what a machine has,
+    /// and each held call has several machines: a row takes the least room and is searched the fastest.
+    using StateRow = std::vector<std::pair<SharedName, StateRecord>>;
+    using StateMachineConstIterator = typename StateRow::const_iterator;
 
     StateMachine() : StateMachine(LoggerType("quorvex.StateMachine")) {}
     explicit StateMachine(const LoggerType& in_logger)
-        : ObjectWithLogger<LoggerType>(in_logger),
-          m_stateHash(kBucketHint),
-          m_currentStateIter(m_stateHash.end())
+        : ObjectWithLogger<LoggerType>(in_logger), m_currentStateIter(m_stateHash.end())
     {
     }
 
@@ -127,15 +117,15 @@ public:
     /// former initial state a normal one. There is no current state afterwards.
     virtual void setInitialStateName(const char* in_szName)
     {
-        m_currentStateIter = m_stateHash.find(std::string_view(m_strInitialStateName));
+        m_currentStateIter = findState(m_initialStateName.getText());
         if (m_currentStateIter != m_stateHash.end())
         {
             static_cast<void>(
                 QUORVEX_ASSERT(getLogger(), m_currentStateIter->second.m_stateType == INITIAL_STATE));
             m_currentStateIter->second.m_stateType = NORMAL_STATE;
         }
-        m_strInitialStateName = in_szName;
-        m_currentStateIter = m_stateHash.find(std::string_view(m_strInitialStateName));
+        m_initialStateName = SharedName(in_szName);
+        m_currentStateIter = findState(m_initialStateName.getText());
         if (m_currentStateIter != m_stateHash.end())
         {
             m_currentStateIter->second.m_stateType = INITIAL_STATE;
@@ -148,9 +138,18 @@ public:
     void setInitialState(const StatePtr& in_pState)
     {
         static_cast<void>(QUORVEX_ASSERT_TEXT(getLogger(),
-                                              m_strInitialStateName != getUndefStateName(),
+                                              m_initialStateName.getText() != getUndefStateName(),
                                               "m_strStateName != getUndefStateName()"));
-        m_stateHash.insert_or_assign(m_strInitialStateName, StateRecord{INITIAL_STATE, in_pState});
+        const StateRecord record{INITIAL_STATE, in_pState};
+        const auto iter = findState(m_initialStateName.getText());
+        if (iter != m_stateHash.end())
+        {
+            iter->second = record;
+        }
+        else
+        {
+            append(m_initialStateName, record);
+        }
         m_currentStateIter = m_stateHash.end();
     }
 
@@ -174,14 +173,14 @@ public:
         {
             return false;
         }
-        const auto iter = m_stateHash.find(strStateName);
+        const auto iter = findState(strStateName);
         if (iter == m_stateHash.end() || iter == m_currentStateIter)
         {
             return false;
         }
         const std::string strCurrentName(getCurrentStateName());
         m_stateHash.erase(iter);
-        m_currentStateIter = m_stateHash.find(strCurrentName);
+        m_currentStateIter = findState(strCurrentName);
         return true;
     }
 
@@ -199,7 +198,7 @@ public:
     /// is; the exit action of the state it was in is not run. False when there is no initial state.
     bool goToInitialState(const Event& in_event)
     {
-        m_currentStateIter = m_stateHash.find(std::string_view(m_strInitialStateName));
+        m_currentStateIter = findState(m_initialStateName.getText());
         if (!QUORVEX_ASSERT(getLogger(), m_currentStateIter != m_stateHash.end()))
         {
             return false;
@@ -212,7 +211,7 @@ public:
         {
             return false;
         }
-        QLOG_DEBUG(getLogger(), "--> " << m_strInitialStateName);
+        QLOG_DEBUG(getLogger(), "--> " << m_initialStateName.getText());
         return entryAction(in_event);
     }
 
@@ -246,12 +245,12 @@ public:
             {
                 return false;
             }
-            if (stateType == FINAL_STATE || m_strStateName == m_currentStateIter->first)
+            if (stateType == FINAL_STATE || m_strStateName == m_currentStateIter->first.getText())
             {
                 return true;
             }
-            QLOG_DEBUG(getLogger(), m_currentStateIter->first << " --> " << m_strStateName);
-            m_currentStateIter = m_stateHash.find(std::string_view(m_strStateName));
+            QLOG_DEBUG(getLogger(), m_currentStateIter->first.getText() << " --> " << m_strStateName);
+            m_currentStateIter = findState(m_strStateName);
             if (m_currentStateIter == m_stateHash.end())
             {
                 QLOG_ERROR(getLogger(), "unable to transition to " << m_strStateName);
@@ -264,7 +263,7 @@ public:
 
     const char* getCurrentStateName() const
     {
-        return hasCurrentState() ? m_currentStateIter->first.c_str() : getUndefStateName();
+        return hasCurrentState() ? m_currentStateIter->first.getText().c_str() : getUndefStateName();
     }
 
     bool isInFinalState() const
@@ -272,7 +271,7 @@ public:
         return hasCurrentState() && m_currentStateIter->second.m_stateType == FINAL_STATE;
     }
 
-    const char* getInitialStateName() const { return m_strInitialStateName.c_str(); }
+    const char* getInitialStateName() const { return m_initialStateName.getText().c_str(); }
 
     StateMachineConstIterator beginState() const { return m_stateHash.begin(); }
     StateMachineConstIterator endState() const { return m_stateHash.end(); }
@@ -292,22 +291,19 @@ protected:
             return false;
         }
         const std::string strCurrentName(getCurrentStateName());
-        m_stateHash.reserve(m_stateHash.size() + 1);
-        const auto insertionResult =
-            m_stateHash.try_emplace(strStateName, StateRecord{in_stateType, in_pState});
-        if (!insertionResult.second)
+        const bool bInserted = findState(strStateName) == m_stateHash.end();
+        if (!bInserted)
         {
             QLOG_ERROR(getLogger(), "Duplicate state name: " << strStateName);
-            // The table may have been rehashed all the same.
-            m_currentStateIter = m_stateHash.find(strCurrentName);
-            return QUORVEX_ASSERT(getLogger(), insertionResult.second);
+            return QUORVEX_ASSERT_TEXT(getLogger(), bInserted, "insertionResult.second");
         }
+        append(SharedName(strStateName), StateRecord{in_stateType, in_pState});
         if (strCurrentName == undefStateName())
         {
             m_currentStateIter = m_stateHash.end();
             return true;
         }
-        m_currentStateIter = m_stateHash.find(strCurrentName);
+        m_currentStateIter = findState(strCurrentName);
         return QUORVEX_ASSERT(getLogger(), m_currentStateIter != m_stateHash.end());
     }
 
@@ -331,12 +327,12 @@ protected:
             {
                 return false;
             }
-            if (m_strStateName == m_currentStateIter->first)
+            if (m_strStateName == m_currentStateIter->first.getText())
             {
                 return true;
             }
-            QLOG_DEBUG(getLogger(), m_currentStateIter->first << " --> " << m_strStateName);
-            m_currentStateIter = m_stateHash.find(std::string_view(m_strStateName));
+            QLOG_DEBUG(getLogger(), m_currentStateIter->first.getText() << " --> " << m_strStateName);
+            m_currentStateIter = findState(m_strStateName);
             if (!QUORVEX_ASSERT(getLogger(), m_currentStateIter != m_stateHash.end()))
             {
                 return false;
@@ -346,14 +342,25 @@ protected:
     }
 
 private:
-    // A dozen states is what a machine has.
-    static constexpr std::size_t kBucketHint = 16;
-
     static std::string_view undefStateName() { return getUndefStateName(); }
 
     bool hasCurrentState() const
     {
         return StateMachineConstIterator(m_currentStateIter) != m_stateHash.end();
+    }
+
+    typename StateRow::iterator findState(std::string_view in_name)
+    {
+        return std::find_if(m_stateHash.begin(),
+                            m_stateHash.end(),
+                            [in_name](const auto& in_entry) { return in_entry.first.getText() == in_name; });
+    }
+
+    // Without spare room: machines are made once and used for one call after another.
+    void append(const SharedName& in_name, const StateRecord& in_record)
+    {
+        m_stateHash.reserve(m_stateHash.size() + 1);
+        m_stateHash.emplace_back(in_name, in_record);
     }
 
     // After an action: a name left undefined means staying. False when the action took the table away under
@@ -368,8 +375,8 @@ private:
         {
             QLOG_WARN(getLogger(),
                       "Software error ? Looks like you are not setting the out state name in "
-                          << m_currentStateIter->first << in_szAction << ". Ignoring event");
-            m_strStateName = m_currentStateIter->first;
+                          << m_currentStateIter->first.getText() << in_szAction << ". Ignoring event");
+            m_strStateName = m_currentStateIter->first.getText();
         }
         return true;
     }
@@ -377,9 +384,10 @@ private:
     // The out state name of the action that runs: kept, so that no event allocates.
     std::string m_strStateName = getUndefStateName();
     bool m_bStateNameInUse = false;
-    std::string m_strInitialStateName;
-    StateHash m_stateHash;
-    typename StateHash::iterator m_currentStateIter;
+    SharedName m_initialStateName{""};
+    // A row (see StateRow); the name is known from the reports of assertions.
+    StateRow m_stateHash;
+    typename StateRow::iterator m_currentStateIter;
 };
 
 }  // namespace Quorvex

@@ -31,6 +31,17 @@ struct OwningCountedBlock final : CountedBlock<RC>
     U* m_pObject;
 };
 
+/// A count in one block with its object.
+template <class U, class RC>
+struct HoldingCountedBlock final : CountedBlock<RC>
+{
+    template <class... Args>
+    explicit HoldingCountedBlock(Args&&... in_args) : m_object(std::forward<Args>(in_args)...)
+    {
+    }
+    U m_object;
+};
+
 /// A count that keeps something else (the owner of the object) alive.
 template <class Owner, class RC>
 struct KeepingCountedBlock final : CountedBlock<RC>
@@ -141,6 +152,18 @@ public:
             other.acquire();
         }
         return other;
+    }
+
+    /// A new object of class U, built from those arguments in one block with its count: for small objects of
+    /// which there are many.
+    template <class U, class... Args>
+    static CountedObjPtr make(Args&&... in_args)
+    {
+        auto* const pBlock = new HoldingCountedBlock<U, RC>(std::forward<Args>(in_args)...);
+        CountedObjPtr pointer;
+        pointer.m_pCount = pBlock;
+        pointer.m_p = &pBlock->m_object;
+        return pointer;
     }
 
     /// A pointer to an object that `in_owner` keeps alive: the owner is held until the last such pointer is

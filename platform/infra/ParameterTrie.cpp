@@ -1,5 +1,7 @@
 #include "infra/ParameterTrie.h"
 
+#include <algorithm>
+#include <memory>
 #include <ostream>
 
 namespace Quorvex
@@ -17,23 +19,38 @@ std::string_view takePart(std::string_view& io_key)
     return part;
 }
 
+// A call leg has two or three dozen nodes.
+constexpr std::size_t kSpareNodes = 8;
+
 }  // namespace
 
-ParameterTrieNode::ParameterTrieNode(std::string in_strFullName)
-    // The part behind the last dot; npos, when there is none, becomes 0.
-    : m_strFullName(std::move(in_strFullName)), m_namePos(m_strFullName.rfind('.') + 1)
+std::size_t ParameterTrieNode::Children::size() const
 {
+    std::size_t count = 0;
+    for (Iterator child = begin(); child != end(); ++child)
+    {
+        ++count;
+    }
+    return count;
 }
 
-ParameterTrieNode::~ParameterTrieNode() = default;
+const ParameterTrieNode* ParameterTrieNode::Children::operator[](std::size_t in_index) const
+{
+    Iterator child = begin();
+    while (in_index-- > 0)
+    {
+        ++child;
+    }
+    return *child;
+}
 
 const ParameterTrieNode* ParameterTrieNode::getChild(std::string_view in_name) const
 {
-    for (const auto& pChild : m_vChildren)
+    for (const ParameterTrieNode* pChild : getChildren())
     {
         if (pChild->getName() == in_name)
         {
-            return pChild.get();
+            return pChild;
         }
     }
     return nullptr;
@@ -49,46 +66,65 @@ const ParameterTrieNode* ParameterTrieNode::find(std::string_view in_key) const
     return pNode;
 }
 
-std::unique_ptr<ParameterTrieNode> ParameterTrieNode::clone() const
-{
-    auto pClone = std::make_unique<ParameterTrieNode>(m_strFullName);
-    pClone->m_value = m_value;
-    pClone->m_vChildren.reserve(m_vChildren.size());
-    for (const auto& pChild : m_vChildren)
-    {
-        pClone->m_vChildren.push_back(pChild->clone());
-    }
-    return pClone;
-}
-
 const ParameterTrieNode& ParameterTrie::root() const
 {
-    static const ParameterTrieNode s_nothing("");
-    return m_pRoot.isNull() ? s_nothing : *m_pRoot;
+    static const ParameterTrieNode s_nothing{SharedName("")};
+    return m_pNodes.isNull() ? s_nothing : m_pNodes->front();
 }
 
 ParameterTrieNode& ParameterTrie::obtain(std::string_view in_key)
 {
-    if (!m_pRoot.unique())
+    if (!m_pNodes.unique())
     {
-        m_pRoot = root().clone();
+        auto pNodes = std::make_unique<std::vector<ParameterTrieNode>>();
+        pNodes->reserve((m_pNodes.isNull() ? 1 : m_pNodes->size()) + kSpareNodes);
+        if (m_pNodes.isNull())
+        {
+            pNodes->emplace_back(SharedName(""));
+        }
+        else
+        {
+            pNodes->assign(m_pNodes->begin(), m_pNodes->end());
+        }
+        m_pNodes = std::move(pNodes);
     }
-    ParameterTrieNode* pNode = m_pRoot.get();
-    while (!in_key.empty())
+    std::vector<ParameterTrieNode>& nodes = *m_pNodes;
+    std::size_t index = 0;
+    for (std::string_view rest = in_key; !rest.empty();)
     {
-        const std::string_view part = takePart(in_key);
-        // The node is ours, so is its child: only the look-up is const.
-        auto* pChild = const_cast<ParameterTrieNode*>(pNode->getChild(part));
+        const std::string_view part = takePart(rest);
+        const ParameterTrieNode* pChild = nodes[index].getChild(part);
         if (pChild == nullptr)
         {
-            std::string fullName = pNode->m_strFullName;
-            fullName.append(fullName.empty() ? "" : ".").append(part);
-            pChild = pNode->m_vChildren.emplace_back(std::make_unique<ParameterTrieNode>(std::move(fullName)))
-                         .get();
+            index = insert(index, in_key.substr(0, static_cast<std::size_t>(part.end() - in_key.begin())));
         }
-        pNode = pChild;
+        else
+        {
+            index = static_cast<std::size_t>(pChild - nodes.data());
+        }
     }
-    return *pNode;
+    return nodes[index];
+}
+
+// Puts a node below the one at a place, behind its other children; returns its place.
+std::size_t ParameterTrie::insert(std::size_t in_parent, std::string_view in_fullName)
+{
+    std::vector<ParameterTrieNode>& nodes = *m_pNodes;
+    const std::size_t place = in_parent + 1 + nodes[in_parent].m_uiDescendants;
+    if (nodes.size() == nodes.capacity())
+    {
+        nodes.reserve(nodes.size() + std::max(kSpareNodes, nodes.size() / 4));
+    }
+    for (std::size_t i = 0; i <= in_parent; ++i)
+    {
+        // Those that have the parent below them, and itself.
+        if (i + nodes[i].m_uiDescendants >= in_parent)
+        {
+            ++nodes[i].m_uiDescendants;
+        }
+    }
+    nodes.emplace(nodes.begin() + static_cast<std::ptrdiff_t>(place), SharedName(in_fullName));
+    return place;
 }
 
 void ParameterTrie::set(std::string_view in_key, ParameterValue in_value)

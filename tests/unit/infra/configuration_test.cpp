@@ -1,5 +1,9 @@
 #include <gtest/gtest.h>
 
+#include <string>
+#include <thread>
+#include <vector>
+
 #include "infra/ParameterTrie.h"
 #include "infra/TomlConfiguration.h"
 
@@ -85,6 +89,46 @@ TEST(TomlConfigurationTest, ErrorsAreOneLineWithPlace)
     EXPECT_EQ(error, "/nonexistent/file.toml: cannot be read: No such file or directory");
     EXPECT_TRUE(TomlConfiguration::load("/", error).isNull());
     EXPECT_NE(error.find("directory"), std::string::npos);
+}
+
+TEST(ParameterTrieTest, KeysBeyondTheSharedOnesAndChangesInTheMiddleKeepTheTree)
+{
+    // More different keys than are shared, from several threads at a time; each tree has its own order.
+    constexpr int kKeys = 1500;
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t)
+    {
+        threads.emplace_back(
+            [t]
+            {
+                ParameterTrie trie;
+                for (int i = 0; i < kKeys; ++i)
+                {
+                    const std::string strGroup = std::to_string((i + t) % 7);
+                    trie.set("keys." + strGroup + ".name" + std::to_string((i + 100 * t) % kKeys), i);
+                }
+                const ParameterTrie copy(trie);
+                trie.set("keys.3." + std::string(100, 'x') + ".y", true);
+                trie.set("other", 1);
+                EXPECT_EQ(copy.find("other"), nullptr);
+                EXPECT_EQ(trie.find("")->getChildren().size(), 2U);
+                std::size_t count = 0;
+                for (const ParameterTrieNode* pGroup : trie.find("keys")->getChildren())
+                {
+                    for (const ParameterTrieNode* pNode : pGroup->getChildren())
+                    {
+                        ++count;
+                        EXPECT_EQ(trie.find(pNode->getFullName()), pNode);
+                        EXPECT_TRUE(pNode->getFullName().starts_with(pGroup->getFullName() + "."));
+                    }
+                }
+                EXPECT_EQ(count, kKeys + 1U);
+            });
+    }
+    for (std::thread& thread : threads)
+    {
+        thread.join();
+    }
 }
 
 TEST(ParameterTrieTest, NodesKeepValuesChildrenAndOrder)

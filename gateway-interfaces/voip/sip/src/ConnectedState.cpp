@@ -23,11 +23,11 @@ Connected<CallIfPtr, CallType, Machine>::Connected(ObjectWithLogger<CallLogger>&
     using StatePtr = typename VoipStateMachine<CallIfPtr>::StatePtr;
     auto& machine = this->m_stateMachine;
     machine.setInitialStateName("CONNECTED::iInitial");
-    machine.setInitialState(StatePtr(new iInitial(*this, machine)));
-    machine.addState("CONNECTED::iConnected", StatePtr(new iConnected(*this, machine)));
-    machine.addState("CONNECTED::iMediaSetup", StatePtr(new iMediaSetup(*this, machine)));
-    machine.addState("CONNECTED::iTransfering", StatePtr(new iTransfering(*this, machine)));
-    machine.addState("CONNECTED::iTransfered", StatePtr(new iTransfered(*this, machine)));
+    machine.setInitialState(StatePtr::template make<iInitial>(*this, machine));
+    machine.addState("CONNECTED::iConnected", StatePtr::template make<iConnected>(*this, machine));
+    machine.addState("CONNECTED::iMediaSetup", StatePtr::template make<iMediaSetup>(*this, machine));
+    machine.addState("CONNECTED::iTransfering", StatePtr::template make<iTransfering>(*this, machine));
+    machine.addState("CONNECTED::iTransfered", StatePtr::template make<iTransfered>(*this, machine));
     machine.addFinalState("DISCONNECTING");
     machine.addFinalState("IDLE");
 }

@@ -25,16 +25,16 @@ InStateMachine::InStateMachine()
     using InDisconnecting = Disconnecting<CallIfPtr, CallType>;
     using InConnected = Connected<CallIfPtr, CallType, InStateMachine>;
     setInitialStateName("INITIAL");
-    setInitialState(StatePtr(new InInitial(*this)));
-    addState("INVITING_OUT", StatePtr(new InvitingOut(*this)));
-    addState("ACCEPTING", StatePtr(new Accepting(*this)));
-    addState("ANSWERING", StatePtr(new Answering(*this)));
-    addState("CONNECTED", StatePtr(new InConnected(*this, this)));
-    addState("DISCONNECTING", StatePtr(new InDisconnecting(*this, this)));
-    addState("DISCONNECTING PENDING CONNECTION", StatePtr(new DisconnectingPendingConnection(*this)));
-    addState("PROGRESSING_WITH_SDP_OFFER", StatePtr(new ProgressingWithSDPOffer(*this)));
-    addState("EARLY_DIALOG", StatePtr(new InEarlyDialog(*this)));
-    addFinalState("IDLE", StatePtr(new Idle<CallIfPtr>(*this, this)));
+    setInitialState(StatePtr::make<InInitial>(*this));
+    addState("INVITING_OUT", StatePtr::make<InvitingOut>(*this));
+    addState("ACCEPTING", StatePtr::make<Accepting>(*this));
+    addState("ANSWERING", StatePtr::make<Answering>(*this));
+    addState("CONNECTED", StatePtr::make<InConnected>(*this, this));
+    addState("DISCONNECTING", StatePtr::make<InDisconnecting>(*this, this));
+    addState("DISCONNECTING PENDING CONNECTION", StatePtr::make<DisconnectingPendingConnection>(*this));
+    addState("PROGRESSING_WITH_SDP_OFFER", StatePtr::make<ProgressingWithSDPOffer>(*this));
+    addState("EARLY_DIALOG", StatePtr::make<InEarlyDialog>(*this));
+    addFinalState("IDLE", StatePtr::make<Idle<CallIfPtr>>(*this, this));
 }
 
 InStateMachine::~InStateMachine() = default;

@@ -48,14 +48,14 @@ OutStateMachine::OutStateMachine()
     using OutDisconnecting = Disconnecting<CallIfPtr, CallType>;
     using OutConnected = Connected<CallIfPtr, CallType, OutStateMachine>;
     setInitialStateName("INITIAL");
-    setInitialState(StatePtr(new InitialState(*this)));
-    addState("INVITING", StatePtr(new InvitingState(*this)));
-    addState("REMOTE_RINGING", StatePtr(new RemoteRinging(*this)));
-    addState("WAIT_FOR_CPA_RESULT", StatePtr(new WaitForCPAResult(*this)));
-    addState("CANCEL", StatePtr(new CancelState(*this)));
-    addState("CONNECTED", StatePtr(new OutConnected(*this, this)));
-    addState("DISCONNECTING", StatePtr(new OutDisconnecting(*this, this)));
-    addFinalState("IDLE", StatePtr(new Idle<CallIfPtr>(*this, this)));
+    setInitialState(StatePtr::make<InitialState>(*this));
+    addState("INVITING", StatePtr::make<InvitingState>(*this));
+    addState("REMOTE_RINGING", StatePtr::make<RemoteRinging>(*this));
+    addState("WAIT_FOR_CPA_RESULT", StatePtr::make<WaitForCPAResult>(*this));
+    addState("CANCEL", StatePtr::make<CancelState>(*this));
+    addState("CONNECTED", StatePtr::make<OutConnected>(*this, this));
+    addState("DISCONNECTING", StatePtr::make<OutDisconnecting>(*this, this));
+    addFinalState("IDLE", StatePtr::make<Idle<CallIfPtr>>(*this, this));
 }
 
 OutStateMachine::~OutStateMachine() = default;
