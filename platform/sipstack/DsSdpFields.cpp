@@ -1,5 +1,6 @@
 #include "sipstack/DsSdpFields.h"
 
+#include <algorithm>
 #include <charconv>
 #include <optional>
 
@@ -11,31 +12,33 @@ namespace Quorvex
 namespace
 {
 
-constexpr std::string_view kBlanks = " \t";
+constexpr bool isBlank(char in_char)
+{
+    return in_char == ' ' || in_char == '\t';
+}
 
 /// Takes the next word off the text; empty at its end.
 std::string_view takeWord(std::string_view& io_text)
 {
-    const auto begin = io_text.find_first_not_of(kBlanks);
-    if (begin == std::string_view::npos)
-    {
-        io_text = {};
-        return {};
-    }
-    io_text.remove_prefix(begin);
-    const auto word = io_text.substr(0, io_text.find_first_of(kBlanks));
-    io_text.remove_prefix(word.size());
+    const auto* const pBegin = std::find_if_not(io_text.begin(), io_text.end(), isBlank);
+    const auto* const pEnd = std::find_if(pBegin, io_text.end(), isBlank);
+    const auto word = io_text.substr(static_cast<std::size_t>(pBegin - io_text.begin()),
+                                     static_cast<std::size_t>(pEnd - pBegin));
+    io_text.remove_prefix(static_cast<std::size_t>(pEnd - io_text.begin()));
     return word;
 }
 
 std::string_view trim(std::string_view in_text)
 {
-    const auto begin = in_text.find_first_not_of(kBlanks);
-    if (begin == std::string_view::npos)
+    while (!in_text.empty() && isBlank(in_text.front()))
     {
-        return {};
+        in_text.remove_prefix(1);
     }
-    return in_text.substr(begin, in_text.find_last_not_of(kBlanks) - begin + 1);
+    while (!in_text.empty() && isBlank(in_text.back()))
+    {
+        in_text.remove_suffix(1);
+    }
+    return in_text;
 }
 
 /// What is quoted from a peer in an error is cut to a length that a log can bear.

@@ -82,7 +82,7 @@ DsHandle<DsSdpMsg> DsSdpMsg::parse(std::string_view in_text)
         {
             continue;
         }
-        if (line.find_first_of(std::string_view("\0\r", 2)) != std::string_view::npos)
+        if (line.find('\0') != std::string_view::npos || line.find('\r') != std::string_view::npos)
         {
             refuseLine(uiLine, "a NUL or a bare CR in it");
         }

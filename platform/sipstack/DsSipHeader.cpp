@@ -79,11 +79,17 @@ constexpr std::array kEntries = {
 
 const Entry* findEntry(std::string_view in_name)
 {
+    if (in_name.empty())
+    {
+        return nullptr;
+    }
+    const int iFirst = in_name.front() | 0x20;
     for (const Entry& entry : kEntries)
     {
         if (in_name.size() == 1
-                ? entry.m_compact != '\0' && entry.m_compact == (in_name.front() | 0x20)
-                : entry.m_name.size() == in_name.size() && SipText::equalsIgnoreCase(entry.m_name, in_name))
+                ? entry.m_compact == iFirst
+                : entry.m_name.size() == in_name.size() && (entry.m_name.front() | 0x20) == iFirst &&
+                      SipText::equalsIgnoreCase(entry.m_name, in_name))
         {
             return &entry;
         }

@@ -22,6 +22,9 @@ bool isValueList(int in_iID)
            in_iID == DsSipHeaderID::eROUTE || in_iID == DsSipHeaderID::eRECORD_ROUTE;
 }
 
+// As many headers a message has, as a rule, besides those that it copies.
+constexpr std::size_t kOwnLines = 6;
+
 // A value that cannot end its line.
 std::string oneLine(std::string_view in_value)
 {
@@ -77,16 +80,25 @@ bool DsSipMessage::isModified(const Line& in_line)
 
 std::string DsSipMessage::valueOf(const Line& in_line) const
 {
+    std::string value;
+    appendValue(value, in_line);
+    return value;
+}
+
+void DsSipMessage::appendValue(std::string& io_strText, const Line& in_line) const
+{
     if (!isModified(in_line))
     {
-        return SipText::unfold(rawValueOf(in_line));
+        const std::string_view value = rawValueOf(in_line);
+        SipText::isFolded(value) ? io_strText.append(SipText::unfold(value)) : io_strText.append(value);
+        return;
     }
-    std::string value;
+    const char* separator = "";
     for (const DsHandle<DsSipHeader>& header : in_line.m_vTyped)
     {
-        value.append(value.empty() ? "" : ", ").append(header->getValueText());
+        io_strText.append(separator).append(header->getValueText());
+        separator = ", ";
     }
-    return value;
 }
 
 bool DsSipMessage::hasName(const Line& in_line, int in_iID, std::string_view in_name) const
@@ -199,6 +211,21 @@ DsSipMessage::HeaderLine DsSipMessage::getHeaderAt(std::size_t in_index) const
     const std::lock_guard<std::mutex> lock(m_mutex);
     const Line& line = m_vLines.at(in_index);
     return {line.m_iID, nameOf(line), valueOf(line)};
+}
+
+void DsSipMessage::appendHeaders(std::string& io_strText,
+                                 const std::function<bool(int in_iID)>& in_isWanted) const
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    for (const Line& line : m_vLines)
+    {
+        if (in_isWanted(line.m_iID))
+        {
+            io_strText.append(nameOf(line)).append(": ");
+            appendValue(io_strText, line);
+            io_strText.append("\r\n");
+        }
+    }
 }
 
 DsHandle<DsSipHeader> DsSipMessage::getHeaderByID(int in_iID) const
@@ -318,17 +345,31 @@ void DsSipMessage::updateHeader(const DsSipHeader& in_header)
     addHeader(name, value);
 }
 
-void DsSipMessage::copyHeaders(const DsSipMessage& in_other, int in_iID)
+void DsSipMessage::copyHeaders(const DsSipMessage& in_other, std::initializer_list<int> in_ids)
 {
-    forgetTyped(in_iID);
     const std::lock_guard<std::mutex> lock(in_other.m_mutex);
-    for (const Line& line : in_other.m_vLines)
+    m_vLines.reserve(m_vLines.size() + in_ids.size() + kOwnLines);
+    m_strHeaders.reserve(m_strHeaders.size() + in_other.m_strHeaders.size() / 2);
+    for (const int iID : in_ids)
     {
-        if (line.m_iID == in_iID)
+        forgetTyped(iID);
+        for (const Line& line : in_other.m_vLines)
         {
+            if (line.m_iID != iID)
+            {
+                continue;
+            }
             Line copy;
-            copy.m_iID = in_iID;
-            store(copy, in_other.nameOf(line), in_other.valueOf(line));
+            copy.m_iID = iID;
+            const std::string_view value = in_other.rawValueOf(line);
+            if (isModified(line) || SipText::isFolded(value))
+            {
+                store(copy, in_other.nameOf(line), in_other.valueOf(line));
+            }
+            else
+            {
+                store(copy, in_other.nameOf(line), value);
+            }
             m_vLines.push_back(std::move(copy));
         }
     }

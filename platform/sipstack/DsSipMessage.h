@@ -2,6 +2,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
+#include <initializer_list>
 #include <iosfwd>
 #include <mutex>
 #include <string>
@@ -56,6 +58,8 @@ public:
     std::size_t getNumHeaders() const { return m_vLines.size(); }
     /// The line at a place below getNumHeaders(), in message order.
     HeaderLine getHeaderAt(std::size_t in_index) const;
+    /// Appends the header lines that are wanted, in message order, each with its line end and without folds.
+    void appendHeaders(std::string& io_strText, const std::function<bool(int in_iID)>& in_isWanted) const;
 
     /// The first header of an identifier (DsSipHeaderID), nil when absent; getNext() leads to the others. A
     /// known header whose value cannot be read comes as a DsSipUnknownHeader that holds the reason.
@@ -151,8 +155,9 @@ protected:
     DsSipMessage() = default;
     DsSipMessage(const DsSipMessage& in_other);
 
-    /// Appends every line of an identifier as it stands in the other message.
-    void copyHeaders(const DsSipMessage& in_other, int in_iID);
+    /// Appends every line of each identifier, one identifier after the other, as it stands in the other
+    /// message.
+    void copyHeaders(const DsSipMessage& in_other, std::initializer_list<int> in_ids);
 
 private:
     friend class DsSipMessageBuilder;
@@ -171,6 +176,7 @@ private:
     std::string_view rawValueOf(const Line& in_line) const;
     static bool isModified(const Line& in_line);
     std::string valueOf(const Line& in_line) const;
+    void appendValue(std::string& io_strText, const Line& in_line) const;
     bool hasName(const Line& in_line, int in_iID, std::string_view in_name) const;
     void store(Line& out_line, std::string_view in_name, std::string_view in_value);
     void insertLine(int in_iID, std::string_view in_name, std::string_view in_value);

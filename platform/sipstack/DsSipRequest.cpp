@@ -116,9 +116,7 @@ DsSipAckMessage::DsSipAckMessage(const DsHandle<DsSipResponse>& in_hResponse,
         throw DsException("a response with To and CSeq was expected for an ACK");
     }
     setRequestURI(contact.isNil() ? to->getURIText() : contact->getURIText());
-    copyHeaders(*in_hResponse, DsSipHeaderID::eFROM);
-    copyHeaders(*in_hResponse, DsSipHeaderID::eTO);
-    copyHeaders(*in_hResponse, DsSipHeaderID::eCALL_ID);
+    copyHeaders(*in_hResponse, {DsSipHeaderID::eFROM, DsSipHeaderID::eTO, DsSipHeaderID::eCALL_ID});
     addHeader(DsSipCSeqHeader(cseq->getNumber(), kMethod));
     if (!in_body.empty())
     {

@@ -134,18 +134,18 @@ DsSipResponse::DsSipResponse(unsigned int in_uiStatusCode,
     {
         throw DsException("the request that a response answers was expected, found nil");
     }
-    copyHeaders(*in_hRequest, DsSipHeaderID::eVIA);
-    if (in_uiStatusCode > 100 && in_uiStatusCode < 300)
-    {
-        copyHeaders(*in_hRequest, DsSipHeaderID::eRECORD_ROUTE);
-    }
-    copyHeaders(*in_hRequest, DsSipHeaderID::eFROM);
-    copyHeaders(*in_hRequest, DsSipHeaderID::eTO);
-    copyHeaders(*in_hRequest, DsSipHeaderID::eCALL_ID);
-    copyHeaders(*in_hRequest, DsSipHeaderID::eCSEQ);
+    using namespace DsSipHeaderID;
     if (in_uiStatusCode == 100)
     {
-        copyHeaders(*in_hRequest, DsSipHeaderID::eTIMESTAMP);
+        copyHeaders(*in_hRequest, {eVIA, eFROM, eTO, eCALL_ID, eCSEQ, eTIMESTAMP});
+    }
+    else if (in_uiStatusCode < 300)
+    {
+        copyHeaders(*in_hRequest, {eVIA, eRECORD_ROUTE, eFROM, eTO, eCALL_ID, eCSEQ});
+    }
+    else
+    {
+        copyHeaders(*in_hRequest, {eVIA, eFROM, eTO, eCALL_ID, eCSEQ});
     }
     if (!in_body.empty())
     {

@@ -62,10 +62,15 @@ std::string_view trim(std::string_view in_text)
     return in_text;
 }
 
+bool isFolded(std::string_view in_text)
+{
+    // Two searches that the processor does in wide steps.
+    return in_text.find('\r') != std::string_view::npos || in_text.find('\n') != std::string_view::npos;
+}
+
 std::string unfold(std::string_view in_text)
 {
-    // Nearly every text: two searches that the processor does in wide steps.
-    if (in_text.find('\r') == std::string_view::npos && in_text.find('\n') == std::string_view::npos)
+    if (!isFolded(in_text))
     {
         return std::string(in_text);
     }

@@ -17,6 +17,8 @@ std::string toLower(std::string_view in_text);
 std::string_view trim(std::string_view in_text);
 /// Line folds become single blanks.
 std::string unfold(std::string_view in_text);
+/// Whether unfold() would change the text.
+bool isFolded(std::string_view in_text);
 
 /// A token: not empty, and only of the characters that may stand in one.
 bool isToken(std::string_view in_text);

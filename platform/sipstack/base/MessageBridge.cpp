@@ -124,7 +124,7 @@ std::string_view requestUri(const sip_header_t* in_pFirst)
     }
     std::string_view line(static_cast<const char*>(in_pFirst->sh_data), in_pFirst->sh_len);
     line.remove_prefix(std::min(line.find_first_not_of("\r\n \t"), line.size()));
-    line = line.substr(0, line.find_first_of("\r\n"));
+    line = line.substr(0, std::min(line.find('\r'), line.find('\n')));
     const std::size_t begin = line.find(' ');
     const std::size_t end = line.rfind(' ');
     if (begin == std::string_view::npos || end <= begin)
@@ -146,20 +146,16 @@ OutgoingParts::OutgoingParts(su_home_t* in_pHome,
     : m_strHeaders(in_strExtra)
 {
     bool contact = in_strContact.empty();
+    m_strHeaders.reserve(512);
     if (!in_hMessage.isNil())
     {
-        const std::size_t count = in_hMessage->getNumHeaders();
-        for (std::size_t i = 0; i < count; ++i)
-        {
-            const DsSipMessage::HeaderLine line = in_hMessage->getHeaderAt(i);
-            contact = contact || line.m_iID == DsSipHeaderID::eCONTACT;
-            if (isOwnedByStack(line.m_iID) ||
-                (line.m_iID == DsSipHeaderID::eROUTE && in_routes == Routes::eSkip))
-            {
-                continue;
-            }
-            m_strHeaders.append(line.m_name).append(": ").append(line.m_strValue).append("\r\n");
-        }
+        in_hMessage->appendHeaders(m_strHeaders,
+                                   [&](int in_iID)
+                                   {
+                                       contact = contact || in_iID == DsSipHeaderID::eCONTACT;
+                                       return !isOwnedByStack(in_iID) &&
+                                              (in_iID != DsSipHeaderID::eROUTE || in_routes != Routes::eSkip);
+                                   });
         const std::string& body = in_hMessage->getBody();
         if (!body.empty())
         {

@@ -469,26 +469,28 @@ DsHandle<DsSipDateHeader> SipLeg::createDateHeader()
     static constexpr std::array<const char*, 12> kMonths = {
         "Jan", "Feb", "Mar", "Apr", "May", "Jun", "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
     const std::time_t now = std::time(nullptr);
-    std::tm utc{};
-#ifdef _WIN32
-    ::gmtime_s(&utc, &now);
-#else
-    ::gmtime_r(&now, &utc);
-#endif
-    std::array<char, 1024> szDate{};
-    std::snprintf(szDate.data(),
-                  szDate.size(),
-                  "%s, %02d %s %04d %02d:%02d:%02d GMT",
-                  kDays.at(static_cast<std::size_t>(utc.tm_wday)),
-                  utc.tm_mday,
-                  kMonths.at(static_cast<std::size_t>(utc.tm_mon)),
-                  utc.tm_year + 1900,
-                  utc.tm_hour,
-                  utc.tm_min,
-                  utc.tm_sec);
+    // A busy gateway asks many times in a second.
+    static thread_local std::time_t s_writtenAt = -1;
+    static thread_local std::array<char, 64> s_szDate{};
+    if (now != s_writtenAt)
+    {
+        std::tm utc{};
+        ::gmtime_r(&now, &utc);
+        std::snprintf(s_szDate.data(),
+                      s_szDate.size(),
+                      "%s, %02d %s %04d %02d:%02d:%02d GMT",
+                      kDays.at(static_cast<std::size_t>(utc.tm_wday)),
+                      utc.tm_mday,
+                      kMonths.at(static_cast<std::size_t>(utc.tm_mon)),
+                      utc.tm_year + 1900,
+                      utc.tm_hour,
+                      utc.tm_min,
+                      utc.tm_sec);
+        s_writtenAt = now;
+    }
     try
     {
-        return makeDs<DsSipDateHeader>(std::string_view(szDate.data()));
+        return makeDs<DsSipDateHeader>(std::string_view(s_szDate.data()));
     }
     catch (const DsException& exception)
     {
