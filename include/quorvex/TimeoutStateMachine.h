@@ -125,7 +125,8 @@ public:
         }
         for (auto iter = this->beginState(); iter != this->endState(); ++iter)
         {
-            if (auto* pTimeoutState = dynamic_cast<TimeoutStateNoT*>(iter->second.m_pState.get()))
+            TimeoutStateNoT* const pTimeoutState = timeoutStateOf(*iter);
+            if (pTimeoutState != nullptr)
             {
                 pTimeoutState->initialize(in_pScheduler, in_pProcessor);
             }
@@ -148,10 +149,19 @@ protected:
         {
             return;
         }
-        if (auto* pTimeoutState = dynamic_cast<TimeoutStateNoT*>(iter->second.m_pState.get()))
+        TimeoutStateNoT* const pTimeoutState = timeoutStateOf(*iter);
+        if (pTimeoutState != nullptr)
         {
             pTimeoutState->cancelTimer();
         }
+    }
+
+private:
+    template <class Entry>
+    static TimeoutStateNoT* timeoutStateOf(const Entry& in_entry)
+    {
+        State* const pState = in_entry.second.m_pState.get();
+        return pState == nullptr ? nullptr : pState->asTimeoutState();
     }
 };
 

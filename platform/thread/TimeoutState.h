@@ -23,6 +23,8 @@ public:
     virtual void initialize(LimitedObjPtr<TimerScheduler> in_pScheduler,
                             LimitedObjPtr<TimeoutProcessor> in_pProcessor);
 
+    TimeoutStateNoT* asTimeoutState() final { return this; }
+
     /// How long the state may last.
     virtual ACE_Time_Value getTimeout() const;
 

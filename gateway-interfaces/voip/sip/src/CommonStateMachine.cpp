@@ -16,7 +16,7 @@ namespace
 // The class of a response's status code; 0 when the event carries no response.
 unsigned int statusClass(const VoipEvent& in_event)
 {
-    const auto* pEvent = dynamic_cast<const SipResponseEvent*>(&in_event);
+    const auto* pEvent = in_event.asSipResponseEvent();
     return pEvent == nullptr || pEvent->getResponse().isNil() ? 0
                                                               : pEvent->getResponse()->getStatusCode() / 100;
 }

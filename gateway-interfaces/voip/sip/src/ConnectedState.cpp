@@ -214,7 +214,7 @@ bool Connected<CallIfPtr, CallType, Machine>::ConnectedSubState::processResponse
         QLOG_WARN(this->getLogger(), "received a SIP response when no request was sent");
         return true;
     }
-    const auto* pRespEvent = dynamic_cast<const SipResponseEvent*>(&in_event);
+    const auto* pRespEvent = in_event.asSipResponseEvent();
     if (!QUORVEX_ASSERT_TEXT(this->getLogger(), pRespEvent != nullptr, "pRespEvent != 0"))
     {
         return false;

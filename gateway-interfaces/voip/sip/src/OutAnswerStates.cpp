@@ -96,7 +96,7 @@ bool RemoteRinging::followMedia(const VoipEvent& in_event, std::string& out_strS
 
 Call::ConnectionType WaitForCPAResult::readConnectionType(const VoipEvent& in_event) const
 {
-    const auto* pEvent = dynamic_cast<const SipResponseEvent*>(&in_event);
+    const auto* pEvent = in_event.asSipResponseEvent();
     if (!isSuccess(in_event) || pEvent == nullptr)
     {
         return Call::eCONNECTION_NONE;

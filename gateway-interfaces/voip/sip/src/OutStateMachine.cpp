@@ -27,7 +27,7 @@ constexpr const char* kAcceptEarlyMediaKey = "quorvex.sip.out.acceptEarlyMedia";
 /// The response of an event; nil when it carries none.
 DsHandle<DsSipResponse> responseOf(const VoipEvent& in_event)
 {
-    const auto* pEvent = dynamic_cast<const SipResponseEvent*>(&in_event);
+    const auto* pEvent = in_event.asSipResponseEvent();
     return pEvent == nullptr ? DsHandle<DsSipResponse>() : pEvent->getResponse();
 }
 
@@ -187,7 +187,7 @@ bool VoipOutNamedState::isFailure(const VoipEvent& in_event) const
 ConnectionFailureType VoipOutNamedState::GetSipConnectionFailureType(const VoipEvent& in_event,
                                                                      ConnectionFailureEnum in_failure) const
 {
-    if (dynamic_cast<const SipResponseEvent*>(&in_event) == nullptr)
+    if (in_event.asSipResponseEvent() == nullptr)
     {
         QLOG_WARN(getLogger(),
                   "Trying to get a SipConnection from a non-Sip"

@@ -99,6 +99,8 @@ class CloneableEvent : public virtual EventIf, public virtual Cloneable
 {
 };
 
+class SipResponseEvent;
+
 /// The base of everything that happens to a call. Built on any thread, then used on the task thread only; SIP
 /// objects in it are counted handles, so that a copy never copies a message.
 class VoipEvent : public virtual CloneableEvent
@@ -114,6 +116,9 @@ public:
 
     std::ostream& write(std::ostream& out_stream) const override;
     VoipEvent* clone() const override { return new VoipEvent(*this); }
+
+    /// The response in this event, or null: asked several times of each event of an outbound call.
+    virtual const SipResponseEvent* asSipResponseEvent() const { return nullptr; }
 
     /// The timer expiry in this event, or null: spares every other event the cast.
     const TimeoutEvent* asTimeoutEvent() const
@@ -305,6 +310,7 @@ public:
     SipResponseEvent(EventType::eTYPE in_type, const DsHandle<DsSipResponse>& in_hResponse);
 
     const DsHandle<DsSipResponse>& getResponse() const { return m_hResponse; }
+    const SipResponseEvent* asSipResponseEvent() const override { return this; }
 
     std::ostream& write(std::ostream& out_stream) const override;
     VoipEvent* clone() const override { return new SipResponseEvent(*this); }

@@ -107,7 +107,7 @@ bool VoipStateMachine<CallIfPtr>::processEvent(const VoipEvent& in_event)
     QLOG_DEBUG(this->getLogger(), "VoipStateMachine processing event " << in_event);
     if (m_msgLogger.isEnabled(eDEBUG_LEVEL))
     {
-        if (const auto* pResponse = dynamic_cast<const SipResponseEvent*>(&in_event);
+        if (const auto* pResponse = in_event.asSipResponseEvent();
             pResponse != nullptr && !pResponse->getResponse().isNil())
         {
             QLOG_DEBUG(m_msgLogger, "Received SIP response:\n" << *pResponse->getResponse());
