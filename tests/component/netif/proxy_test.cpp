@@ -7,7 +7,7 @@
 #include <future>
 #include <memory>
 #include <string>
-#include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "EventCapture.h"
@@ -60,245 +60,231 @@ DsHandle<DsSipAckMessage> ack(const char* in_szBody, const char* in_szType)
 }
 
 using Texts = std::vector<std::string>;
+using InProxy = InSipLegInterfaceProxy;
+using OutProxy = OutSipLegInterfaceProxy;
+
+template <class Proxy>
+struct Case
+{
+    const char* m_szName;
+    std::function<void(Proxy&)> m_call;
+    Texts m_vEvents;
+};
+
+/// A network interface whose machines say what they process, and the proxies of one call.
+class ProxyTest : public testing::Test
+{
+protected:
+    DsHandle<InProxy> inProxy() { return m_running.probe().newInProxy("call"); }
+    DsHandle<OutProxy> outProxy()
+    {
+        DsHandle<OutProxy> hProxy;
+        m_running.engine().placeCall(m_running.netIf(), "call", nullptr);
+        m_running.engine().run([] {});
+        m_running.probe().run(
+            [&]
+            {
+                hProxy.reset(dynamic_cast<OutProxy*>(m_running.netIf().newSipOutgoingCallinterface(
+                    m_running.probe().activeOut().begin()->second->getUUID())));
+            });
+        return hProxy;
+    }
+    /// What was processed up to now, behind all that is queued.
+    Texts takeProcessed()
+    {
+        m_running.probe().run([] {});
+        return m_events.takeAll();
+    }
+    template <class Proxy>
+    void play(Proxy& io_proxy, const std::vector<Case<Proxy>>& in_vCases)
+    {
+        takeProcessed();
+        for (const Case<Proxy>& testCase : in_vCases)
+        {
+            testCase.m_call(io_proxy);
+            EXPECT_EQ(takeProcessed(), testCase.m_vEvents) << testCase.m_szName;
+        }
+    }
+
+    /// A stream of the active machine, of which the media engine says nothing by itself.
+    template <class Machines>
+    std::unique_ptr<MediaEndpoint> newEndpoint(const Machines& in_machines)
+    {
+        std::unique_ptr<MediaEndpoint> pEndpoint;
+        m_running.media().setAnswer([](const ScriptedMediaEngine::Request&, MediaEndpointCallback&) {});
+        m_running.probe().run(
+            [&]
+            {
+                pEndpoint.reset(m_running.netIf().getEndpoint(
+                    "call", 7, in_machines.begin()->second.get(), Media::SENDRECV_MODE, false));
+            });
+        return pEndpoint;
+    }
+    /// The media engine says all that it can; it has been said when this returns. Which machine hears of it.
+    template <class Machine>
+    std::uint32_t reportAll()
+    {
+        std::promise<std::uint32_t> reported;
+        m_running.media().report(
+            m_running.media().getRequests().front().m_uiEndpoint,
+            [&](MediaEndpointCallback& io_callback)
+            {
+                constexpr auto eRX = MediaEndpoint::RX_DIRECTION;
+                constexpr auto eTX = MediaEndpoint::TX_DIRECTION;
+                EXPECT_TRUE(io_callback.setCapacity(eRX, new MediaEndpointCapacity));
+                EXPECT_TRUE(io_callback.getCapacityFailure(eRX));
+                EXPECT_TRUE(io_callback.configureStatus(eTX, MediaEndpointCallback::SUCCESS_STATUS));
+                EXPECT_TRUE(io_callback.startStatus(eRX, MediaEndpointCallback::INVALID_STATE_STATUS));
+                EXPECT_TRUE(io_callback.stopStatus(eTX, MediaEndpointCallback::SUCCESS_STATUS));
+                EXPECT_TRUE(io_callback.notifyEvent(new DtmfNotificationEvent('5', 100)));
+                reported.set_value(dynamic_cast<RtpCallbackProxy<Machine>&>(io_callback).getObjectID());
+            });
+        return reported.get_future().get();
+    }
+    void forgetMachines()
+    {
+        m_running.engine().deleteLegs();
+        ASSERT_TRUE(m_running.probe().waitUntilEmpty());
+        static_cast<void>(m_events.takeAll());
+    }
+    /// Nothing was said to a machine, and what was said is gone.
+    void expectNothing()
+    {
+        EXPECT_EQ(takeProcessed(), Texts{});
+        for (const char* szAccount : {"Called_MO",
+                                      "Terminated_MO",
+                                      "UnknownRequest_MO<>",
+                                      "CallConfirmed_MO",
+                                      "ProvisionalResponse_MO",
+                                      "Succeeded_MO",
+                                      "FailedToConnect_MO",
+                                      "DialogTerminated_MO",
+                                      "Media_MO<SMType>",
+                                      "MediaEndpointCapacity",
+                                      "VoipOpStatusMediaEvent"})
+        {
+            EXPECT_EQ(MemAccounts::get(szAccount).liveObjects(), 0U) << szAccount;
+        }
+    }
+
+    RunningNetIf m_running;
+    EventCapture m_events;
+    const DsHandle<DsSipServerTransaction> m_hTransaction;
+    const DsHandle<DsSipDialog> m_hDialog;
+    const DsHandle<DsSipOutgoingCall> m_hOutCall;
+};
 
 }  // namespace
 
-TEST(ProxyTest, EveryInboundCallbackIsItsEvent)
-{
-    RunningNetIf running;
-    EventCapture events;
-    auto hProxy = running.probe().newInProxy("call");
-    const auto hCall = running.probe().newInCall();
-    running.probe().run([] {});
-    static_cast<void>(events.takeAll());
+// A case's call, and its text as the name.
+#define SAYS(...) #__VA_ARGS__, [&](auto& io_proxy) { io_proxy.__VA_ARGS__; }
 
-    struct Case
-    {
-        const char* m_szName;
-        std::function<void(InSipLegInterfaceProxy&)> m_call;
-        Texts m_vEvents;
-    };
-    using Proxy = InSipLegInterfaceProxy;
-    const DsHandle<DsSipServerTransaction> hTransaction;
-    const DsHandle<DsSipDialog> hDialog;
-    const std::vector<Case> vCases = {
-        {"prack",                   [&](Proxy& p) { p.prack(hCall, makeDs<DsSipPrackMessage>("sip:a@b")); }, {""}                        },
-        {"callConfirmed",           [&](Proxy& p) { p.callConfirmed(hCall, ack("", "")); },                  {"eACK"}                    },
-        {"terminated(nil)",         [&](Proxy& p) { p.terminated(hCall, nullptr); },                         {"eTERMINATED_UPON_TIMEOUT"}},
-        {"terminated(response)",    [&](Proxy& p) { p.terminated(hCall, response(481)); },                   {"e200_OK code=481"}        },
-        {"terminated(ACK)",         [&](Proxy& p) { p.terminated(hCall, ack("", "")); },                     {"eACK"}                    },
-        {"terminated(CANCEL)",      [&](Proxy& p) { p.terminated(hCall, request("CANCEL")); },               {"eCANCEL"}                 },
-        {"terminated(BYE)",         [&](Proxy& p) { p.terminated(hCall, request("BYE")); },                  {"eBYE method=BYE"}         },
-        {"terminated(other)",       [&](Proxy& p) { p.terminated(hCall, request("OPTIONS")); },              {}                          },
-        {"notifyResponse",          [&](Proxy& p) { p.notifyResponse(hCall, response(200)); },               {}                          },
-        {"unknownRequest(INFO)",
-         [&](Proxy& p) { p.unknownRequest(hCall, hTransaction, request("INFO")); },
-         {"eINFO method=INFO"}                                                                                                           },
-        {"unknownRequest(OPTIONS)",
-         [&](Proxy& p) { p.unknownRequest(hCall, hTransaction, request("OPTIONS")); },
-         {}                                                                                                                              },
-        {"referRequest",
-         [&](Proxy& p) { p.referRequest(hCall, hTransaction, request("REFER")); },
-         {"eREFER method=REFER"}                                                                                                         },
-        {"reinviteRequest",
-         [&](Proxy& p) { p.reinviteRequest(hCall, invite()); },
-         {"eREINVITE_REQUEST method=INVITE"}                                                                                             },
-        {"reinviteCancel",
-         [&](Proxy& p) { p.reinviteCancel(hCall, request("CANCEL")); },
-         {"eREINVITE_CANCEL method=CANCEL"}                                                                                              },
-        {"reinviteResponse",
-         [&](Proxy& p) { p.reinviteResponse(hCall, response(488)); },
-         {"eREINVITE_RESPONSE code=488"}                                                                                                 },
-        {"reinviteAck",             [&](Proxy& p) { p.reinviteAck(hCall, ack("", "")); },                    {"eREINVITE_ACK"}           },
-        {"reinviteAck with text",
-         [&](Proxy& p) { p.reinviteAck(hCall, ack("x", "text/plain")); },
-         {"eREINVITE_ACK"}                                                                                                               },
-        {"reinviteAck with SDP",
-         [&](Proxy& p) { p.reinviteAck(hCall, ack("v=0", "APPLICATION/SDP")); },
-         {"eREINVITE_ACK_WITH_SDP"}                                                                                                      },
-        {"reinviteTimeOut",         [&](Proxy& p) { p.reinviteTimeOut(hCall, invite()); },                   {"eREINVITE_TIMED_OUT"}     },
-        {"onSessionTimeOut",        [&](Proxy& p) { p.onSessionTimeOut(hCall); },                            {"eSESSION_TIMED_OUT"}      },
-        {"onSessionRefreshTime",    [&](Proxy& p) { p.onSessionRefreshTime(hCall); },                        {"eSESSION_REFRESH_TIME"}   },
-        {"replacesDialog",
-         [&](Proxy& p) { p.replacesDialog(hCall, hDialog, hDialog, invite()); },
-         {"eREPLACES"}                                                                                                                   },
-    };
-    for (const Case& testCase : vCases)
-    {
-        SCOPED_TRACE(testCase.m_szName);
-        testCase.m_call(*hProxy);
-        running.probe().run([] {});
-        EXPECT_EQ(events.takeAll(), testCase.m_vEvents);
-    }
+TEST_F(ProxyTest, EveryInboundCallbackIsItsEvent)
+{
+    auto hProxy = inProxy();
+    const auto hCall = m_running.probe().newInCall();
+    // clang-format off
+    play<InProxy>(*hProxy, {
+        {SAYS(prack(hCall, makeDs<DsSipPrackMessage>("sip:a@b"))), {""}},
+        {SAYS(callConfirmed(hCall, ack("", ""))), {"eACK"}},
+        {SAYS(terminated(hCall, nullptr)), {"eTERMINATED_UPON_TIMEOUT"}},
+        {SAYS(terminated(hCall, response(481))), {"e200_OK code=481"}},
+        {SAYS(terminated(hCall, ack("", ""))), {"eACK"}},
+        {SAYS(terminated(hCall, request("CANCEL"))), {"eCANCEL"}},
+        {SAYS(terminated(hCall, request("BYE"))), {"eBYE method=BYE"}},
+        {SAYS(terminated(hCall, request("OPTIONS"))), {}},
+        {SAYS(notifyResponse(hCall, response(200))), {}},
+        {SAYS(unknownRequest(hCall, m_hTransaction, request("INFO"))), {"eINFO method=INFO"}},
+        {SAYS(unknownRequest(hCall, m_hTransaction, request("OPTIONS"))), {}},
+        {SAYS(referRequest(hCall, m_hTransaction, request("REFER"))), {"eREFER method=REFER"}},
+        {SAYS(reinviteRequest(hCall, invite())), {"eREINVITE_REQUEST method=INVITE"}},
+        {SAYS(reinviteCancel(hCall, request("CANCEL"))), {"eREINVITE_CANCEL method=CANCEL"}},
+        {SAYS(reinviteResponse(hCall, response(488))), {"eREINVITE_RESPONSE code=488"}},
+        {SAYS(reinviteAck(hCall, ack("", ""))), {"eREINVITE_ACK"}},
+        {SAYS(reinviteAck(hCall, ack("x", "text/plain"))), {"eREINVITE_ACK"}},
+        {SAYS(reinviteAck(hCall, ack("v=0", "APPLICATION/SDP"))), {"eREINVITE_ACK_WITH_SDP"}},
+        {SAYS(reinviteTimeOut(hCall, invite())), {"eREINVITE_TIMED_OUT"}},
+        {SAYS(onSessionTimeOut(hCall)), {"eSESSION_TIMED_OUT"}},
+        {SAYS(onSessionRefreshTime(hCall)), {"eSESSION_REFRESH_TIME"}},
+        {SAYS(replacesDialog(hCall, m_hDialog, m_hDialog, invite())), {"eREPLACES"}},
+    });
+    // clang-format on
     hProxy = nullptr;
-    running.engine().deleteLegs();
+    m_running.engine().deleteLegs();
 }
 
-TEST(ProxyTest, EveryOutboundCallbackIsItsEvent)
+TEST_F(ProxyTest, EveryOutboundCallbackIsItsEvent)
 {
-    RunningNetIf running;
-    EventCapture events;
-    running.engine().placeCall(running.netIf(), "call", nullptr);
-    running.engine().run([] {});
-    DsHandle<OutSipLegInterfaceProxy> hProxy;
-    running.probe().run(
-        [&]
-        {
-            auto* pInterface = running.netIf().newSipOutgoingCallinterface(
-                running.probe().activeOut().begin()->second->getUUID());
-            hProxy.reset(dynamic_cast<OutSipLegInterfaceProxy*>(pInterface));
-        });
+    auto hProxy = outProxy();
     ASSERT_FALSE(hProxy.isNil());
-    static_cast<void>(events.takeAll());
-
-    const DsHandle<DsSipOutgoingCall> hCall;
-    const DsHandle<DsSipDialog> hDialog;
-    const DsHandle<DsSipServerTransaction> hTransaction;
-    const auto expect = [&](const std::string& in_strName, const Texts& in_vEvents)
+    const auto& hCall = m_hOutCall;
+    const auto& hDialog = m_hDialog;
+    // clang-format off
+    const struct
     {
-        running.probe().run([] {});
-        EXPECT_EQ(events.takeAll(), in_vEvents) << in_strName;
+        std::function<void(unsigned)> m_report;
+        std::vector<std::pair<std::vector<unsigned>, std::string>> m_vEvents;
+    } kOfCodes[] = {
+        {[&](unsigned in_uiCode) { hProxy->provisionalResponse(hCall, hDialog, response(in_uiCode)); },
+         {{{100}, "e100_TRYING"}, {{180}, "e180_RINGING"}, {{181, 183, 199}, "e183_SESSION_PROGRESS"}}},
+        {[&](unsigned in_uiCode) { hProxy->failedToConnect(hCall, hDialog, response(in_uiCode)); },
+         {{{300, 301, 302, 305}, "e3XX_REDIRECTION"}, {{408}, "eNO_ANSWER"},
+          {{480, 486, 503, 600, 603}, "eREMOTE_BUSY"},
+          {{380, 400, 403, 404, 406, 410, 484, 485, 487, 488, 499, 500, 604}, "eINVALID_NUMBER"}}},
+        {[&](unsigned in_uiCode) { hProxy->dialogTerminated(hCall, hDialog, response(in_uiCode)); },
+         {{{200}, "e200_OK"}, {{202, 500}, "eSIP_RESPONSE"}, {{481}, "e481_CALLEG_DOESNOTEXIST"},
+          {{487}, "e487_REQUEST_CANCELLED"}}},
     };
-
-    struct Code
+    // clang-format on
+    takeProcessed();
+    for (const auto& kind : kOfCodes)
     {
-        unsigned int m_uiCode;
-        const char* m_szEvent;
-    };
-    for (const Code& code : std::vector<Code>{
-             {100, "e100_TRYING"          },
-             {180, "e180_RINGING"         },
-             {181, "e183_SESSION_PROGRESS"},
-             {183, "e183_SESSION_PROGRESS"},
-             {199, "e183_SESSION_PROGRESS"}
-    })
-    {
-        hProxy->provisionalResponse(hCall, hDialog, response(code.m_uiCode));
-        expect("provisional", {std::string(code.m_szEvent) + " code=" + std::to_string(code.m_uiCode)});
+        for (const auto& [vCodes, strEvent] : kind.m_vEvents)
+        {
+            for (const unsigned uiCode : vCodes)
+            {
+                kind.m_report(uiCode);
+                EXPECT_EQ(takeProcessed(), Texts{strEvent + " code=" + std::to_string(uiCode)});
+            }
+        }
     }
-    for (const Code& code : std::vector<Code>{
-             {300, "e3XX_REDIRECTION"},
-             {301, "e3XX_REDIRECTION"},
-             {302, "e3XX_REDIRECTION"},
-             {305, "e3XX_REDIRECTION"},
-             {380, "eINVALID_NUMBER" },
-             {400, "eINVALID_NUMBER" },
-             {403, "eINVALID_NUMBER" },
-             {404, "eINVALID_NUMBER" },
-             {406, "eINVALID_NUMBER" },
-             {408, "eNO_ANSWER"      },
-             {410, "eINVALID_NUMBER" },
-             {480, "eREMOTE_BUSY"    },
-             {484, "eINVALID_NUMBER" },
-             {485, "eINVALID_NUMBER" },
-             {486, "eREMOTE_BUSY"    },
-             {487, "eINVALID_NUMBER" },
-             {488, "eINVALID_NUMBER" },
-             {499, "eINVALID_NUMBER" },
-             {500, "eINVALID_NUMBER" },
-             {503, "eREMOTE_BUSY"    },
-             {600, "eREMOTE_BUSY"    },
-             {603, "eREMOTE_BUSY"    },
-             {604, "eINVALID_NUMBER" }
-    })
-    {
-        hProxy->failedToConnect(hCall, hDialog, response(code.m_uiCode));
-        expect("failed", {std::string(code.m_szEvent) + " code=" + std::to_string(code.m_uiCode)});
-    }
-    for (const Code& code : std::vector<Code>{
-             {200, "e200_OK"                 },
-             {202, "eSIP_RESPONSE"           },
-             {481, "e481_CALLEG_DOESNOTEXIST"},
-             {487, "e487_REQUEST_CANCELLED"  },
-             {500, "eSIP_RESPONSE"           }
-    })
-    {
-        hProxy->dialogTerminated(hCall, hDialog, response(code.m_uiCode));
-        expect("dialog", {std::string(code.m_szEvent) + " code=" + std::to_string(code.m_uiCode)});
-    }
-
-    struct Case
-    {
-        const char* m_szName;
-        std::function<void(OutSipLegInterfaceProxy&)> m_call;
-        Texts m_vEvents;
-    };
-    using Proxy = OutSipLegInterfaceProxy;
-    const std::vector<Case> vCases = {
-        {"failedToConnect(nil)",
-         [&](Proxy& p) { p.failedToConnect(hCall, hDialog, nullptr); },
-         {"eTERMINATED_UPON_TIMEOUT"}                                                                                               },
-        {"dialogTerminated(nil)",
-         [&](Proxy& p) { p.dialogTerminated(hCall, hDialog, nullptr); },
-         {"eTERMINATED_UPON_TIMEOUT"}                                                                                               },
-        {"dialogTerminated(BYE)",
-         [&](Proxy& p) { p.dialogTerminated(hCall, hDialog, request("BYE")); },
-         {"eBYE method=BYE"}                                                                                                        },
-        {"dialogTerminated(other)",
-         [&](Proxy& p) { p.dialogTerminated(hCall, hDialog, request("INFO")); },
-         {"eINVALID"}                                                                                                               },
-        {"redirect",
-         [&](Proxy& p) { p.redirect(hCall, hDialog, response(302)); },
-         {"e3XX_REDIRECTION code=302"}                                                                                              },
-        {"redirect(nil)",               [&](Proxy& p) { p.redirect(hCall, hDialog, nullptr); },               {}                    },
-        {"succeeded",                   [&](Proxy& p) { p.succeeded(hCall, hDialog, response(200)); },        {"e200_OK code=200"}  },
-        {"terminated",                  [&](Proxy& p) { p.terminated(hCall, nullptr); },                      {}                    },
-        {"reliableProvisionalResponse",
-         [&](Proxy& p) { p.reliableProvisionalResponse(hCall, hDialog, response(183)); },
-         {}                                                                                                                         },
-        {"referRequest",
-         [&](Proxy& p) { p.referRequest(hCall, hDialog, hTransaction, request("REFER")); },
-         {"eREFER method=REFER"}                                                                                                    },
-        {"referResponse",               [&](Proxy& p) { p.referResponse(hCall, hDialog, response(202)); },    {}                    },
-        {"notifyRequest",
-         [&](Proxy& p) { p.notifyRequest(hCall, hDialog, hTransaction, request("NOTIFY")); },
-         {}                                                                                                                         },
-        {"notifyResponse",              [&](Proxy& p) { p.notifyResponse(hCall, hDialog, response(200)); },   {}                    },
-        {"unknownRequest(NOTIFY)",
-         [&](Proxy& p) { p.unknownRequest(hCall, hDialog, hTransaction, request("NOTIFY")); },
-         {"eNOTIFY method=NOTIFY"}                                                                                                  },
-        {"reinviteRequest",
-         [&](Proxy& p) { p.reinviteRequest(hCall, hDialog, invite()); },
-         {"eREINVITE_REQUEST method=INVITE"}                                                                                        },
-        {"reinviteCancel",
-         [&](Proxy& p) { p.reinviteCancel(hCall, hDialog, request("CANCEL")); },
-         {"eREINVITE_CANCEL method=CANCEL"}                                                                                         },
-        {"reinviteResponse",
-         [&](Proxy& p) { p.reinviteResponse(hCall, hDialog, response(488)); },
-         {"eREINVITE_RESPONSE code=488"}                                                                                            },
-        {"reinviteAck",                 [&](Proxy& p) { p.reinviteAck(hCall, hDialog, ack("", "")); },        {"eREINVITE_ACK"}     },
-        {"reinviteAck with SDP",
-         [&](Proxy& p) { p.reinviteAck(hCall, hDialog, ack("v=0", "application/sdp")); },
-         {"eREINVITE_ACK_WITH_SDP"}                                                                                                 },
-        {"reinviteTimeOut",
-         [&](Proxy& p) { p.reinviteTimeOut(hCall, hDialog, invite()); },
-         {"eREINVITE_TIMED_OUT"}                                                                                                    },
-        {"onSessionTimeOut",            [&](Proxy& p) { p.onSessionTimeOut(hCall, hDialog); },                {"eSESSION_TIMED_OUT"}},
-        {"onSessionRefreshTime",
-         [&](Proxy& p) { p.onSessionRefreshTime(hCall, hDialog); },
-         {"eSESSION_REFRESH_TIME"}                                                                                                  },
-        {"multipleResponse",            [&](Proxy& p) { p.multipleResponse(hCall, hDialog, response(200)); }, {}                    },
-        {"replacesDialog",
-         [&](Proxy& p) { p.replacesDialog(hCall, hDialog, hDialog, invite()); },
-         {"eREPLACES"}                                                                                                              },
-    };
-    for (const Case& testCase : vCases)
-    {
-        testCase.m_call(*hProxy);
-        expect(testCase.m_szName, testCase.m_vEvents);
-    }
+    // clang-format off
+    play<OutProxy>(*hProxy, {
+        {SAYS(failedToConnect(hCall, hDialog, nullptr)), {"eTERMINATED_UPON_TIMEOUT"}},
+        {SAYS(dialogTerminated(hCall, hDialog, nullptr)), {"eTERMINATED_UPON_TIMEOUT"}},
+        {SAYS(dialogTerminated(hCall, hDialog, request("BYE"))), {"eBYE method=BYE"}},
+        {SAYS(dialogTerminated(hCall, hDialog, request("INFO"))), {"eINVALID"}},
+        {SAYS(redirect(hCall, hDialog, response(302))), {"e3XX_REDIRECTION code=302"}},
+        {SAYS(redirect(hCall, hDialog, nullptr)), {}},
+        {SAYS(succeeded(hCall, hDialog, response(200))), {"e200_OK code=200"}},
+        {SAYS(terminated(hCall, nullptr)), {}},
+        {SAYS(reliableProvisionalResponse(hCall, hDialog, response(183))), {}},
+        {SAYS(referRequest(hCall, hDialog, m_hTransaction, request("REFER"))), {"eREFER method=REFER"}},
+        {SAYS(referResponse(hCall, hDialog, response(202))), {}},
+        {SAYS(notifyRequest(hCall, hDialog, m_hTransaction, request("NOTIFY"))), {}},
+        {SAYS(notifyResponse(hCall, hDialog, response(200))), {}},
+        {SAYS(unknownRequest(hCall, hDialog, m_hTransaction, request("NOTIFY"))), {"eNOTIFY method=NOTIFY"}},
+        {SAYS(reinviteRequest(hCall, hDialog, invite())), {"eREINVITE_REQUEST method=INVITE"}},
+        {SAYS(reinviteCancel(hCall, hDialog, request("CANCEL"))), {"eREINVITE_CANCEL method=CANCEL"}},
+        {SAYS(reinviteResponse(hCall, hDialog, response(488))), {"eREINVITE_RESPONSE code=488"}},
+        {SAYS(reinviteAck(hCall, hDialog, ack("", ""))), {"eREINVITE_ACK"}},
+        {SAYS(reinviteAck(hCall, hDialog, ack("v=0", "application/sdp"))), {"eREINVITE_ACK_WITH_SDP"}},
+        {SAYS(reinviteTimeOut(hCall, hDialog, invite())), {"eREINVITE_TIMED_OUT"}},
+        {SAYS(onSessionTimeOut(hCall, hDialog)), {"eSESSION_TIMED_OUT"}},
+        {SAYS(onSessionRefreshTime(hCall, hDialog)), {"eSESSION_REFRESH_TIME"}},
+        {SAYS(multipleResponse(hCall, hDialog, response(200))), {}},
+        {SAYS(replacesDialog(hCall, hDialog, hDialog, invite())), {"eREPLACES"}},
+    });
+    // clang-format on
     hProxy = nullptr;
-    running.engine().deleteLegs();
+    m_running.engine().deleteLegs();
 }
 
-TEST(ProxyTest, EveryCommandOfTheCallEngineIsItsEventInOrder)
+TEST_F(ProxyTest, EveryCommandOfTheCallEngineIsItsEventInOrder)
 {
-    RunningNetIf running;
-    EventCapture events;
-    const auto hCall = running.probe().newInCall();
-    ASSERT_TRUE(running.engine().waitForTold("newInCall"));
-    running.probe().run([] {});
-    static_cast<void>(events.takeAll());
+    const auto hCall = m_running.probe().newInCall();
+    ASSERT_TRUE(m_running.engine().waitForTold("newInCall"));
+    takeProcessed();
     const ConnectionFailureType failure(eBUSY_FAILURE);
     const auto sayCommon = [&](CallLeg& io_leg)
     {
@@ -316,7 +302,7 @@ TEST(ProxyTest, EveryCommandOfTheCallEngineIsItsEventInOrder)
                            "eAPI_SEND_INFO_MSG",
                            "eAPI_HANGUP"};
 
-    running.engine().setScript(
+    m_running.engine().setScript(
         [&](ScriptedCall& io_call, const std::string&)
         {
             CallLeg& leg = *io_call.getLeg();
@@ -327,74 +313,46 @@ TEST(ProxyTest, EveryCommandOfTheCallEngineIsItsEventInOrder)
             sayCommon(leg);
             io_call.deleteLeg();
         });
-    const auto hSecond = running.probe().newInCall();
-    ASSERT_TRUE(running.engine().waitForTold("newInCall", 2));
-    running.engine().run([] {});
-    running.probe().run([] {});
-    Texts vExpected = {"eINVALID",
-                       "eAPI_INVITE_ACCEPTED",
-                       "eAPI_INVITE_REJECTED",
-                       "eAPI_REMOTE_CONNECTED",
-                       "eAPI_REMOTE_CONN_FAILED"};
-    vExpected.erase(vExpected.begin());  // the initial state is entered without a processed event
+    const auto hSecond = m_running.probe().newInCall();
+    ASSERT_TRUE(m_running.engine().waitForTold("newInCall", 2));
+    m_running.engine().run([] {});
+    Texts vExpected = {
+        "eAPI_INVITE_ACCEPTED", "eAPI_INVITE_REJECTED", "eAPI_REMOTE_CONNECTED", "eAPI_REMOTE_CONN_FAILED"};
     vExpected.insert(vExpected.end(), vCommon.begin(), vCommon.end());
-    EXPECT_EQ(events.takeAll(), vExpected);
+    EXPECT_EQ(takeProcessed(), vExpected);
 
-    running.engine().setScript(nullptr);
-    running.engine().placeCall(running.netIf(),
-                               "out",
-                               [&](ScriptedCall& io_call)
-                               {
-                                   sayCommon(*io_call.getLeg());
-                                   EXPECT_TRUE(io_call.getOutLeg()->invite(CallInfo()));
-                               });
-    running.engine().run([] {});
-    running.probe().run([] {});
+    m_running.engine().setScript(nullptr);
+    m_running.engine().placeCall(m_running.netIf(),
+                                 "out",
+                                 [&](ScriptedCall& io_call)
+                                 {
+                                     sayCommon(*io_call.getLeg());
+                                     EXPECT_TRUE(io_call.getOutLeg()->invite(CallInfo()));
+                                 });
+    m_running.engine().run([] {});
     vExpected = vCommon;
     vExpected.emplace_back("eAPI_INVITE");
-    const Texts vProcessed = events.takeAll();
+    const Texts vProcessed = takeProcessed();
     // A machine that has come to its end says so by events of its own.
     ASSERT_GE(vProcessed.size(), vExpected.size());
     EXPECT_EQ(Texts(vProcessed.begin(), vProcessed.begin() + static_cast<long>(vExpected.size())), vExpected);
 }
 
-TEST(ProxyTest, ReportsOfTheMediaEngineAreEventsInOrder)
+TEST_F(ProxyTest, ReportsOfTheMediaEngineAreEventsInOrder)
 {
-    RunningNetIf running;
-    EventCapture events;
-    running.media().setAnswer([](const ScriptedMediaEngine::Request&, MediaEndpointCallback&) {});
-    std::unique_ptr<MediaEndpoint> pEndpoint;
-    auto hProxy = running.probe().newInProxy("call");
-    running.probe().run(
-        [&]
-        {
-            pEndpoint.reset(running.netIf().getEndpoint(
-                "call", 7, running.probe().activeIn().begin()->second.get(), Media::SENDRECV_MODE, false));
-        });
+    auto hProxy = inProxy();
+    auto pEndpoint = newEndpoint(m_running.probe().activeIn());
     ASSERT_NE(pEndpoint, nullptr);
-    static_cast<void>(events.takeAll());
-    const std::uint32_t uiEndpoint = running.media().getRequests().back().m_uiEndpoint;
-    running.media().report(
-        uiEndpoint,
-        [](MediaEndpointCallback& io_callback)
-        {
-            constexpr auto eRX = MediaEndpoint::RX_DIRECTION;
-            constexpr auto eTX = MediaEndpoint::TX_DIRECTION;
-            EXPECT_TRUE(io_callback.setCapacity(eRX, new MediaEndpointCapacity));
-            EXPECT_TRUE(io_callback.getCapacityFailure(eRX));
-            EXPECT_TRUE(io_callback.configureStatus(eTX, MediaEndpointCallback::SUCCESS_STATUS));
-            EXPECT_TRUE(io_callback.startStatus(eRX, MediaEndpointCallback::INVALID_STATE_STATUS));
-            EXPECT_TRUE(io_callback.stopStatus(eTX, MediaEndpointCallback::SUCCESS_STATUS));
-            EXPECT_TRUE(io_callback.notifyEvent(new DtmfNotificationEvent('5', 100)));
-        });
+    static_cast<void>(m_events.takeAll());
+    reportAll<InStateMachine>();
     // The machine goes with its last proxy, which is the media callback: reports made before are still
     // delivered.
-    running.engine().deleteLegs();
+    m_running.engine().deleteLegs();
     hProxy = nullptr;
-    running.probe().run([&] { pEndpoint.reset(); });
-    ASSERT_TRUE(running.media().waitForRequests("delete", 1));
-    ASSERT_TRUE(running.probe().waitUntilEmpty());
-    Texts vProcessed = events.takeAll();
+    m_running.probe().run([&] { pEndpoint.reset(); });
+    ASSERT_TRUE(m_running.media().waitForRequests("delete", 1));
+    ASSERT_TRUE(m_running.probe().waitUntilEmpty());
+    Texts vProcessed = m_events.takeAll();
     vProcessed.resize(6);
     EXPECT_EQ(vProcessed,
               (Texts{"eMEDIA_SET_CAPACITY, stream-id= 7, dir= RX",
@@ -403,162 +361,52 @@ TEST(ProxyTest, ReportsOfTheMediaEngineAreEventsInOrder)
                      "eMEDIA_OP_STATUS, stream-id= 7, dir= RX, type=eSTART INVALID_STATE",
                      "eMEDIA_OP_STATUS, stream-id= 7, dir= TX, type=eSTOP SUCCESS",
                      "eMEDIA_NOTIFICATION, stream-id= 7, dir= NONE"}));
-    EXPECT_EQ(running.media().getNumCallbacks(), 0U);
+    EXPECT_EQ(m_running.media().getNumCallbacks(), 0U);
 }
 
-namespace
+TEST_F(ProxyTest, LateInboundCallbacksFindNoMachineAndDoNothing)
 {
-
-/// An endpoint of a machine, whose media callback has lost the machine.
-template <class Machine>
-class LateEndpoint
-{
-public:
-    LateEndpoint(RunningNetIf& io_running, const char* in_szCallId) : m_running(io_running)
-    {
-        m_running.media().setAnswer([](const ScriptedMediaEngine::Request&, MediaEndpointCallback&) {});
-        m_running.probe().run(
-            [&]
-            {
-                m_pEndpoint.reset(m_running.netIf().getEndpoint(
-                    in_szCallId, 7, activeMachine(), Media::SENDRECV_MODE, false));
-            });
-        std::promise<std::uint32_t> id;
-        report([&](MediaEndpointCallback& io_callback)
-               { id.set_value(dynamic_cast<RtpCallbackProxy<Machine>&>(io_callback).getObjectID()); });
-        const std::uint32_t uiID = id.get_future().get();
-        m_running.probe().run(
-            [&]
-            {
-                EXPECT_EQ(
-                    kIn ? m_running.probe().releaseInMedia(uiID) : m_running.probe().releaseOutMedia(uiID),
-                    eMO_DONE);
-            });
-    }
-    LateEndpoint(const LateEndpoint&) = delete;
-    LateEndpoint& operator=(const LateEndpoint&) = delete;
-    ~LateEndpoint()
-    {
-        m_running.probe().run([this] { m_pEndpoint.reset(); });
-    }
-
-    /// The media engine says all that it can; it has been said when this returns.
-    void reportAll()
-    {
-        constexpr auto eRX = MediaEndpoint::RX_DIRECTION;
-        constexpr auto eTX = MediaEndpoint::TX_DIRECTION;
-        constexpr auto eSUCCESS = MediaEndpointCallback::SUCCESS_STATUS;
-        std::promise<void> reported;
-        report(
-            [&](MediaEndpointCallback& io_callback)
-            {
-                EXPECT_TRUE(io_callback.setCapacity(eRX, new MediaEndpointCapacity));
-                EXPECT_TRUE(io_callback.getCapacityFailure(eTX));
-                EXPECT_TRUE(io_callback.configureStatus(eRX, eSUCCESS));
-                EXPECT_TRUE(io_callback.startStatus(eRX, eSUCCESS));
-                EXPECT_TRUE(io_callback.stopStatus(eTX, eSUCCESS));
-                EXPECT_TRUE(io_callback.notifyEvent(new DtmfNotificationEvent('5', 100)));
-                reported.set_value();
-            });
-        reported.get_future().wait();
-    }
-
-private:
-    static constexpr bool kIn = std::is_same_v<Machine, InStateMachine>;
-
-    const Machine* activeMachine()
-    {
-        if constexpr (kIn)
+    auto hProxy = inProxy();
+    auto pEndpoint = newEndpoint(m_running.probe().activeIn());
+    const std::uint32_t uiMediaID = reportAll<InStateMachine>();
+    m_running.probe().run(
+        [&]
         {
-            return m_running.probe().activeIn().begin()->second.get();
-        }
-        else
-        {
-            return m_running.probe().activeOut().begin()->second.get();
-        }
-    }
-    template <class Job>
-    void report(Job in_job)
-    {
-        m_running.media().report(m_running.media().getRequests().front().m_uiEndpoint, in_job);
-    }
+            EXPECT_EQ(m_running.probe().releaseInMedia(uiMediaID), eMO_DONE);
+            EXPECT_EQ(m_running.probe().releaseIn(hProxy->getObjectID()), eMO_DONE);
+        });
+    forgetMachines();
 
-    RunningNetIf& m_running;
-    std::unique_ptr<MediaEndpoint> m_pEndpoint;
-};
-
-// Nothing was said to a machine, and what was said is gone.
-void expectNothing(RunningNetIf& io_running, EventCapture& io_events)
-{
-    io_running.probe().run([] {});
-    EXPECT_EQ(io_events.takeAll(), Texts{});
-    for (const char* szAccount : {"Called_MO",
-                                  "Terminated_MO",
-                                  "UnknownRequest_MO<>",
-                                  "CallConfirmed_MO",
-                                  "ProvisionalResponse_MO",
-                                  "Succeeded_MO",
-                                  "FailedToConnect_MO",
-                                  "DialogTerminated_MO",
-                                  "Media_MO<SMType>",
-                                  "MediaEndpointCapacity",
-                                  "VoipOpStatusMediaEvent"})
-    {
-        EXPECT_EQ(MemAccounts::get(szAccount).liveObjects(), 0U) << szAccount;
-    }
-}
-
-}  // namespace
-
-TEST(ProxyTest, LateInboundCallbacksFindNoMachineAndDoNothing)
-{
-    RunningNetIf running;
-    EventCapture events;
-    auto hProxy = running.probe().newInProxy("call");
-    running.probe().run([] {});
-    LateEndpoint<InStateMachine> endpoint(running, "call");
-    const std::uint32_t uiID = hProxy->getObjectID();
-    running.probe().run([&] { EXPECT_EQ(running.probe().releaseIn(uiID), eMO_DONE); });
-    running.engine().deleteLegs();
-    ASSERT_TRUE(running.probe().waitUntilEmpty());
-    static_cast<void>(events.takeAll());
-
-    const auto hCall = running.probe().newInCall();
+    const auto hCall = m_running.probe().newInCall();
     hProxy->called(hCall, invite());
     hProxy->terminated(hCall, nullptr);
     hProxy->unknownRequest(hCall, nullptr, request("INFO"));
     hProxy->reinviteTimeOut(hCall, invite());
     hProxy->callConfirmed(hCall, ack("", ""));
-    endpoint.reportAll();
-    expectNothing(running, events);
+    reportAll<InStateMachine>();
+    expectNothing();
+    m_running.probe().run([&] { pEndpoint.reset(); });
 }
 
-TEST(ProxyTest, LateOutboundCallbacksFindNoMachineAndDoNothing)
+TEST_F(ProxyTest, LateOutboundCallbacksFindNoMachineAndDoNothing)
 {
-    RunningNetIf running;
-    EventCapture events;
-    running.engine().placeCall(running.netIf(), "call", nullptr);
-    running.engine().run([] {});
-    DsHandle<OutSipLegInterfaceProxy> hProxy;
-    running.probe().run(
+    auto hProxy = outProxy();
+    auto pEndpoint = newEndpoint(m_running.probe().activeOut());
+    const std::uint32_t uiMediaID = reportAll<OutStateMachine>();
+    m_running.probe().run(
         [&]
         {
-            hProxy.reset(dynamic_cast<OutSipLegInterfaceProxy*>(running.netIf().newSipOutgoingCallinterface(
-                running.probe().activeOut().begin()->second->getUUID())));
+            EXPECT_EQ(m_running.probe().releaseOutMedia(uiMediaID), eMO_DONE);
+            EXPECT_EQ(m_running.probe().releaseOutSip(hProxy->getObjectID()), eMO_DONE);
         });
-    LateEndpoint<OutStateMachine> endpoint(running, "call");
-    running.probe().run([&] { EXPECT_EQ(running.probe().releaseOutSip(hProxy->getObjectID()), eMO_DONE); });
-    running.engine().deleteLegs();
-    ASSERT_TRUE(running.probe().waitUntilEmpty());
-    static_cast<void>(events.takeAll());
+    forgetMachines();
 
-    const DsHandle<DsSipOutgoingCall> hCall;
-    const DsHandle<DsSipDialog> hDialog;
-    hProxy->provisionalResponse(hCall, hDialog, response(180));
-    hProxy->succeeded(hCall, hDialog, response(200));
-    hProxy->failedToConnect(hCall, hDialog, nullptr);
-    hProxy->dialogTerminated(hCall, hDialog, request("BYE"));
-    hProxy->reinviteResponse(hCall, hDialog, response(200));
-    endpoint.reportAll();
-    expectNothing(running, events);
+    hProxy->provisionalResponse(m_hOutCall, m_hDialog, response(180));
+    hProxy->succeeded(m_hOutCall, m_hDialog, response(200));
+    hProxy->failedToConnect(m_hOutCall, m_hDialog, nullptr);
+    hProxy->dialogTerminated(m_hOutCall, m_hDialog, request("BYE"));
+    hProxy->reinviteResponse(m_hOutCall, m_hDialog, response(200));
+    reportAll<OutStateMachine>();
+    expectNothing();
+    m_running.probe().run([&] { pEndpoint.reset(); });
 }
