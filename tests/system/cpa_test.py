@@ -10,9 +10,8 @@ import time
 from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parent))
-from callee import Callee  # noqa: E402
 from harness import Gateway, check, run  # noqa: E402
-from sipua import Caller, RtpSocket, sdp, sdp_port  # noqa: E402
+from sipua import Callee, Caller, RtpSocket, sdp, sdp_port  # noqa: E402
 
 MAX_TIME_MS = 6000
 

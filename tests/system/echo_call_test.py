@@ -59,7 +59,7 @@ def a_call_while_stopping_is_refused(build):
             late.invite(sdp("127.0.0.1", rtp.port))
             refusal = late.expect(503)
             late.ack(refusal)
-            caller.answer(bye, 200, "OK")
+            caller.answer(200, "OK", request=bye)
         check(gateway.wait() == 0, "the exit code is not 0")
         gateway.check_accounts_are_zero()
 

@@ -5,7 +5,7 @@ import re
 import time
 
 from harness import NO_RTP, Failure, check
-from sipua import Caller, Message, sdp
+from sipua import Caller, sdp
 
 STREAM = "m=audio {port} RTP/AVP 0\r\n"
 
@@ -21,27 +21,19 @@ class Ladder(Caller):
         self.request = None
         self.headers = ()
         self.final = {}
-        self.invite_cseq = 0
         self.log = []
 
     def offer(self, payloads="0 8", extra=""):
         return sdp("127.0.0.1", self.rtp_port, payloads, extra)
 
     def receive(self, seconds=5.0):
+        """The next message that is neither a 100 nor one that came before."""
         deadline = time.monotonic() + seconds
         while True:
-            self.socket.settimeout(max(0.01, deadline - time.monotonic()))
-            try:
-                data = self.socket.recv(65536)
-            except TimeoutError:
-                raise Failure(f"nothing received within {seconds} s") from None
-            if data in self.seen:
-                continue
-            self.seen.add(data)
-            message = Message(data)
-            if message.status == 100:
-                continue
-            return message
+            message = super().receive(deadline - time.monotonic())
+            if message.data not in self.seen and message.status != 100:
+                self.seen.add(message.data)
+                return message
 
     def take(self, message):
         """Notes a message for what is sent later; how it reads in a ladder."""
@@ -75,7 +67,7 @@ class Ladder(Caller):
         method = re.match("[A-Z]+|[0-9]+", word).group()
         variant = word[len(method):]
         if method.isdigit():
-            self.answer(self.request, int(method), "Whatever")
+            self.answer(int(method), "Whatever", request=self.request)
         elif method == "INVITE":
             self.say_invite(variant)
         elif method == "ACK":
@@ -90,21 +82,10 @@ class Ladder(Caller):
             "": self.offer(), "late": "", "alien": self.offer("18 97"), "hold": self.offer(extra="a=sendonly\r\n"),
             "two": self.offer() + STREAM.format(port=self.rtp_port + 2), "replaces": self.offer(),
         }
-        headers = self.headers if variant == "replaces" else ()
-        self.invite_target = self.target
-        self.invite_to = self.to_header
-        self.invite_branch = self.send("INVITE", bodies[variant], headers=headers)
-        self.invite_cseq = self.cseq
+        self.invite(bodies[variant], self.headers if variant == "replaces" else ())
 
     def say_ack(self, variant):
-        body = self.offer("0") if variant else ""
-        response = self.final["INVITE"]
-        if response.status < 300:
-            self.send("ACK", body, cseq=self.invite_cseq)
-        else:
-            own, self.to_header = self.to_header, response.get("To")
-            self.send("ACK", cseq=self.invite_cseq, branch=self.invite_branch, target=self.invite_target)
-            self.to_header = own
+        self.ack(self.final["INVITE"], self.offer("0") if variant else "")
 
     def command(self, word):
         check(word == "hangup", f"an operator cannot {word}")

@@ -73,10 +73,10 @@ def a_call_is_seen_commanded_and_recorded(build):
             info = caller.expect("INFO")
             check(info.body == "hello" and info.get("X-Note") == "7" and info.get("Content-Type") == "text/plain",
                   f"the INFO carries {info.headers} {info.body!r}")
-            caller.answer(info, 200, "OK")
+            caller.answer(200, "OK", request=info)
 
             check(gateway.http(f"/api/calls/{call['id']}", "DELETE")[0] == 200, "DELETE refused")
-            caller.answer(caller.expect("BYE"), 200, "OK")
+            caller.answer(200, "OK", request=caller.expect("BYE"))
             record = wait_for("the record is written", gateway.records)[0]
             check(record["call"] == call["id"] and record["route"] == "echo" and record["status"] == 200 and
                   record["endedBy"] == "local" and record["codec"] == "PCMU", f"the record is {record}")

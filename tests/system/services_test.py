@@ -109,7 +109,7 @@ def answers_and_ends_keep_their_times(build):
             bye = caller.expect("BYE")
             waited = time.monotonic() - connected
             check(waited > 0.35, f"hung up after {waited:.3f} s, not after 0.4 s")
-            caller.answer(bye, 200, "OK")
+            caller.answer(200, "OK", request=bye)
         gateway.stop()
         gateway.check_accounts_are_zero()
 

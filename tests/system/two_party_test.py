@@ -9,9 +9,8 @@ from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parent))
 from baresip import Baresip  # noqa: E402
-from callee import Callee  # noqa: E402
 from harness import Failure, Gateway, check, free_port, run, wait_until_bound  # noqa: E402
-from sipua import Caller, Message, RtpSocket, heard, sdp, sdp_port  # noqa: E402
+from sipua import Callee, Caller, Message, RtpSocket, heard, sdp, sdp_port  # noqa: E402
 
 
 def route(*legs, **options):
@@ -50,9 +49,9 @@ def both_hear_each_other_and_the_caller_hangs_up(build):
         with Gateway(build, routes=[route(leg)]) as gateway, Caller(gateway.port, "4711") as caller, \
                 RtpSocket() as rtp_caller, RtpSocket() as rtp_callee:
             caller_port, callee_port = connect(caller, callee, rtp_caller, rtp_callee)
-            check(callee.invite.start.startswith(f"INVITE sip:4711@127.0.0.1:{callee.port}"), callee.invite.start)
-            check(callee.invite.get("X-Trunk") == "7", "the route's header is missing")
-            check("sip:tester@" in callee.invite.get("From"), f"From is {callee.invite.get('From')}")
+            check(callee.invitation.start.startswith(f"INVITE sip:4711@127.0.0.1:{callee.port}"), callee.invitation.start)
+            check(callee.invitation.get("X-Trunk") == "7", "the route's header is missing")
+            check("sip:tester@" in callee.invitation.get("From"), f"From is {callee.invitation.get('From')}")
             for way in ((rtp_caller, caller_port, rtp_callee), (rtp_callee, callee_port, rtp_caller)):
                 heard(*way)  # the first packets make the way known
                 share = heard(*way)
