@@ -79,9 +79,23 @@ std::string RawPeer::expect(const std::string& in_strStart, std::chrono::millise
         }
         if (message->rfind(in_strStart, 0) == 0)
         {
+            m_had.insert(*message);
             return *message;
         }
         seen += message->substr(0, message->find('\r')) + " | ";
+    }
+}
+
+std::string RawPeer::expectNew(const std::string& in_strStart)
+{
+    for (;;)
+    {
+        const std::size_t had = m_had.size();
+        std::string message = expect(in_strStart);
+        if (message.empty() || m_had.size() != had)
+        {
+            return message;
+        }
     }
 }
 

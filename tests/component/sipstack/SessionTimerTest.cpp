@@ -111,7 +111,7 @@ TEST_F(SessionTimerTest, OurRefreshIsAReinviteWithTheLastSdp)
     for (int i = 0; i < 2; ++i)
     {
         reports().expect("onSessionRefreshTime");
-        const std::string invite = m_peer.expect("INVITE");
+        const std::string invite = m_peer.expectNew("INVITE");
         EXPECT_EQ(RawPeer::header(invite, "Session-Expires"), "2;refresher=uac");
         EXPECT_EQ(RawPeer::body(invite), kSdp);
         EXPECT_FALSE(RawPeer::header(invite, "Contact").empty());
@@ -131,7 +131,7 @@ TEST_F(SessionTimerTest, OurRefreshIsAnUpdateWhereTheFarEndKnowsIt)
     m_peer.respond(update, "200 OK", "Session-Expires: 6;refresher=uac\r\n");
     reports().expect("onSessionRefreshTime");
     m_call = Report();
-    m_peer.respond(m_peer.expect("UPDATE"), "481 Gone");
+    m_peer.respond(m_peer.expectNew("UPDATE"), "481 Gone");
     EXPECT_TRUE(reports().expect("terminated").m_hMessage.isNil());
     m_peer.respond(m_peer.expect("BYE"), "481 Gone");
     expectEnd();
@@ -150,7 +150,7 @@ TEST_F(AskingSessionTimerTest, RefusedIntervalIsRaisedOnce)
         const std::string first = m_peer.expect("INVITE");
         EXPECT_EQ(RawPeer::header(first, "Session-Expires"), "2");
         m_peer.respond(first, "422 Session Interval Too Small", "Min-SE: 3\r\n");
-        const std::string second = m_peer.expect("INVITE");
+        const std::string second = m_peer.expectNew("INVITE");
         EXPECT_EQ(RawPeer::header(second, "Session-Expires"), "3");
         m_peer.respond(
             second,
@@ -177,7 +177,7 @@ TEST_F(AskingSessionTimerTest, FarEndWithoutTimersIsRefreshedByUs)
         reports().expect("succeeded").m_hDialog->ack();
         m_peer.expect("ACK");
         reports().expect("onSessionRefreshTime");
-        m_peer.respond(m_peer.expect("INVITE"), "200 OK", "", kSdp);
+        m_peer.respond(m_peer.expectNew("INVITE"), "200 OK", "", kSdp);
         m_peer.expect("ACK");
         call->hangup();
         m_peer.respond(m_peer.expect("BYE"), "200 OK");
