@@ -50,7 +50,11 @@ bool DirectionConfig::read(MediaEndpoint::Direction in_direction,
         }
     }
     static_cast<void>(in_config.getBool(MediaEndpointConfig::RECORDING_ENABLED, m_bRecord));
-    static_cast<void>(in_config.getString(MediaEndpointConfig::RECORDING_OUTPUT_ID, m_strRecordingId));
+    std::string strRecordingId;
+    if (in_config.getString(MediaEndpointConfig::RECORDING_OUTPUT_ID, strRecordingId))
+    {
+        m_recordingId = SharedText(strRecordingId);
+    }
     static_cast<void>(in_config.getBool(MediaEndpointConfig::CPA_ENABLED, m_bCpa));
     return true;
 }

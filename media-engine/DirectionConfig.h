@@ -4,6 +4,7 @@
 #include <string>
 
 #include "SocketAddress.h"
+#include "infra/SharedText.h"
 #include "media/MediaEndpoint.h"
 
 namespace Quorvex
@@ -24,7 +25,8 @@ struct DirectionConfig
     SocketAddress m_remote;
     bool m_bRecord = false;
     bool m_bCpa = false;
-    std::string m_strRecordingId;
+    // A pointer wide: few calls are recorded under a name of their own.
+    SharedText m_recordingId;
 
     /// False, with what is wrong, when the engine cannot do what the configuration asks for.
     bool read(MediaEndpoint::Direction in_direction,

@@ -73,9 +73,9 @@ void RtpEndpoint::startTaps()
     if (recorded.m_bRecord && m_pRecorder == nullptr)
     {
         const std::string strName =
-            recorded.m_strRecordingId.empty()
+            recorded.m_recordingId.view().empty()
                 ? m_identity.m_strCallId + "-" + std::to_string(m_identity.m_uiPartyIndex)
-                : recorded.m_strRecordingId;
+                : std::string(recorded.m_recordingId.view());
         m_pRecorder = std::make_unique<Recorder>(
             m_thread.getRecordings(), m_thread.getConfig().m_strRecordingDir, strName, MediaThread::now());
     }

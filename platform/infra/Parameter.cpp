@@ -34,10 +34,10 @@ const char* ParameterValue::getTypeName(Type in_type)
 
 bool ParameterValue::getString(std::string& out_strValue) const
 {
-    const auto* p = std::get_if<std::string>(&m_value);
+    const auto* p = std::get_if<SharedText>(&m_value);
     if (p != nullptr)
     {
-        out_strValue = *p;
+        out_strValue = p->view();
     }
     return p != nullptr;
 }
@@ -79,9 +79,9 @@ bool ParameterValue::getReal(double& out_fValue) const
 
 std::string ParameterValue::toText() const
 {
-    if (const auto* p = std::get_if<std::string>(&m_value))
+    if (const auto* p = std::get_if<SharedText>(&m_value))
     {
-        return *p;
+        return std::string(p->view());
     }
     if (const auto* p = std::get_if<std::int64_t>(&m_value))
     {

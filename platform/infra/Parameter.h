@@ -7,6 +7,8 @@
 #include <variant>
 #include <vector>
 
+#include "infra/SharedText.h"
+
 namespace Quorvex
 {
 
@@ -25,9 +27,9 @@ public:
 
     ParameterValue() = default;
     // NOLINTNEXTLINE(google-explicit-constructor)
-    ParameterValue(std::string in_strValue) : m_value(std::move(in_strValue)) {}
+    ParameterValue(const std::string& in_strValue) : m_value(SharedText(in_strValue)) {}
     // NOLINTNEXTLINE(google-explicit-constructor)
-    ParameterValue(const char* in_szValue) : m_value(std::string(in_szValue)) {}
+    ParameterValue(const char* in_szValue) : m_value(SharedText(in_szValue)) {}
     // NOLINTNEXTLINE(google-explicit-constructor)
     ParameterValue(std::int64_t in_iValue) : m_value(in_iValue) {}
     // NOLINTNEXTLINE(google-explicit-constructor)
@@ -56,7 +58,7 @@ public:
     friend bool operator==(const ParameterValue&, const ParameterValue&) = default;
 
 private:
-    std::variant<std::monostate, std::string, std::int64_t, double, bool> m_value;
+    std::variant<std::monostate, SharedText, std::int64_t, double, bool> m_value;
 };
 
 std::ostream& operator<<(std::ostream& out_stream, const ParameterValue& in_value);

@@ -27,6 +27,11 @@ public:
         return std::string_view(m_pText->m_strText).substr(m_pText->m_lastPart);
     }
 
+    friend bool operator==(const SharedName& in_a, const SharedName& in_b)
+    {
+        return in_a.m_pText == in_b.m_pText || in_a.getText() == in_b.getText();
+    }
+
 private:
     struct Text
     {

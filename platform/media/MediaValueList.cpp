@@ -53,8 +53,10 @@ std::ostream& writeMediaValue(std::ostream& out_stream, const MediaValue& in_val
 
 MediaValueList::const_iterator MediaValueList::find(std::string_view in_name) const
 {
-    return std::find_if(
-        begin(), end(), [in_name](const value_type& in_value) { return in_value.first == in_name; });
+    return std::find_if(begin(),
+                        end(),
+                        [in_name](const value_type& in_value)
+                        { return in_value.first.getText() == in_name; });
 }
 
 void MediaValueList::set(std::string_view in_name, MediaValue in_value)
@@ -62,7 +64,13 @@ void MediaValueList::set(std::string_view in_name, MediaValue in_value)
     const auto found = find(in_name);
     if (found == end())
     {
-        m_vValues.emplace_back(std::string(in_name), std::move(in_value));
+        // An endpoint's capacity has half a dozen, and is kept as long as the endpoint.
+        constexpr std::size_t kFew = 6;
+        if (m_vValues.empty())
+        {
+            m_vValues.reserve(kFew);
+        }
+        m_vValues.emplace_back(SharedName(in_name), std::move(in_value));
     }
     else
     {
@@ -99,9 +107,9 @@ bool MediaValueList::getUnsignedList(std::string_view in_name, std::vector<unsig
 std::ostream& MediaValueList::writeValues(std::ostream& out_stream) const
 {
     const char* szSeparator = "";
-    for (const auto& [strName, value] : m_vValues)
+    for (const auto& [name, value] : m_vValues)
     {
-        out_stream << szSeparator << strName << '=';
+        out_stream << szSeparator << name.getText() << '=';
         writeMediaValue(out_stream, value);
         szSeparator = ", ";
     }

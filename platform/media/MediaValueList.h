@@ -8,6 +8,8 @@
 #include <variant>
 #include <vector>
 
+#include "infra/SharedName.h"
+
 namespace Quorvex
 {
 
@@ -21,7 +23,7 @@ std::ostream& writeMediaValue(std::ostream& out_stream, const MediaValue& in_val
 class MediaValueList
 {
 public:
-    using value_type = std::pair<std::string, MediaValue>;
+    using value_type = std::pair<SharedName, MediaValue>;
     using const_iterator = std::vector<value_type>::const_iterator;
 
     const_iterator begin() const { return m_vValues.begin(); }
