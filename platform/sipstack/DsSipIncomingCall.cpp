@@ -6,6 +6,7 @@
 #include "sipstack/DsSipIncomingCallinterface.h"
 #include "sipstack/DsSipInviteMessage.h"
 #include "sipstack/DsSipResponse.h"
+#include "sipstack/base/CopyMutex.h"
 #include "sipstack/base/IncomingCallCore.h"
 
 namespace Quorvex
@@ -25,14 +26,14 @@ DsSipIncomingCall::~DsSipIncomingCall() = default;
 
 DsHandle<DsSipInviteMessage> DsSipIncomingCall::getInvite() const
 {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const std::lock_guard<std::mutex> lock(copyMutex(*this));
     return m_hInvite;
 }
 
 void DsSipIncomingCall::forgetInvite()
 {
     DsHandle<DsSipInviteMessage> hForgotten;
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const std::lock_guard<std::mutex> lock(copyMutex(*this));
     hForgotten.swap(m_hInvite);
 }
 

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <memory>
-#include <mutex>
 
 #include "infra/MemAccount.h"
 #include "sipstack/DsSipCall.h"
@@ -72,8 +71,7 @@ private:
 
     void forgetInvite();
 
-    mutable std::mutex m_mutex;  // guards the next one
-    DsHandle<DsSipInviteMessage> m_hInvite;
+    DsHandle<DsSipInviteMessage> m_hInvite;             // copyMutex()
     DsHandle<DsSipIncomingCallinterface> m_hInterface;  // SIP stack thread; released with the core
     std::shared_ptr<IncomingCallCore> m_pCore;          // set before called(), never changed
 };

@@ -23,10 +23,7 @@ StaticLogger s_logger("quorvex.sip.Dialog");
 }  // namespace
 
 DialogCore::DialogCore(SipAgent& in_agent, DialogOwner& in_owner)
-    : m_agent(in_agent),
-      m_pAgent(in_agent.weak_from_this()),
-      m_pOwner(&in_owner),
-      m_session(in_agent.thread(), *this)
+    : m_agent(in_agent), m_pAgent(in_agent.weak_from_this()), m_pOwner(&in_owner), m_session(*this)
 {
     m_agent.dialogCreated();
 }
@@ -40,8 +37,8 @@ std::shared_ptr<DialogCore> DialogCore::fromInvite(SipAgent& in_agent,
                                                    const DsInetAddress& in_local)
 {
     auto dialog = std::make_shared<DialogCore>(in_agent, in_owner);
-    dialog->m_strPort = in_agent.portOf(in_pIrq);
-    dialog->m_strContact = in_agent.contactFor(dialog->m_strPort, in_local);
+    const std::string port = in_agent.portOf(in_pIrq);
+    dialog->m_pLocalEnd = in_agent.localEnd(port, in_agent.contactFor(port, in_local));
     dialog->m_bUpdateAllowed = sip_is_allowed(in_pSip->sip_allow, SIP_METHOD_UPDATE) != 0;
     const char* const tag = nta_incoming_tag(in_pIrq, nullptr);
     dialog->m_strLocalTag = tag != nullptr ? tag : "";
@@ -83,12 +80,10 @@ std::shared_ptr<DialogCore> DialogCore::fromInvite(SipAgent& in_agent,
 std::shared_ptr<DialogCore> DialogCore::fromResponse(SipAgent& in_agent,
                                                      DialogOwner& in_owner,
                                                      const sip_t* in_pSip,
-                                                     const std::string& in_strPort,
-                                                     const std::string& in_strContact)
+                                                     const std::shared_ptr<const LocalEnd>& in_pLocalEnd)
 {
     auto dialog = std::make_shared<DialogCore>(in_agent, in_owner);
-    dialog->m_strPort = in_strPort;
-    dialog->m_strContact = in_strContact;
+    dialog->m_pLocalEnd = in_pLocalEnd;
     dialog->m_pLeg = nta_leg_tcreate(in_agent.nta(),
                                      &LegHandler::callback,
                                      dialog.get(),
@@ -131,8 +126,9 @@ void DialogCore::refreshTarget(const sip_t* in_pSip, bool in_bWithRoute)
     }
     if (in_pSip->sip_contact != nullptr)
     {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        m_strTarget = MessageBridge::urlText(in_pSip->sip_contact->m_url);
+        std::string target = MessageBridge::urlText(in_pSip->sip_contact->m_url);
+        const std::lock_guard<std::mutex> lock(copyMutex(*this));
+        m_strTarget.swap(target);
     }
 }
 
@@ -167,7 +163,7 @@ void DialogCore::end()
         nta_incoming_treply(m_pReinviteIrq, SIP_488_NOT_ACCEPTABLE, TAG_END());
     }
     finishReinvite();
-    if (m_bAckDue && m_pLeg != nullptr)
+    if (m_pDueAck && m_pLeg != nullptr)
     {
         sendAck(DsHandle<DsSipMessage>());
     }
@@ -185,7 +181,7 @@ void DialogCore::end()
     }
     DsHandle<DsSipDialog> handle;
     {
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const std::lock_guard<std::mutex> lock(copyMutex(*this));
         handle.swap(m_hDialog);
     }
     m_agent.dialogEnded();
@@ -216,7 +212,7 @@ void DialogCore::hangup(const DsHandle<DsSipRequest>& in_hBye)
     }
     m_retryTimer.stop();
     m_session.stop();
-    if (m_bAckDue)
+    if (m_pDueAck)
     {
         sendAck(DsHandle<DsSipMessage>());
     }
@@ -287,7 +283,7 @@ bool DialogCore::send(ClientRequest& in_request,
     su_home_t home[1] = {SU_HOME_INIT(home)};
     const bool target = in_method == sip_method_invite || in_method == sip_method_update ||
                         in_method == sip_method_refer || in_method == sip_method_notify;
-    const OutgoingParts parts(home, in_hMessage, target ? m_strContact : std::string());
+    const OutgoingParts parts(home, in_hMessage, target ? getContact() : std::string());
     const bool made = in_request.take(nta_outgoing_tcreate(
         m_pLeg,
         &OutgoingHandler::callback,
@@ -299,7 +295,7 @@ bool DialogCore::send(ClientRequest& in_request,
         TAG_IF(!in_strAuthorization.empty(), SIPTAG_HEADER_STR(in_strAuthorization.c_str())),
         TAG_IF(parts.hasHeaders(), SIPTAG_HEADER_STR(parts.headers())),
         TAG_IF(parts.hasBody(), SIPTAG_PAYLOAD(parts.body())),
-        TPTAG_IDENT(portIdent(m_strPort)),
+        TPTAG_IDENT(portIdent(getPort())),
         TAG_END()));
     su_home_deinit(home);
     return made;
@@ -309,41 +305,41 @@ void DialogCore::rememberInvite(std::uint32_t in_uiCSeq,
                                 std::string in_strBranch,
                                 std::string in_strAuthorization)
 {
-    m_uiAckCSeq = in_uiCSeq;
-    m_strAckBranch = std::move(in_strBranch);
-    m_strAckAuthorization = std::move(in_strAuthorization);
-    m_bAckDue = true;
+    m_pDueAck = std::make_unique<DueAck>(DueAck{in_uiCSeq, std::move(in_strBranch)});
+    m_pAckAuthorization = in_strAuthorization.empty()
+                              ? nullptr
+                              : std::make_unique<const std::string>(std::move(in_strAuthorization));
 }
 
 void DialogCore::sendAck(const DsHandle<DsSipMessage>& in_hAck)
 {
-    if (!m_bAckDue || m_pLeg == nullptr)
+    if (!m_pDueAck || m_pLeg == nullptr)
     {
         return;
     }
-    m_bAckDue = false;
+    const auto due = std::move(m_pDueAck);
     su_home_t home[1] = {SU_HOME_INIT(home)};
     const OutgoingParts parts(home, in_hAck);
-    const std::string cseq = std::to_string(m_uiAckCSeq) + " ACK";
+    const std::string cseq = std::to_string(due->m_uiCSeq) + " ACK";
+    const char* const authorization = m_pAckAuthorization ? m_pAckAuthorization->c_str() : nullptr;
     // The branch tells the base library which INVITE is meant; without it, it insists on finding that INVITE.
-    nta_outgoing_t* const ack = nta_outgoing_tcreate(
-        m_pLeg,
-        nullptr,
-        nullptr,
-        nullptr,
-        SIP_METHOD_ACK,
-        nullptr,
-        SIPTAG_CSEQ_STR(cseq.c_str()),
-        NTATAG_ACK_BRANCH(m_strAckBranch.c_str()),
-        TAG_IF(!m_strAckAuthorization.empty(), SIPTAG_HEADER_STR(m_strAckAuthorization.c_str())),
-        TAG_IF(parts.hasHeaders(), SIPTAG_HEADER_STR(parts.headers())),
-        TAG_IF(parts.hasBody(), SIPTAG_PAYLOAD(parts.body())),
-        TPTAG_IDENT(portIdent(m_strPort)),
-        TAG_END());
+    nta_outgoing_t* const ack =
+        nta_outgoing_tcreate(m_pLeg,
+                             nullptr,
+                             nullptr,
+                             nullptr,
+                             SIP_METHOD_ACK,
+                             nullptr,
+                             SIPTAG_CSEQ_STR(cseq.c_str()),
+                             NTATAG_ACK_BRANCH(due->m_strBranch.c_str()),
+                             TAG_IF(authorization != nullptr, SIPTAG_HEADER_STR(authorization)),
+                             TAG_IF(parts.hasHeaders(), SIPTAG_HEADER_STR(parts.headers())),
+                             TAG_IF(parts.hasBody(), SIPTAG_PAYLOAD(parts.body())),
+                             TPTAG_IDENT(portIdent(getPort())),
+                             TAG_END());
     su_home_deinit(home);
     // It stays in the base library to acknowledge further copies of the 2xx.
     nta_outgoing_destroy(ack);
-    std::string().swap(m_strAckBranch);
 }
 
 void DialogCore::lose(const char* in_szReason)
@@ -363,7 +359,7 @@ void DialogCore::lose(const char* in_szReason)
 
 std::string DialogCore::target() const
 {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const std::lock_guard<std::mutex> lock(copyMutex(*this));
     return m_strTarget;
 }
 

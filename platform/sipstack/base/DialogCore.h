@@ -1,7 +1,9 @@
 #pragma once
 
 #include <atomic>
-#include <list>
+#include <cstdint>
+#include <forward_list>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -10,7 +12,9 @@
 #include "sipstack/DsSipDialog.h"
 #include "sipstack/base/Challenges.h"
 #include "sipstack/base/ClientRequest.h"
+#include "sipstack/base/CopyMutex.h"
 #include "sipstack/base/DialogOwner.h"
+#include "sipstack/base/LocalEnd.h"
 #include "sipstack/base/SessionTimer.h"
 #include "sipstack/base/Sofia.h"
 #include "sipstack/base/StackThread.h"
@@ -22,16 +26,16 @@ class CallLogger;
 class DsInetAddress;
 class SipAgent;
 
-/// The stack's side of a dialog: the leg of the base library, and the transactions in it. SIP stack thread,
-/// except where noted. Lives as long as its call or a DsSipDialog holds it; end() releases everything of the
-/// base library.
+/// The stack's side of a dialog: the leg of the base library, and the transactions in it. There are two for
+/// each call that is held: what few dialogs have stands outside. SIP stack thread, except where noted. Lives
+/// as long as its call or a DsSipDialog holds it; end() releases everything of the base library.
 class DialogCore final : public LegHandler,
                          public IncomingHandler,
                          private SessionTimer::Handler,
                          public std::enable_shared_from_this<DialogCore>
 {
 public:
-    enum class State
+    enum class State : std::uint8_t
     {
         eEarly,
         eConfirmed,
@@ -55,20 +59,19 @@ public:
     static std::shared_ptr<DialogCore> fromResponse(SipAgent& in_agent,
                                                     DialogOwner& in_owner,
                                                     const sip_t* in_pSip,
-                                                    const std::string& in_strPort,
-                                                    const std::string& in_strContact);
+                                                    const std::shared_ptr<const LocalEnd>& in_pLocalEnd);
 
     /// Any thread; nil once the dialog has ended.
     DsHandle<DsSipDialog> getHandle() const
     {
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const std::lock_guard<std::mutex> lock(copyMutex(*this));
         return m_hDialog;
     }
     State getState() const { return m_state.load(std::memory_order_acquire); }  // any thread
     DialogOwner* getOwner() const { return m_pOwner; }
-    const std::string& getPort() const { return m_strPort; }
+    const std::string& getPort() const { return m_pLocalEnd->m_strPort; }
     /// The Contact for messages of the dialog that have none of their own.
-    const std::string& getContact() const { return m_strContact; }
+    const std::string& getContact() const { return m_pLocalEnd->m_strContact; }
 
     /// Our 2xx to an INVITE of the dialog: settles the session timer, and gives header lines for the answer.
     std::string acceptSession(nta_incoming_t* in_pIrq);
@@ -136,6 +139,7 @@ private:
     void sendBye(const DsHandle<DsSipRequest>& in_hBye);
     void onSessionRefreshDue() override;
     void onSessionExpired() override;
+    StackThread& sessionThread() override;
     void forgetUnusedSdp();
     void lose(const char* in_szReason);
     void sendReinvite(const DsHandle<DsSipInviteMessage>& in_hInvite);
@@ -148,11 +152,26 @@ private:
     void checkNotEnded() const;
     std::string target() const;
 
+    // Of the INVITE that waits for it.
+    struct DueAck
+    {
+        std::uint32_t m_uiCSeq;
+        std::string m_strBranch;
+    };
+
     SipAgent& m_agent;
     std::weak_ptr<SipAgent> m_pAgent;
     DialogOwner* m_pOwner;
     nta_leg_t* m_pLeg = nullptr;
     std::atomic<State> m_state{State::eEarly};
+    std::atomic<bool> m_bByePending{false};
+    std::atomic<bool> m_bByeAnsweredByStack{false};
+    std::atomic<bool> m_bReinvitePending{false};  // the far end's
+    std::atomic<bool> m_bOurReinvitePending{false};
+    bool m_bReinviteAnswered = false;
+    bool m_bReinviteRetried = false;
+    bool m_bUpdateAllowed = false;  // by the far end
+    bool m_bRefreshing = false;     // our re-INVITE is the layer's, not the user's
 
     // Set before the handle is given away, constant afterwards.
     std::string m_strCallId;
@@ -160,24 +179,19 @@ private:
     std::string m_strLocal;   // From of our requests
     std::string m_strRemote;  // To of our requests
     std::string m_strRemoteTag;
-    std::string m_strPort;
-    std::string m_strContact;
+    std::shared_ptr<const LocalEnd> m_pLocalEnd;
 
-    mutable std::mutex m_mutex;  // guards the two below
+    // copyMutex() guards the two below.
     std::string m_strTarget;
     DsHandle<DsSipDialog> m_hDialog;
 
     // The far end's BYE.
     nta_incoming_t* m_pByeIrq = nullptr;
-    std::atomic<bool> m_bByePending{false};
-    std::atomic<bool> m_bByeAnsweredByStack{false};
     StackTimer m_byeTimer;
 
     // The far end's re-INVITE.
     nta_incoming_t* m_pReinviteIrq = nullptr;
     DsHandle<DsSipInviteMessage> m_hReinvite;
-    std::atomic<bool> m_bReinvitePending{false};
-    bool m_bReinviteAnswered = false;
     StackTimer m_reinviteTimer;
 
     // Ours.
@@ -186,20 +200,13 @@ private:
     Challenges m_challenges;  // to our BYE
     std::unique_ptr<ClientRequest> m_pOurReinvite;
     DsHandle<DsSipInviteMessage> m_hOurReinvite;
-    std::atomic<bool> m_bOurReinvitePending{false};
-    bool m_bReinviteRetried = false;
     StackTimer m_retryTimer;
-    std::list<std::unique_ptr<ClientRequest>> m_vRequests;
-    std::uint32_t m_uiAckCSeq = 0;
-    std::string m_strAckBranch;
-    std::string m_strAckAuthorization;
-    bool m_bAckDue = false;
+    std::forward_list<std::unique_ptr<ClientRequest>> m_vRequests;
+    std::unique_ptr<DueAck> m_pDueAck;
+    std::unique_ptr<const std::string> m_pAckAuthorization;
 
     SessionTimer m_session;
-    std::string m_strLocalSdp;
-    bool m_bUpdateAllowed = false;  // by the far end
-    bool m_bRefreshing = false;     // our re-INVITE is the layer's, not the user's
-
+    std::unique_ptr<const std::string> m_pLocalSdp;
     std::unique_ptr<InviteAnswer> m_pInviteAnswer;
     std::unique_ptr<CallLogger> m_pLogger;
 };

@@ -105,7 +105,7 @@ void DialogCore::answerReinvite(const DsHandle<DsSipResponse>& in_hResponse)
         rememberSdp(in_hResponse);
     }
     MessageBridge::reply(
-        m_pReinviteIrq, in_hResponse, m_strContact, accepted ? acceptSession(m_pReinviteIrq) : std::string());
+        m_pReinviteIrq, in_hResponse, getContact(), accepted ? acceptSession(m_pReinviteIrq) : std::string());
     if (status >= 300)
     {
         finishReinvite();
@@ -234,7 +234,9 @@ void DialogCore::onReinviteOutcome(const sip_t* in_pSip)
     if (status < 300)
     {
         const char* const branch = nta_outgoing_branch(m_pOurReinvite->get());
-        rememberInvite(in_pSip->sip_cseq->cs_seq, branch != nullptr ? branch : "", m_strAckAuthorization);
+        rememberInvite(in_pSip->sip_cseq->cs_seq,
+                       branch != nullptr ? branch : "",
+                       m_pAckAuthorization ? *m_pAckAuthorization : std::string());
         refreshTarget(in_pSip, false);
     }
     m_pOurReinvite.reset();
@@ -316,7 +318,7 @@ void DialogCore::forgetUnusedSdp()
 {
     if (m_session.getInterval() == 0)
     {
-        std::string().swap(m_strLocalSdp);
+        m_pLocalSdp.reset();
     }
 }
 
@@ -324,8 +326,13 @@ void DialogCore::rememberSdp(const DsHandle<DsSipMessage>& in_hMessage)
 {
     if (in_hMessage->getBodyLength() != 0 && in_hMessage->getBodyType().equalsIgnoreCase("application/sdp"))
     {
-        m_strLocalSdp = in_hMessage->getBody();
+        m_pLocalSdp = std::make_unique<const std::string>(in_hMessage->getBody());
     }
+}
+
+StackThread& DialogCore::sessionThread()
+{
+    return m_agent.thread();
 }
 
 void DialogCore::onSessionExpired()
@@ -357,10 +364,10 @@ void DialogCore::onSessionRefreshDue()
                 onRequestOutcome(sip_method_update, in_pSip);
             });
         ClientRequest& reference = *request;
-        m_vRequests.push_back(std::move(request));
+        m_vRequests.push_front(std::move(request));
         if (!send(reference, SIP_METHOD_UPDATE, DsHandle<DsSipMessage>(), m_session.refreshHeaders()))
         {
-            m_vRequests.pop_back();
+            m_vRequests.pop_front();
         }
         return;
     }
@@ -369,7 +376,7 @@ void DialogCore::onSessionRefreshDue()
         return;  // the INVITE under way refreshes the session as well
     }
     const auto invite = createRequest("INVITE").dynamicCast<DsSipInviteMessage>();
-    invite->setBody(m_strLocalSdp, "application/sdp");
+    invite->setBody(m_pLocalSdp ? *m_pLocalSdp : std::string(), "application/sdp");
     m_bRefreshing = true;
     m_bReinviteRetried = false;
     sendReinvite(invite);

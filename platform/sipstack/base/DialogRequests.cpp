@@ -173,7 +173,8 @@ void DialogCore::onRequestOutcome(sip_method_t in_method, const sip_t* in_pSip)
         return;
     }
     nta_outgoing_t* orq = nullptr;
-    for (auto i = m_vRequests.begin(); i != m_vRequests.end(); ++i)
+    auto before = m_vRequests.before_begin();
+    for (auto i = m_vRequests.begin(); i != m_vRequests.end(); before = i++)
     {
         nta_outgoing_t* const candidate = (*i)->get();
         if (candidate != nullptr && (nta_outgoing_status(candidate) >= 200))
@@ -185,7 +186,7 @@ void DialogCore::onRequestOutcome(sip_method_t in_method, const sip_t* in_pSip)
                 response = m_agent.bridge().fromResponse(orq).dynamicCast<DsSipResponse>();
             }
             const auto request = std::move(*i);  // lives until the end of this function
-            m_vRequests.erase(i);
+            m_vRequests.erase_after(before);
             if (m_pOwner != nullptr && !response.isNil())
             {
                 if (in_method == sip_method_notify)
@@ -229,11 +230,11 @@ void DialogCore::postRequest(const DsHandle<DsSipRequest>& in_hRequest)
             auto request = std::make_unique<ClientRequest>([core = self.get(), method](const sip_t* in_pSip)
                                                            { core->onRequestOutcome(method, in_pSip); });
             ClientRequest& reference = *request;
-            self->m_vRequests.push_back(std::move(request));
+            self->m_vRequests.push_front(std::move(request));
             if (!self->send(reference, method, name.c_str(), in_hRequest))
             {
                 QLOG_ERROR(s_logger, "cannot send " << name << " in dialog " << self->m_strCallId);
-                self->m_vRequests.pop_back();
+                self->m_vRequests.pop_front();
             }
         });
 }

@@ -72,16 +72,20 @@ DsSipIncomingCallinterface& IncomingCallCore::reports() const
     return *m_hCall->m_hInterface;
 }
 
+std::shared_ptr<DialogCore> IncomingCallCore::dialog() const
+{
+    const std::lock_guard<std::mutex> lock(copyMutex(*this));
+    return m_pDialog;
+}
+
 DsHandle<DsSipDialog> IncomingCallCore::getDialog() const
 {
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    return m_pDialog->getHandle();
+    return dialog()->getHandle();
 }
 
 bool IncomingCallCore::isByeAnsweredByStack() const
 {
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    return m_pDialog->isByeAnsweredByStack();
+    return dialog()->isByeAnsweredByStack();
 }
 
 void IncomingCallCore::postAnswer(const DsHandle<DsSipResponse>& in_hResponse, bool in_bReliable)

@@ -3,12 +3,12 @@
 #include <atomic>
 #include <list>
 #include <memory>
-#include <mutex>
 #include <utility>
 #include <vector>
 
 #include "sipstack/DsHandle.h"
 #include "sipstack/base/CallCore.h"
+#include "sipstack/base/CopyMutex.h"
 #include "sipstack/base/StackThread.h"
 
 namespace Quorvex
@@ -65,6 +65,7 @@ private:
     void report(const DsHandle<DsSipMessage>& in_hMessage);
     void close();
     DsSipIncomingCallinterface& reports() const;
+    std::shared_ptr<DialogCore> dialog() const;
 
     void onDialogBye(DialogCore& in_dialog, const DsHandle<DsSipMessage>& in_hBye) override;
     void onDialogByeAnswered(DialogCore& in_dialog, const DsHandle<DsSipMessage>& in_hResponse) override;
@@ -100,8 +101,7 @@ private:
 
     State m_state = State::eProceeding;
     nta_incoming_t* m_pIrq = nullptr;
-    mutable std::mutex m_mutex;  // guards the next one, which changes on the SIP stack thread only
-    std::shared_ptr<DialogCore> m_pDialog;
+    std::shared_ptr<DialogCore> m_pDialog;  // copyMutex(): it changes on the SIP stack thread only
     std::vector<std::shared_ptr<DialogCore>> m_vReplaced;  // taken over from, not ended yet
     DsHandle<DsSipIncomingCall> m_hCall;
     StackTimer m_timer;

@@ -156,8 +156,8 @@ bool IncomingCallCore::isInviteUnfinished(const DialogCore& in_dialog) const
 
 void IncomingCallCore::takeDialog(const std::shared_ptr<DialogCore>& in_pDialog)
 {
-    const std::lock_guard<std::mutex> lock(m_mutex);
     m_vReplaced.push_back(m_pDialog);
+    const std::lock_guard<std::mutex> lock(copyMutex(*this));
     m_pDialog = in_pDialog;
 }
 

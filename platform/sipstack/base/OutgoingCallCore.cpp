@@ -127,8 +127,8 @@ void OutgoingCallCore::send()
         return;
     }
     const std::string& route = m_vRoutes.front();
-    m_strPort = m_agent.portFor(invite, route);
-    m_strContact = m_agent.contactFor(m_strPort, route);
+    const std::string port = m_agent.portFor(invite, route);
+    m_pLocalEnd = m_agent.localEnd(port, m_agent.contactFor(port, route));
     if (m_pLeg == nullptr)
     {
         openLeg();
@@ -141,7 +141,7 @@ void OutgoingCallCore::send()
         su_home_t home[1] = {SU_HOME_INIT(home)};
         const OutgoingParts parts(home,
                                   invite,
-                                  m_strContact,
+                                  m_pLocalEnd->m_strContact,
                                   OutgoingParts::Routes::eKeep,
                                   SessionTimer::offer(m_agent.config(), m_uiSessionExpires));
         const std::string cseq = std::to_string(m_uiCSeq) + " INVITE";
@@ -159,7 +159,7 @@ void OutgoingCallCore::send()
             TAG_IF(parts.hasHeaders(), SIPTAG_HEADER_STR(parts.headers())),
             TAG_IF(parts.hasBody(), SIPTAG_PAYLOAD(parts.body())),
             NTATAG_PASS_100(1),
-            TPTAG_IDENT(portIdent(m_strPort)),
+            TPTAG_IDENT(portIdent(m_pLocalEnd->m_strPort)),
             TAG_END()));
         su_home_deinit(home);
     }
@@ -229,7 +229,7 @@ std::shared_ptr<DialogCore> OutgoingCallCore::dialogOf(const sip_t* in_pSip)
             return dialog;
         }
     }
-    auto dialog = DialogCore::fromResponse(m_agent, *this, in_pSip, m_strPort, m_strContact);
+    auto dialog = DialogCore::fromResponse(m_agent, *this, in_pSip, m_pLocalEnd);
     if (dialog)
     {
         m_vDialogs.push_back(dialog);
@@ -293,7 +293,7 @@ void OutgoingCallCore::sendPrack(DialogCore& in_dialog, const sip_t* in_pSip)
                                            SIP_METHOD_PRACK,
                                            nullptr,
                                            SIPTAG_RACK_STR(rack.c_str()),
-                                           TPTAG_IDENT(portIdent(m_strPort)),
+                                           TPTAG_IDENT(portIdent(m_pLocalEnd->m_strPort)),
                                            TAG_END())))
     {
         m_vPracks.push_back(std::move(request));
@@ -359,7 +359,7 @@ void OutgoingCallCore::onFurtherAnswer(const sip_t* in_pSip, const DsHandle<DsSi
     const bool copy = dialog != nullptr;
     if (!copy)
     {
-        dialog = DialogCore::fromResponse(m_agent, *this, in_pSip, m_strPort, m_strContact);
+        dialog = DialogCore::fromResponse(m_agent, *this, in_pSip, m_pLocalEnd);
     }
     if (!dialog)
     {

@@ -16,6 +16,7 @@
 namespace Quorvex
 {
 
+struct LocalEnd;
 class CallLogger;
 class DsSipOutgoingCall;
 class DsSipOutgoingCallinterface;
@@ -108,9 +109,8 @@ private:
     DsHandle<DsSipOutgoingCall> m_hCall;
     nta_leg_t* m_pLeg = nullptr;  // of the INVITE, before there is a dialog
     std::unique_ptr<ClientRequest> m_pInvite;
-    std::string m_strPort;
+    std::shared_ptr<const LocalEnd> m_pLocalEnd;
     std::vector<std::string> m_vRoutes;  // the first is in use, the others are still to be tried
-    std::string m_strContact;
     unsigned int m_uiSessionExpires = 0;
     bool m_bIntervalRaised = false;
     std::uint32_t m_uiCSeq = 1;

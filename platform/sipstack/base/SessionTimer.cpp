@@ -87,12 +87,13 @@ void SessionTimer::restart()
     {
         m_pTimers = std::make_unique<Timers>();
     }
+    StackThread& thread = m_handler.sessionThread();
     const std::uint64_t interval = 1000ULL * m_uiInterval;
     if (m_bOurs)
     {
-        m_pTimers->m_refresh.start(m_thread, interval / 2, [this] { m_handler.onSessionRefreshDue(); });
+        m_pTimers->m_refresh.start(thread, interval / 2, [this] { m_handler.onSessionRefreshDue(); });
     }
-    m_pTimers->m_expiry.start(m_thread,
+    m_pTimers->m_expiry.start(thread,
                               interval - std::min<std::uint64_t>(32000, interval / 3),
                               [this] { m_handler.onSessionExpired(); });
 }

@@ -22,13 +22,14 @@ public:
         virtual void onSessionRefreshDue() = 0;
         /// The session was not refreshed in time.
         virtual void onSessionExpired() = 0;
+        virtual StackThread& sessionThread() = 0;
 
     protected:
         ~Handler() = default;
     };
 
     /// The handler must outlive the timer.
-    SessionTimer(StackThread& in_thread, Handler& in_handler) : m_thread(in_thread), m_handler(in_handler) {}
+    explicit SessionTimer(Handler& in_handler) : m_handler(in_handler) {}
 
     /// The header lines of our requests that may set a timer; "" when we ask for none.
     static std::string offer(const DsSipStackConfig& in_config, unsigned int in_uiInterval);
@@ -55,7 +56,6 @@ private:
         StackTimer m_expiry;
     };
 
-    StackThread& m_thread;
     Handler& m_handler;
     unsigned int m_uiInterval = 0;      // s; 0: no timer
     bool m_bOurs = false;               // the refresh is

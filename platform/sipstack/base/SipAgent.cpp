@@ -400,6 +400,25 @@ void SipAgent::removeCall(const CallCore& in_call)
     }
 }
 
+std::shared_ptr<const LocalEnd> SipAgent::localEnd(const std::string& in_strPort,
+                                                   const std::string& in_strContact)
+{
+    for (const auto& pEnd : m_vLocalEnds)
+    {
+        if (pEnd->m_strPort == in_strPort && pEnd->m_strContact == in_strContact)
+        {
+            return pEnd;
+        }
+    }
+    constexpr std::size_t kMostShared = 32;
+    auto pEnd = std::make_shared<const LocalEnd>(LocalEnd{in_strPort, in_strContact});
+    if (m_vLocalEnds.size() < kMostShared)
+    {
+        m_vLocalEnds.push_back(pEnd);
+    }
+    return pEnd;
+}
+
 void SipAgent::addAnsweredInvite(const std::string& in_strBranch, AnsweredInvite in_invite)
 {
     m_answeredInvites[in_strBranch] = std::move(in_invite);

@@ -9,6 +9,7 @@
 
 #include "sipstack/DsHandle.h"
 #include "sipstack/DsSipStack.h"
+#include "sipstack/base/LocalEnd.h"
 #include "sipstack/base/MessageBridge.h"
 #include "sipstack/base/MessageClass.h"
 #include "sipstack/base/OverloadRefusal.h"
@@ -91,6 +92,9 @@ public:
     /// The same for a request of ours that goes to a route.
     std::string contactFor(const std::string& in_strPort, const std::string& in_strRoute) const;
 
+    /// A port and a Contact, shared with all dialogs that have the same.
+    std::shared_ptr<const LocalEnd> localEnd(const std::string& in_strPort, const std::string& in_strContact);
+
     /// The hosts of SIP URIs that are names.
     static std::vector<std::string> unknownHosts(const std::vector<const url_t*>& in_vUrls);
     /// Looks hosts up, so that who asks for them next finds the answer, good or bad; then runs the function,
@@ -142,6 +146,7 @@ private:
     nta_leg_t* m_pDefaultLeg = nullptr;
     nta_outgoing_t* m_pDefaultOutgoing = nullptr;
     AnsweredInvites m_answeredInvites;
+    std::vector<std::shared_ptr<const LocalEnd>> m_vLocalEnds;
     std::unique_ptr<ServerLocator> m_pServerLocator;
     std::vector<DsSipCredential> m_vCredentials;
     OverloadRefusal m_overload;
