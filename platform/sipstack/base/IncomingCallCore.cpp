@@ -25,6 +25,9 @@ namespace
 
 StaticLogger s_logger("quorvex.sip.IncomingCall");
 
+// As for DialogCore.
+static_assert(sizeof(IncomingCallCore) <= 240, "2 KiB more for each held call");
+
 }  // namespace
 
 IncomingCallCore::IncomingCallCore(SipAgent& in_agent) : CallCore(in_agent)
