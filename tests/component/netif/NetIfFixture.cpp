@@ -1,6 +1,5 @@
 #include "NetIfFixture.h"
 
-#include <ace/Method_Request.h>
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -9,6 +8,7 @@
 
 #include "InSipLegInterfaceProxy.h"
 #include "InStateMachine.h"
+#include "Job_MO.h"
 #include "NewSipCallInterface.h"
 #include "OutStateMachine.h"
 #include "infra/MemAccount.h"
@@ -18,28 +18,9 @@
 namespace Quorvex
 {
 
-namespace
-{
-
-class Job_MO final : public ACE_Method_Request
-{
-public:
-    explicit Job_MO(std::function<void()> in_job) : m_job(std::move(in_job)) {}
-    int call() override
-    {
-        m_job();
-        return 0;
-    }
-
-private:
-    const std::function<void()> m_job;
-};
-
-}  // namespace
-
 bool NetIfProbe::post(std::function<void()> in_job)
 {
-    return m_netIf.Enqueue(new Job_MO(std::move(in_job))) == 0;
+    return m_netIf.Enqueue(new Test::Job_MO(std::move(in_job))) == 0;
 }
 
 bool NetIfProbe::run(const std::function<void()>& in_job)

@@ -1,15 +1,10 @@
 #include "RawPeer.h"
 
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
-#include <poll.h>
-#include <strings.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
-#include <array>
 #include <atomic>
+#include <utility>
 
 const char* const kSdp =
     "v=0\r\no=- 1 1 IN IP4 127.0.0.1\r\ns=-\r\nc=IN IP4 127.0.0.1\r\nt=0 0\r\nm=audio 40000 RTP/AVP 0\r\n";
@@ -22,45 +17,16 @@ std::atomic<unsigned int> s_uiCalls{0};
 }  // namespace
 
 RawPeer::RawPeer(std::uint16_t in_uiAgentPort, const char* in_szAddress)
-    : m_strCallId("call-" + std::to_string(::getpid()) + "-" + std::to_string(++s_uiCalls)),
+    : SipTestPeer(in_szAddress),
+      m_strCallId("call-" + std::to_string(::getpid()) + "-" + std::to_string(++s_uiCalls)),
       m_uiAgentPort(in_uiAgentPort)
 {
-    m_fd = ::socket(AF_INET, SOCK_DGRAM, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    EXPECT_EQ(::inet_pton(AF_INET, in_szAddress, &address.sin_addr), 1);
-    EXPECT_EQ(::bind(m_fd, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-    socklen_t length = sizeof address;
-    ::getsockname(m_fd, reinterpret_cast<sockaddr*>(&address), &length);
-    m_uiPort = ntohs(address.sin_port);
-}
-
-RawPeer::~RawPeer()
-{
-    ::close(m_fd);
-}
-
-void RawPeer::send(const std::string& in_strText)
-{
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    address.sin_port = htons(m_uiAgentPort);
-    ::sendto(
-        m_fd, in_strText.data(), in_strText.size(), 0, reinterpret_cast<sockaddr*>(&address), sizeof address);
 }
 
 std::optional<std::string> RawPeer::receive(std::chrono::milliseconds in_timeout)
 {
-    pollfd fd = {m_fd, POLLIN, 0};
-    if (::poll(&fd, 1, static_cast<int>(in_timeout.count())) <= 0)
-    {
-        return std::nullopt;
-    }
-    std::array<char, 65536> buffer{};
-    const ssize_t size = ::recv(m_fd, buffer.data(), buffer.size(), 0);
-    return size < 0 ? std::nullopt
-                    : std::optional<std::string>(std::string(buffer.data(), static_cast<size_t>(size)));
+    std::string message = SipTestPeer::receive("", in_timeout);
+    return message.empty() ? std::nullopt : std::optional<std::string>(std::move(message));
 }
 
 std::string RawPeer::expect(const std::string& in_strStart, std::chrono::milliseconds in_timeout)
@@ -136,7 +102,7 @@ std::string RawPeer::request(const std::string& in_strMethod,
         m_uiInviteCSeq = cseq;
         m_strInviteBranch = branch;
     }
-    const std::string me = "127.0.0.1:" + std::to_string(m_uiPort);
+    const std::string me = "127.0.0.1:" + std::to_string(port());
     const std::string tag = in_strMethod == "CANCEL" || m_strToTag.empty() ? "" : ";tag=" + m_strToTag;
     std::string text = in_strMethod + " sip:echo@127.0.0.1:" + std::to_string(m_uiAgentPort) +
                        " SIP/2.0\r\n" + "Via: SIP/2.0/UDP " + me + ";branch=" + branch + "\r\n" +
@@ -192,36 +158,6 @@ void RawPeer::respond(const std::string& in_strRequest,
 void RawPeer::learn(const std::string& in_strResponse)
 {
     m_strToTag = tagOf(header(in_strResponse, "To"));
-}
-
-std::vector<std::string> RawPeer::headers(const std::string& in_strMessage, const std::string& in_strName)
-{
-    std::vector<std::string> values;
-    std::size_t at = in_strMessage.find("\r\n");
-    while (at != std::string::npos)
-    {
-        const std::size_t begin = at + 2;
-        const std::size_t end = in_strMessage.find("\r\n", begin);
-        if (end == std::string::npos || end == begin)
-        {
-            break;
-        }
-        const std::string line = in_strMessage.substr(begin, end - begin);
-        const std::size_t colon = line.find(':');
-        if (colon == in_strName.size() && ::strncasecmp(line.c_str(), in_strName.c_str(), colon) == 0)
-        {
-            const std::size_t value = line.find_first_not_of(' ', colon + 1);
-            values.push_back(value == std::string::npos ? std::string() : line.substr(value));
-        }
-        at = end;
-    }
-    return values;
-}
-
-std::string RawPeer::header(const std::string& in_strMessage, const std::string& in_strName)
-{
-    const auto values = headers(in_strMessage, in_strName);
-    return values.empty() ? std::string() : values.front();
 }
 
 std::string RawPeer::body(const std::string& in_strMessage)

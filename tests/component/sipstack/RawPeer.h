@@ -5,25 +5,22 @@
 #include <optional>
 #include <set>
 #include <string>
-#include <vector>
 
-/// The wire's side of a test: a UDP socket on 127.0.0.1 that sends what it is told to and reads what comes,
-/// with just enough knowledge of SIP to write a scripted far end.
-class RawPeer
+#include "SipTestPeer.h"
+
+/// A far end with just enough knowledge of SIP to write scripts for it; it talks to one agent.
+class RawPeer : public Quorvex::Test::SipTestPeer
 {
 public:
     static constexpr std::chrono::milliseconds kPatience{5000};
 
     explicit RawPeer(std::uint16_t in_uiAgentPort, const char* in_szAddress = "127.0.0.1");
-    ~RawPeer();
-    RawPeer(const RawPeer&) = delete;
-    RawPeer& operator=(const RawPeer&) = delete;
 
-    std::uint16_t port() const { return m_uiPort; }
+    std::uint16_t port() const { return getPort(); }
     /// Where messages go from now on.
     void aimAt(std::uint16_t in_uiAgentPort) { m_uiAgentPort = in_uiAgentPort; }
 
-    void send(const std::string& in_strText);
+    void send(const std::string& in_strText) { SipTestPeer::send(m_uiAgentPort, in_strText); }
     /// The next datagram, or nothing after the time.
     std::optional<std::string> receive(std::chrono::milliseconds in_timeout = kPatience);
     /// The next message whose first line begins with the text; others are dropped. Empty, with a test
@@ -56,8 +53,6 @@ public:
     /// Takes the To tag of a response.
     void learn(const std::string& in_strResponse);
 
-    static std::string header(const std::string& in_strMessage, const std::string& in_strName);
-    static std::vector<std::string> headers(const std::string& in_strMessage, const std::string& in_strName);
     static std::string body(const std::string& in_strMessage);
     static std::string tagOf(const std::string& in_strHeader);
 
@@ -65,8 +60,6 @@ public:
     std::string m_strInviteBranch;
 
 private:
-    int m_fd = -1;
-    std::uint16_t m_uiPort = 0;
     std::uint16_t m_uiAgentPort;
     unsigned int m_uiBranch = 0;
     std::set<std::string> m_had;

@@ -1,12 +1,11 @@
 #include "ScriptedMediaEngine.h"
 
-#include <ace/Method_Request.h>
-
 #include <atomic>
 #include <map>
 #include <mutex>
 #include <utility>
 
+#include "Job_MO.h"
 #include "media/MediaEndpointCapacity.h"
 
 namespace Quorvex::Test
@@ -16,20 +15,6 @@ namespace
 {
 
 std::atomic<ScriptedMediaEngine*> s_pCurrent{nullptr};
-
-class Job_MO final : public ACE_Method_Request
-{
-public:
-    explicit Job_MO(std::function<void()> in_job) : m_job(std::move(in_job)) {}
-    int call() override
-    {
-        m_job();
-        return 0;
-    }
-
-private:
-    const std::function<void()> m_job;
-};
 
 }  // namespace
 

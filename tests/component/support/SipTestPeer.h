@@ -15,8 +15,8 @@ namespace Quorvex::Test
 class SipTestPeer
 {
 public:
-    /// Binds a free port.
-    SipTestPeer();
+    /// Binds a free port of a loopback address.
+    explicit SipTestPeer(const char* in_szAddress = "127.0.0.1");
     SipTestPeer(const SipTestPeer&) = delete;
     SipTestPeer& operator=(const SipTestPeer&) = delete;
     ~SipTestPeer();
@@ -25,13 +25,14 @@ public:
 
     void send(std::uint16_t in_uiPort, const std::string& in_strMessage);
     /// The next message whose first line contains the text (a status, a method), dropping others; empty when
-    /// none comes in time.
+    /// none comes in time; without a time, of what has come.
     std::string receive(const std::string& in_strFirstLine, std::chrono::milliseconds in_time = kDeadline);
 
     /// A free UDP port at this moment.
     static std::uint16_t findFreePort();
 
-    /// The value of a header, by its name as it is written; empty when there is none.
+    /// The values of a header, in any case; the first, empty when there is none.
+    static std::vector<std::string> headers(const std::string& in_strMessage, const std::string& in_strName);
     static std::string header(const std::string& in_strMessage, const std::string& in_strName);
 
 private:
