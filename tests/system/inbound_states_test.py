@@ -50,6 +50,8 @@ ACCEPTING = [
     ("busy-later", ">INVITE 180 486 >ACK", (486, "local", False)),
     ("rings", ">INVITE 180 >CANCEL 200&487 >ACK", (487, "remote", False)),
     ("rings", ">INVITE 180 >BYE 200&487 >ACK", (487, "remote", False)),
+    ("rings", ">INVITErequire 180 >PRACK0 200 !hangup 480 >ACK", (480, "local", False)),
+    ("echo", ">INVITErequire 180 >PRACK0 200 200+ >ACK >BYE 200", (200, "remote", True)),
     ("rings", ">INVITE 180 >PRACK0 481 >CANCEL 200&487 >ACK", (487, "remote", False)),
     ("early", ">INVITE 180+ 200+ >ACK >BYE 200", (200, "remote", True)),
     ("early", ">INVITElate 180 200+ >ACK+ >BYE 200", (200, "remote", True)),

@@ -174,7 +174,8 @@ class Caller(Party):
             return actions
         if status >= 300:
             return [*actions, self.keep("To", "failedTo")]
-        if status == 183 and self.invite["headers"]:
+        headers = self.invite["headers"]
+        if status == 183 and headers or status == 180 and headers == HEADERS["INVITErequire"]:
             actions.append(self.keep("RSeq", "rseq", "[0-9]+"))
         self.to, self.target = "[$to]", "[$contact]"
         return [*actions, self.keep("To", "to"), self.keep("Contact", "contact", "sip:[^>]*")]
