@@ -122,6 +122,14 @@ class Stage:
             share = sum(who == there for _, who in got[here]) / 30
             check(share > 0.9, f"{here} hears {share:.0%} of {there}")
 
+    def declines(self, name, status, reason):
+        getattr(self, name).answer(status, reason)
+        getattr(self, name).expect("ACK")
+
+    def cancelled(self, name):
+        self.ok(name, getattr(self, name).expect("CANCEL"))
+        self.declines(name, 487, "Request Terminated")
+
     def bye_comes(self, *who):
         for name in who:
             self.ok(name, getattr(self, name).expect("BYE", skip=(100, "NOTIFY")))
@@ -151,9 +159,13 @@ class Stage:
         if not errors:
             self.gateway.check_log_is_clean()
 
-    def legs(self):
-        calls = json.loads(self.gateway.http("/api/calls")[1])
-        return {leg["id"]: leg["state"] for call in calls for leg in call["legs"]}
+    def calls(self):
+        return json.loads(self.gateway.http("/api/calls")[1])
+
+    def transfer(self, uri, call=None):
+        """An operator transfers a call, the only one unless it is told; how that is answered."""
+        call = call or self.calls()[0]["id"]
+        return self.gateway.http(f"/api/calls/{call}/transfer", "POST", {"leg": {"sip.out.requestUri": uri}})
 
 
 def either_party_transfers_the_other(build):
@@ -173,7 +185,7 @@ def either_party_transfers_the_other(build):
             stage.notified(leaves, 200)
             stage.bye_comes(leaves)
             stage.talk(stays, "c")
-            check(len(stage.legs()) == 2, f"/api/calls: {stage.legs()}")
+            check([len(call["legs"]) for call in stage.calls()] == [2], f"/api/calls: {stage.calls()}")
             getattr(stage, stays).send("INFO", "still there?", "text/plain")
             getattr(stage, stays).expect(200)
             info = stage.c.expect("INFO")
@@ -218,8 +230,7 @@ def a_failed_transfer_brings_the_parties_back_together(build):
             stays = stage.rtp["b" if who == "a" else "a"]
             share = max(heard(stage.rtp["c"], stage.ports["c"], stays) for _ in range(2))
             check(share > 0.9, f"{share:.0%} of the early media are heard")
-            stage.c.answer(603, "Decline")
-            stage.c.expect("ACK")
+            stage.declines("c", 603, "Decline")
             stage.notified(who, 603)
             stage.ports.pop("c")
             stage.talk("a", "b")
@@ -255,27 +266,21 @@ def one_transfer_at_a_time(build):
         check(stage.refer("a", "d") == 500, "a second REFER was taken")
         check(stage.refer("b", "d") == 202, "the other party's REFER was refused")
         stage.notified("b", 100, 491)
-        number = next(iter(json.loads(stage.gateway.http("/api/calls")[1])))["id"]
-        status, text = stage.gateway.http(f"/api/calls/{number}/transfer", "POST", {"leg": {"sip.out.requestUri": "sip:d@127.0.0.1"}})
+        status, text = stage.transfer("sip:d@127.0.0.1")
         check(status == 409 and "under way" in text, f"{status} {text}")
         stage.answer("c")
         stage.notified("a", 200)
         stage.bye("a")
         stage.talk("b", "c")
         # The new party may transfer, too, and so may who was left.
-        for who, target, stays in (("c", "d", "b"), ("b", "echo", "d")):
-            stage.refer(who, target)
-            stage.notified(who, 100)
-            if target == "d":
-                stage.ring("d")
-                stage.notified(who, 180)
-                stage.answer("d")
-                stage.notified(who, 200)
-            else:
-                stage.notified(who, 180, 200)
-            stage.bye(who)
-            if target == "d":
-                stage.talk(stays, target)
+        stage.refer_rings("c", "d")
+        stage.answer("d")
+        stage.notified("c", 200)
+        stage.bye("c")
+        stage.talk("b", "d")
+        stage.refer("b", "echo")
+        stage.notified("b", 100, 180, 200)
+        stage.bye("b")
         share = heard(stage.rtp["d"], stage.ports["d"], stage.rtp["d"])
         check(share > 0.8, f"the last party hears {share:.0%} of its echo")
         stage.bye("d")
@@ -284,37 +289,30 @@ def one_transfer_at_a_time(build):
 
 
 def parties_that_leave_while_the_new_one_rings(build):
-    def cancelled(stage):
-        stage.c.answer(200, "OK", request=stage.c.expect("CANCEL"))
-        stage.c.answer(487, "Request Terminated")
-        stage.c.expect("ACK")
-
     def the_other(stage):
         stage.bye("b")
         stage.notified("a", 487)
         stage.bye_comes("a")
-        cancelled(stage)
+        stage.cancelled("c")
         return {"a": ("local", 200), "b": ("remote", 200), "c": ("local", 487)}
 
     def both(stage):
         stage.bye("a")
         stage.bye("b")
-        cancelled(stage)
+        stage.cancelled("c")
         return {"a": ("remote", 200), "b": ("remote", 200), "c": ("local", 487)}
 
     def who_asked_and_then_it_fails(stage):
         stage.bye("a")
-        stage.c.answer(486, "Busy Here")
-        stage.c.expect("ACK")
+        stage.declines("c", 486, "Busy Here")
         stage.bye_comes("b")
         return {"a": ("remote", 200), "b": ("local", 200), "c": ("remote", 486)}
 
     def an_operator(stage):
-        number = json.loads(stage.gateway.http("/api/calls")[1])[0]["id"]
-        check(stage.gateway.http(f"/api/calls/{number}", "DELETE")[0] == 200, "not hung up")
+        check(stage.gateway.http(f"/api/calls/{stage.calls()[0]['id']}", "DELETE")[0] == 200, "not hung up")
         stage.notified("a", 487)
         stage.bye_comes("a", "b")
-        cancelled(stage)
+        stage.cancelled("c")
         return {"a": ("local", 200), "b": ("local", 200), "c": ("local", 487)}
 
     def the_new_one_after_its_answer(stage):
@@ -363,8 +361,7 @@ def a_party_that_was_called_by_an_operator_transfers(build):
         stage.notified("b", 200)
         stage.talk("b", "c")
         # The one who stays takes the first one's place, and may be transferred by an operator, too.
-        path = f"/api/calls/{json.loads(text)['id']}/transfer"
-        stage.gateway.http(path, "POST", {"leg": {"sip.out.requestUri": f"sip:d@127.0.0.1:{stage.d.port}"}})
+        stage.transfer(f"sip:d@127.0.0.1:{stage.d.port}", json.loads(text)["id"])
         stage.answer("d")
         stage.bye_comes("c")
         stage.talk("b", "d")
@@ -376,26 +373,24 @@ def a_party_that_was_called_by_an_operator_transfers(build):
 def an_operator_transfers(build):
     for first in ("b", "echo"):
         with Stage(build, first=first) as stage:
-            number = json.loads(stage.gateway.http("/api/calls")[1])[0]["id"]
-            path, leg = f"/api/calls/{number}/transfer", {"sip.out.requestUri": f"sip:c@127.0.0.1:{stage.c.port}"}
-            status, text = stage.gateway.http(path, "POST", {"leg": leg})
+            number, uri = stage.calls()[0]["id"], f"sip:c@127.0.0.1:{stage.c.port}"
+            status, text = stage.transfer(uri)
             check(status == 200 and json.loads(text)["id"] == number, f"{status} {text}")
             stage.ring("c")
-            stage.c.answer(486, "Busy Here")
-            stage.c.expect("ACK")
+            stage.declines("c", 486, "Busy Here")
             if first == "b":
                 stage.talk("a", "b")
             stage.ports.pop("c")
             failed = 'quorvex_transfers_total{asked_by="operator",outcome="failed"} 1'
             wait_until(lambda: failed in stage.gateway.http("/metrics")[1], "the failure is not counted")
-            stage.gateway.http(path, "POST", {"leg": leg})
+            stage.transfer(uri)
             stage.ring("c")
             check("tester@" in stage.c.invitation.get("From"), stage.c.invitation.get("From"))
             stage.answer("c")
             if first == "b":
                 stage.bye_comes("b")
             stage.talk("a", "c")
-            status, text = stage.gateway.http("/api/calls/none/transfer", "POST", {"leg": leg})
+            status, text = stage.transfer(uri, "none")
             check(status == 404 and "error" in json.loads(text), f"{status} {text}")
             stage.bye("c")
             stage.bye_comes("a")
@@ -403,8 +398,7 @@ def an_operator_transfers(build):
     with Stage(build, first="ring", connected=False) as stage:
         stage.a.invite(sdp("127.0.0.1", stage.rtp["a"].port))
         stage.a.expect(180)
-        number = json.loads(stage.gateway.http("/api/calls")[1])[0]["id"]
-        status, text = stage.gateway.http(f"/api/calls/{number}/transfer", "POST", {"leg": {"sip.out.requestUri": "sip:c@h"}})
+        status, text = stage.transfer("sip:c@h")
         check(status == 409 and "ringing" in text, f"{status} {text}")
         stage.a.ack(stage.a.expect(480))
         stage.finish(a=("local", 480))
@@ -495,9 +489,7 @@ def a_stop_in_the_middle_of_a_transfer(build):
         stage.refer_rings("a", "c")
         stage.gateway.signal()
         stage.bye_comes("a", "b")
-        stage.c.answer(200, "OK", request=stage.c.expect("CANCEL"))
-        stage.c.answer(487, "Request Terminated")
-        stage.c.expect("ACK")
+        stage.cancelled("c")
         check(stage.gateway.wait() == 0, "the exit code is not 0")
         stage.gateway.check_accounts_are_zero()
         check(len(stage.gateway.records()) == 3, f"{stage.gateway.records()}")
@@ -530,9 +522,8 @@ def subscriptions_that_are_forgotten(build):
 def two_things_at_once_in_a_transfer(build):
     """Every two of these, in either order and without waiting for what the first one brings: all ends, with records."""
     def call(stage, method, path, body=None):
-        calls = json.loads(stage.gateway.http("/api/calls")[1])
-        if calls:
-            stage.gateway.http(f"/api/calls/{calls[0]['id']}{path}", method, body)
+        for running in stage.calls()[:1]:
+            stage.gateway.http(f"/api/calls/{running['id']}{path}", method, body)
 
     actions = {
         "a hangs up": lambda stage: stage.a.send("BYE"),
@@ -567,7 +558,7 @@ def two_things_at_once_in_a_transfer(build):
         parties = {party.socket: party for party in (stage.a, stage.b, stage.c, stage.d)}
         deadline = time.monotonic() + DEADLINE_S
         while not until():
-            check(time.monotonic() < deadline, f"{what}: {stage.gateway.http('/api/calls')[1]}")
+            check(time.monotonic() < deadline, f"{what}: {stage.calls()}")
             for ready in select.select(list(parties), [], [], 0.02)[0]:
                 take(stage, parties[ready], parties[ready].receive())
 
@@ -590,7 +581,7 @@ def two_things_at_once_in_a_transfer(build):
                 quiet = time.monotonic() + 0.06
                 serve(stage, lambda end=quiet: time.monotonic() > end, what)
                 call(stage, "DELETE", "")
-                serve(stage, lambda: stage.gateway.http("/api/calls")[1].strip() == "[]", what)
+                serve(stage, lambda: not stage.calls(), what)
         stage.gateway.stop()
         check(len(stage.gateway.records()) == len(legs), f"{len(stage.gateway.records())} records of {len(legs)} legs")
         stage.gateway.check_accounts_are_zero()
