@@ -20,7 +20,8 @@ namespace
 
 StaticLogger s_logger("quorvex.sip.Dialog");
 
-// With the counts beside it, a size that transactions hardly use, or a held call is resident with their holes.
+// With the counts beside it, a size that transactions hardly use: else a held call is resident with their
+// holes.
 static_assert(sizeof(DialogCore) <= 496, "2 KiB more for each held call");
 
 }  // namespace
