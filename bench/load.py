@@ -12,7 +12,7 @@ from pathlib import Path
 
 HERE = Path(__file__).resolve().parent
 sys.path.insert(0, str(HERE.parent / "tests" / "system"))
-from harness import Failure, Gateway, bound_socket, check, free_port  # noqa: E402
+from harness import Failure, Gateway, bound_socket, check, free_port, wait_until_bound  # noqa: E402
 
 PORT_RANGE = "20000-65000"
 
@@ -36,13 +36,6 @@ def resident_kib(pids):
         rollup = Path(f"/proc/{pid}/smaps_rollup").read_text(encoding="ascii")
         total += int(re.search(r"^Pss: +(\d+)", rollup, re.MULTILINE).group(1))
     return total
-
-
-def wait_for_port(port, process, name):
-    deadline = time.monotonic() + 10
-    while f"0100007F:{port:04X} " not in Path("/proc/net/udp").read_text(encoding="ascii"):
-        check(process.poll() is None and time.monotonic() < deadline, f"{name} did not open its port")
-        time.sleep(0.05)
 
 
 class Sipp:
@@ -102,7 +95,7 @@ class Server:
 
     def __enter__(self):
         self.callee = Sipp("uas.xml")
-        wait_for_port(self.callee.port, self.callee.process, "sipp")
+        wait_until_bound(self.callee.process, self.callee.port)
         self.start()
         return self
 
@@ -177,7 +170,7 @@ class Kamailio(Server):
         self.process = subprocess.Popen(["kamailio", "-f", str(config), "-m", "2048", "-M", "64", "-DD", "-E",
                                          "-Y", self.folder.name, "-P", str(Path(self.folder.name) / "pid")],
                                         stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-        wait_for_port(self.port, self.process, "kamailio")
+        wait_until_bound(self.process, self.port)
         time.sleep(1)
 
     def stop(self):

@@ -4,17 +4,17 @@ with its one closing report, and nothing is left in the memory accounts.
 
 usage: flows_test.py BUILD [caller|callee [udp|tcp [NAME]]]
 """
+import socket
 import subprocess
 import sys
 import tempfile
-import time
 from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
 import callee_flows
 import caller_flows
 from agent import Agent
-from harness import Failure, check, free_port
+from harness import Failure, check, free_port, wait_until_bound
 
 CALLS = 5
 LOSSY_CALLS = 60
@@ -68,7 +68,7 @@ def run_callee(build, transport, number, flow, folder, lossy):
                                str(calls), "-p", str(port), *extra)
         process = subprocess.Popen(command, cwd=folder, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
         try:
-            wait_for_port(port, transport)
+            wait_until_bound(process, port, socket.SOCK_STREAM if transport == "tcp" else socket.SOCK_DGRAM)
             agent.call(f"sip:user@127.0.0.1:{port}{suffix}", script, calls, 50)
             if not lossy:
                 report(process.wait(40), errors, name)
@@ -85,15 +85,6 @@ def run_callee(build, transport, number, flow, folder, lossy):
         finally:
             process.kill()
             process.wait()
-
-
-def wait_for_port(port, transport):
-    """Until somebody listens: the kernel's tables tell, without a message that would count as a call."""
-    table = Path("/proc/net/tcp" if transport == "tcp" else "/proc/net/udp")
-    deadline = time.monotonic() + 10
-    while f"0100007F:{port:04X} " not in table.read_text(encoding="ascii"):
-        check(time.monotonic() < deadline, f"sipp did not open port {port}")
-        time.sleep(0.02)
 
 
 def main():
