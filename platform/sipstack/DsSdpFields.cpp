@@ -5,6 +5,7 @@
 #include <optional>
 
 #include "sipstack/DsException.h"
+#include "sipstack/DsSipText.h"
 
 namespace Quorvex
 {
@@ -28,32 +29,10 @@ std::string_view takeWord(std::string_view& io_text)
     return word;
 }
 
-std::string_view trim(std::string_view in_text)
-{
-    while (!in_text.empty() && isBlank(in_text.front()))
-    {
-        in_text.remove_prefix(1);
-    }
-    while (!in_text.empty() && isBlank(in_text.back()))
-    {
-        in_text.remove_suffix(1);
-    }
-    return in_text;
-}
-
-/// What is quoted from a peer in an error is cut to a length that a log can bear.
-std::string quoted(std::string_view in_text)
-{
-    constexpr std::size_t kMaxQuoted = 60;
-    std::string strQuoted = "\"";
-    strQuoted.append(in_text.substr(0, kMaxQuoted));
-    strQuoted.append(in_text.size() > kMaxQuoted ? "...\"" : "\"");
-    return strQuoted;
-}
-
 [[noreturn]] void refuse(const char* in_szWhat, std::string_view in_value, const std::string& in_strExpected)
 {
-    throw DsException(std::string(in_szWhat) + " " + quoted(in_value) + ": expected " + in_strExpected);
+    throw DsException(std::string(in_szWhat) + " " + SipText::excerpt(in_value) + ": expected " +
+                      in_strExpected);
 }
 
 std::optional<unsigned> toNumber(std::string_view in_text, unsigned in_uiMin, unsigned in_uiMax)
@@ -97,7 +76,7 @@ DsSdpConnectionField DsSdpConnectionField::parse(std::string_view in_value)
     auto rest = in_value;
     const auto netType = takeWord(rest);
     const auto addrType = takeWord(rest);
-    if (trim(rest).empty())
+    if (SipText::trim(rest).empty())
     {
         refuse("connection", in_value, R"("IN IP4 <address>")");
     }
@@ -108,7 +87,7 @@ DsSdpConnectionField DsSdpConnectionField::parse(std::string_view in_value)
 DsSdpAttributeField DsSdpAttributeField::parse(std::string_view in_value)
 {
     const auto colon = in_value.find(':');
-    const auto name = trim(in_value.substr(0, colon));
+    const auto name = SipText::trim(in_value.substr(0, colon));
     if (name.empty())
     {
         refuse("attribute", in_value, R"("<name>" or "<name>:<value>")");
@@ -133,7 +112,7 @@ DsSdpMediaField DsSdpMediaField::parse(std::string_view in_value)
     {
         refuse("media line", in_value, "a port from 0 to 65535");
     }
-    return {mediaType, static_cast<std::uint16_t>(*uiPort), transport, trim(rest)};
+    return {mediaType, static_cast<std::uint16_t>(*uiPort), transport, SipText::trim(rest)};
 }
 
 DsSdpRtpAttribute DsSdpRtpAttribute::parse(std::string_view in_value)

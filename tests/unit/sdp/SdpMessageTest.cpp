@@ -96,6 +96,7 @@ TEST(SdpMessage, RefusesWhatIsNoDescriptionWithAReason)
         {"m=audio 4294967296 RTP/AVP 0\n",                                      "port from 0 to 65535"                          },
         {"m=audio 18446744073709551616 RTP/AVP 0\n",                                      "port from 0 to 65535"         },
         {"m=audio 5000x RTP/AVP 0\n",                                      "port from 0 to 65535"                                         },
+        {"m=audio 5\x1b[2J RTP/AVP 0\n",                                      "\"audio 5?[2J RTP/AVP 0\""},
         {"m=audio 5000/0 RTP/AVP 0\n",                                      "port from 0 to 65535"        },
         {"m=audio 5000/ RTP/AVP 0\n",                                      "port from 0 to 65535"                                          },
     };
