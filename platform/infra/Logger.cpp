@@ -6,6 +6,7 @@
 #include <log4cplus/layout.h>
 #include <log4cplus/logger.h>
 #include <log4cplus/spi/loggingevent.h>
+#include <log4cplus/thread/threads.h>
 
 #include <algorithm>
 #include <array>
@@ -54,7 +55,32 @@ struct ThreadEnd
 
 thread_local const ThreadEnd s_threadEnd;
 
-/// "2031-05-04T10:00:00.123 INFO  [140] quorvex.gateway.Host: text". Used under its appender's lock.
+/// Appends a text that a far end may have written: it must neither move an operator's terminal nor pass for a
+/// record. Lines after the first begin with a tab; control characters become "?".
+void appendHarmless(std::string& io_strLine, const std::string& in_strText)
+{
+    const auto isControl = [](char in_char) { return (in_char >= 0 && in_char < ' ') || in_char == '\x7f'; };
+    // Counts, as a search that may end early is not done in wide steps.
+    if (std::count_if(in_strText.begin(), in_strText.end(), isControl) == 0)
+    {
+        io_strLine.append(in_strText);
+        return;
+    }
+    for (std::size_t i = 0; i < in_strText.size(); ++i)
+    {
+        const char c = in_strText[i];
+        if (c == '\n')
+        {
+            io_strLine.append("\n\t");
+        }
+        else if (c != '\r' || in_strText[i + 1] != '\n')
+        {
+            io_strLine.append(1, isControl(c) && c != '\t' ? '?' : c);
+        }
+    }
+}
+
+/// "2031-05-04T10:00:00.123 INFO  [sip-stack] quorvex.gateway.Host: text". Used under its appender's lock.
 class LineLayout final : public log4cplus::Layout
 {
 public:
@@ -82,7 +108,9 @@ public:
         m_strLine.append(llmCache.toString(in_event.getLogLevel()));
         m_strLine.resize(std::max(m_strLine.size(), level + 5), ' ');
         m_strLine.append(" [").append(in_event.getThread()).append("] ").append(in_event.getLoggerName());
-        m_strLine.append(": ").append(in_event.getMessage()).append(1, '\n');
+        m_strLine.append(": ");
+        appendHarmless(m_strLine, in_event.getMessage());
+        m_strLine.append(1, '\n');
         out_stream.write(m_strLine.data(), static_cast<std::streamsize>(m_strLine.size()));
     }
 
@@ -154,6 +182,8 @@ private:
     LoggerTree()
     {
         static log4cplus::Initializer s_initializer;
+        // The first logger is made before main().
+        log4cplus::thread::setCurrentThreadName("main");
         log4cplus::Logger root = log4cplus::Logger::getRoot();
         root.setLogLevel(log4cplus::TRACE_LOG_LEVEL);
         log4cplus::SharedAppenderPtr appender(new log4cplus::ConsoleAppender(true, true));
@@ -378,9 +408,14 @@ bool Logging::setOutput(const std::string& in_strFile, std::string& out_strError
         appender = new log4cplus::FileAppender(in_strFile, std::ios_base::app, true);
     }
     appender->setLayout(std::make_unique<LineLayout>());
+    // The new one first: what is logged meanwhile may stand in both, but is not lost.
     log4cplus::Logger root = log4cplus::Logger::getRoot();
-    root.removeAllAppenders();
+    const log4cplus::SharedAppenderPtrList former = root.getAllAppenders();
     root.addAppender(appender);
+    for (const auto& pFormer : former)
+    {
+        root.removeAppender(pFormer);
+    }
     return true;
 }
 

@@ -1,5 +1,7 @@
 #include "infra/ThreadName.h"
 
+#include <log4cplus/thread/threads.h>
+
 #include <array>
 
 #ifdef __linux__
@@ -9,11 +11,12 @@
 namespace Quorvex
 {
 
-void nameThisThread([[maybe_unused]] std::string_view in_name)
+void nameThisThread(std::string_view in_name)
 {
-#ifdef __linux__
     std::array<char, 16> name{};
     in_name.copy(name.data(), name.size() - 1);
+    log4cplus::thread::setCurrentThreadName(name.data());
+#ifdef __linux__
     ::pthread_setname_np(::pthread_self(), name.data());
 #endif
 }

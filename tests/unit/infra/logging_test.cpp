@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <fstream>
 #include <iomanip>
+#include <iterator>
 #include <mutex>
 #include <regex>
 #include <string>
@@ -12,6 +13,7 @@
 #include "infra/Assertion.h"
 #include "infra/Parameter.h"
 #include "infra/RecursivityGuard.h"
+#include "infra/ThreadName.h"
 #include "infra/TraceScope.h"
 
 using namespace Quorvex;
@@ -97,13 +99,23 @@ TEST(LoggerTest, RecordsAreLinesThatLeaveNothingToTheNext)
     };
     QLOG_INFO(logger, "outer " << std::hex << std::setfill('0') << std::setw(4) << inner());
     QLOG_ERROR(logger, std::setw(6) << 12 << std::string(10000, 'x').size());
-    std::thread([&logger] { QLOG_INFO(logger, "thread"); }).join();
+    std::thread(
+        [&logger]
+        {
+            QLOG_INFO(logger, "unnamed");
+            nameThisThread("a name that is too long");
+            QLOG_INFO(
+                logger,
+                "from \x1b[2J" << '\0' << "\ta\x7f\r\nFrom: b\r\n2031-05-04T10:00:00.123 ERROR forged\r");
+        })
+        .join();
     ASSERT_TRUE(Logging::setOutput("", strError));
     std::ifstream file(strFile);
-    for (const char* szEnd : {"WARN  [T] quorvex.test.line: inner 10",
-                              "INFO  [T] quorvex.test.line: outer 000b",
-                              "ERROR [T] quorvex.test.line:     1210000",
-                              "INFO  [T] quorvex.test.line: thread"})
+    for (const char* szEnd : {"WARN  [main] quorvex.test.line: inner 10",
+                              "INFO  [main] quorvex.test.line: outer 000b",
+                              "ERROR [main] quorvex.test.line:     1210000",
+                              "INFO  [T] quorvex.test.line: unnamed",
+                              "INFO  [a name that is ] quorvex.test.line: from ?[2J?\ta?"})
     {
         std::string strLine;
         std::getline(file, strLine);
@@ -114,6 +126,8 @@ TEST(LoggerTest, RecordsAreLinesThatLeaveNothingToTheNext)
             << strLine;
         EXPECT_EQ(strLine.substr(24), szEnd);
     }
+    const std::string strRest{std::istreambuf_iterator<char>(file), {}};
+    EXPECT_EQ(strRest, "\tFrom: b\n\t2031-05-04T10:00:00.123 ERROR forged?\n");
 }
 
 TEST(CallLoggerTest, EveryLineOfACallCarriesItsIdentifiers)
