@@ -378,9 +378,17 @@ int Host::stop()
 
 void Host::reload()
 {
+    std::string error;
+    // Whoever rotates the files asks for a reload too; a mistake in the configuration must not hold that up.
+    m_engine.getCdrWriter().reopen();
+    const std::string logFile = m_hConfig->getStringOr("quorvex.log.file", "");
+    if (!logFile.empty() && !Logging::setOutput(logFile, error))
+    {
+        QLOG_ERROR(m_logger,
+                   "log file " << logFile << " cannot be opened anew, the former one stays: " << error);
+    }
     TSHandle<MapConfiguration> hConfig;
     std::shared_ptr<const RouteTable> pRoutes;
-    std::string error;
     if (!loadConfiguration(hConfig, pRoutes, error))
     {
         QLOG_ERROR(m_logger, "not reloaded, what was in force stays: " << error);
@@ -388,8 +396,6 @@ void Host::reload()
     }
     m_pRoutes = pRoutes;
     m_engine.setRoutes(pRoutes);
-    // Whoever rotates the records asks for a reload too.
-    m_engine.getCdrWriter().reopen();
     applyLevels(*hConfig);
     QLOG_INFO(m_logger, "routes and log levels reloaded: " << pRoutes->getRoutes().size() << " routes");
 }

@@ -120,11 +120,14 @@ def a_reload_changes_routes_and_nothing_of_calls_that_run(build):
         with Caller(gateway.port) as caller, Caller(gateway.port, "ring") as ring, RtpSocket() as rtp:
             answered(caller, rtp)
 
+            # The files are rotated although the configuration cannot be taken.
+            gateway.cdr_file.rename(gateway.folder / "cdr.old")
+            gateway.log_file.rename(gateway.folder / "log.old")
             gateway.config_file.write_text(good.replace('"echo"', '"ecko"'), encoding="utf-8")
             gateway.signal(signal.SIGHUP)
-            wait_for("the mistake is reported", lambda: "not reloaded" in gateway.log())
+            wait_for("the mistake is reported", lambda: gateway.log_file.exists() and "not reloaded" in gateway.log())
+            wait_for("the record file is opened anew", gateway.cdr_file.exists)
 
-            gateway.cdr_file.rename(gateway.folder / "cdr.old")
             routes = to_toml({}, [RING_ROUTE])
             gateway.config_file.write_text(good[:good.index("[[route]]")] + routes, encoding="utf-8")
             gateway.signal(signal.SIGHUP)
