@@ -204,7 +204,7 @@ private:
         }
         m_p = nullptr;
         m_pCount = nullptr;
-    }
+    }  // NOLINT(clang-analyzer-cplusplus.NewDeleteLeaks): the same
 
     T* m_p = nullptr;
     CountedBlock<RC>* m_pCount = nullptr;

@@ -73,7 +73,7 @@ DsSdpAttributeField SdpInfo::generateAttributeField(unsigned in_uiPayloadType)
 
 DsHandle<DsSdpMediaDescription> SdpInfo::generateMediaDescription() const
 {
-    const auto hMedia = makeDs<DsSdpMediaDescription>(generateMediaField());
+    auto hMedia = makeDs<DsSdpMediaDescription>(generateMediaField());
     for (const unsigned uiPayloadType : m_vPayloadType)
     {
         hMedia->addAttributeField(generateAttributeField(uiPayloadType));
