@@ -228,9 +228,9 @@ void IncomingCallCore::afterPrack()
     }
     if (!m_vReliableQueue.empty())
     {
-        const auto [hNext, bAsked] = m_vReliableQueue.front();
+        const auto next = m_vReliableQueue.front();
         m_vReliableQueue.pop_front();
-        sendReliable(hNext, bAsked);
+        sendReliable(next.first, next.second);
     }
     else if (!m_hHeldAnswer.isNil())
     {

@@ -29,18 +29,18 @@ constexpr std::uint64_t kSilenceMs = 10000;
 
 struct Naptr
 {
-    unsigned int m_uiOrder;
-    unsigned int m_uiPreference;
-    DsSipTransport m_transport;
+    unsigned int m_uiOrder = 0;
+    unsigned int m_uiPreference = 0;
+    DsSipTransport m_transport{};
     std::string m_strReplacement;
 };
 
 struct Srv
 {
-    unsigned int m_uiPriority;
-    unsigned int m_uiWeight;
+    unsigned int m_uiPriority = 0;
+    unsigned int m_uiWeight = 0;
     std::string m_strTarget;
-    std::uint16_t m_uiPort;
+    std::uint16_t m_uiPort = 0;
 };
 
 std::string plainName(const char* in_szName)
