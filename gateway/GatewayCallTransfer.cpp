@@ -42,6 +42,49 @@ void setHeader(CallLegInfo& io_leg, const std::string& in_strName, const std::st
     }
 }
 
+/// What the transfer is routed by: as if the party who stays had called the target.
+CallLegInfo makeOffer(const CallLegInfo& in_leg,
+                      const std::string& in_strTarget,
+                      const std::string& in_strFrom)
+{
+    CallLegInfo offer = in_leg;
+    offer.setParameter("sip.in.requestUri", in_strTarget);
+    offer.setParameter("sip.in.from.uri", in_strFrom);
+    offer.setParameter("sip.in.from.displayName", "");
+    offer.setParameter("sip.in.to.displayName", "");
+    return offer;
+}
+
+/// The legs to try in turn; none for a service. `in_strTransport` is empty unless the target is a call of
+/// this gateway's own: the party has consulted another through it, and only here is the call known that it
+/// names.
+std::vector<CallLegInfo> makeLegs(const CallLegInfo& in_offer,
+                                  const ReferTo& in_referTo,
+                                  const std::string& in_strTransport,
+                                  const Route* in_pRoute)
+{
+    std::vector<CallLegInfo> vLegs;
+    if (!in_strTransport.empty())
+    {
+        vLegs.push_back(makeLegToSelf(in_offer, in_referTo.m_strUri, in_strTransport));
+    }
+    if (in_pRoute != nullptr && in_pRoute->hasLegs())
+    {
+        const std::vector<CallLegInfo> vRouted = in_pRoute->makeLegs(in_offer);
+        vLegs.insert(vLegs.end(), vRouted.begin(), vRouted.end());
+    }
+    const std::string strReferredBy = in_offer.getParameterOr("sip.in.referredBy.uri", "");
+    for (CallLegInfo& leg : vLegs)
+    {
+        for (const auto& [strName, strValue] : in_referTo.m_vHeaders)
+        {
+            setHeader(leg, strName, strValue);
+        }
+        setHeader(leg, "Referred-By", strReferredBy.empty() ? "" : '<' + strReferredBy + '>');
+    }
+    return vLegs;
+}
+
 }  // namespace
 
 void GatewayCall::transferRequested(const CallLegInfo& in_leg)
@@ -76,26 +119,12 @@ void GatewayCall::transferRequested(CallEnd& io_asking, const CallLegInfo& in_le
         return;
     }
     CallEnd* pOther = otherEnd(io_asking);
-    // Routed like a call that the party who stays places.
-    CallLegInfo offer = in_leg;
-    offer.setParameter("sip.in.requestUri", referTo.m_strUri);
-    offer.setParameter("sip.in.from.uri", (pOther != nullptr ? *pOther : io_asking).getUri());
-    offer.setParameter("sip.in.from.displayName", "");
-    offer.setParameter("sip.in.to.displayName", "");
+    const CallLegInfo offer =
+        makeOffer(in_leg, referTo.m_strUri, (pOther != nullptr ? *pOther : io_asking).getUri());
     const std::shared_ptr<const Route> pRoute = m_owner.findRoute(offer);
     const std::string strTransport =
         referTo.hasReplaces() ? m_owner.getTransportToSelf(referTo.m_strUri) : std::string();
-    std::vector<CallLegInfo> vLegs;
-    if (!strTransport.empty())
-    {
-        // The party has consulted another through this gateway: only here is the call known that it names.
-        vLegs.push_back(makeLegToSelf(offer, referTo.m_strUri, strTransport));
-    }
-    if (pRoute != nullptr && pRoute->hasLegs())
-    {
-        const std::vector<CallLegInfo> vRouted = pRoute->makeLegs(offer);
-        vLegs.insert(vLegs.end(), vRouted.begin(), vRouted.end());
-    }
+    std::vector<CallLegInfo> vLegs = makeLegs(offer, referTo, strTransport, pRoute.get());
     if (pRoute == nullptr && vLegs.empty())
     {
         refuse("no route", eINVALID_NUMBER_FAILURE);
@@ -108,15 +137,6 @@ void GatewayCall::transferRequested(CallEnd& io_asking, const CallLegInfo& in_le
     {
         transferToService();
         return;
-    }
-    for (CallLegInfo& leg : vLegs)
-    {
-        for (const auto& [strName, strValue] : referTo.m_vHeaders)
-        {
-            setHeader(leg, strName, strValue);
-        }
-        const std::string strReferredBy = in_leg.getParameterOr("sip.in.referredBy.uri", "");
-        setHeader(leg, "Referred-By", strReferredBy.empty() ? "" : '<' + strReferredBy + '>');
     }
     m_transfer->m_pParty = callParty(std::move(vLegs), strRoute);
     if (m_transfer->m_pParty == nullptr)

@@ -308,12 +308,9 @@ void CpaDetector::decideTones()
         {
             m_result = BUSY;
         }
-        else if (bTwice && bEven && isWithin(uiOn, 140, 339) && runLabel(4) == SILENCE &&
-                 runLabel(5) == LOW_TONE && isWithin(runMs(5), uiOn * 3 / 4, uiOn * 4 / 3 + 40))
-        {
-            m_result = REORDER;
-        }
-        else if (isLimping())
+        else if ((bTwice && bEven && isWithin(uiOn, 140, 339) && runLabel(4) == SILENCE &&
+                  runLabel(5) == LOW_TONE && isWithin(runMs(5), uiOn * 3 / 4, uiOn * 4 / 3 + 40)) ||
+                 isLimping())
         {
             m_result = REORDER;
         }

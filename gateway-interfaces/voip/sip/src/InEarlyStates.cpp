@@ -157,9 +157,10 @@ bool ProgressingWithSDPOffer::takeAnswerInPrack(const VoipEvent& in_event, std::
     {
         QLOG_DEBUG(getLogger(), "Valid SDP answer in PRACK");
         out_strStateName = "EARLY_DIALOG";
-        if (m_bVerdictUnheard && !m_pSM->getCallIf().isNull())
+        const auto pCallIf = m_pSM->getCallIf();
+        if (m_bVerdictUnheard && !pCallIf.isNull())
         {
-            m_pSM->getCallIf()->sayAgain();
+            pCallIf->sayAgain();
         }
         return true;
     }
