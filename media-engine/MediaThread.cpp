@@ -1,6 +1,5 @@
 #include "MediaThread.h"
 
-#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -10,6 +9,7 @@
 #include <system_error>
 
 #include "infra/Bell.h"
+#include "infra/ThreadPriority.h"
 
 namespace Quorvex
 {
@@ -80,8 +80,8 @@ std::int64_t MediaThread::now()
 void MediaThread::run()
 {
     // Sound that waits for a processor is heard as jitter. What a stream may cost is bounded, so that nobody
-    // starves behind this thread. On Linux a thread has a priority of its own.
-    if (::setpriority(PRIO_PROCESS, static_cast<id_t>(::gettid()), PRIORITY) != 0)
+    // starves behind this thread.
+    if (!setThisThreadsNice(PRIORITY))
     {
         QLOG_INFO(s_logger, "The media thread runs at normal priority: the system allows no other one");
     }

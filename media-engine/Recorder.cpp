@@ -1,8 +1,5 @@
 #include "Recorder.h"
 
-#include <sys/resource.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -12,6 +9,7 @@
 #include "WavFile.h"
 #include "infra/Logger.h"
 #include "infra/ThreadName.h"
+#include "infra/ThreadPriority.h"
 
 namespace Quorvex
 {
@@ -157,7 +155,7 @@ void RecordingWriter::run()
 {
     nameThisThread("rtp-recorder");
     // The disk is in no such hurry as the media thread, whose priority a new thread inherits.
-    static_cast<void>(::setpriority(PRIO_PROCESS, static_cast<id_t>(::gettid()), 0));
+    static_cast<void>(setThisThreadsNice(0));
     std::unique_lock<std::mutex> lock(m_mutex);
     while (true)
     {

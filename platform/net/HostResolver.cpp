@@ -19,6 +19,7 @@
 #include "infra/Bell.h"
 #include "infra/Logger.h"
 #include "infra/ThreadName.h"
+#include "infra/ThreadPriority.h"
 
 namespace Quorvex::Net
 {
@@ -184,6 +185,8 @@ bool HostResolver::Shared::begin(const std::shared_ptr<Shared>& in_pSelf,
 void HostResolver::Shared::serve()
 {
     nameThisThread("host-resolver");
+    // It may come from a thread that runs ahead of others.
+    static_cast<void>(setThisThreadsNice(0));
     const LookUp lookUp = m_options.m_lookUp ? m_options.m_lookUp : LookUp(lookUpInSystem);
     std::unique_lock<std::mutex> lock(m_mutex);
     for (;;)
@@ -258,6 +261,7 @@ void HostResolver::Shared::expireWaiters(Clock::time_point in_now, Calls& out_ca
 void HostResolver::Shared::serveDeadlines()
 {
     nameThisThread("host-deadlines");
+    static_cast<void>(setThisThreadsNice(0));
     std::unique_lock<std::mutex> lock(m_mutex);
     while (!m_bClosed)
     {

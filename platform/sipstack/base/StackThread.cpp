@@ -1,13 +1,11 @@
 #include "sipstack/base/StackThread.h"
 
-#include <sys/resource.h>
-#include <unistd.h>
-
 #include <future>
 #include <utility>
 
 #include "infra/Logger.h"
 #include "infra/ThreadName.h"
+#include "infra/ThreadPriority.h"
 #include "sipstack/base/Sofia.h"
 
 namespace Quorvex
@@ -20,6 +18,7 @@ StaticLogger s_logger("quorvex.sip.Stack");
 
 constexpr std::size_t kMostKeptJobs = 1024;
 constexpr std::int64_t kForeverMs = 3600000;
+// Who comes late to the sockets under load refuses calls that there is time for. Behind the sound.
 constexpr int kNice = -8;
 
 int clearBell(su_root_magic_t*, su_wait_t*, su_wakeup_arg_t* in_pBell)
@@ -132,9 +131,7 @@ void StackThread::run(const std::function<bool(su_root_t*)>& in_init, const std:
 {
     m_id.store(std::this_thread::get_id());
     nameThisThread("sip-stack");
-    // Who comes late to the sockets under load refuses calls that there is time for. Behind the sound; on
-    // Linux a thread has a priority of its own.
-    if (::setpriority(PRIO_PROCESS, static_cast<id_t>(::gettid()), kNice) != 0)
+    if (!setThisThreadsNice(kNice))
     {
         QLOG_INFO(s_logger, "the SIP stack's thread runs at normal priority: the system allows no other one");
     }
